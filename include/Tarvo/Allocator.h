@@ -1,0 +1,112 @@
+#ifndef TARVO_ALLOCATOR_H
+#define TARVO_ALLOCATOR_H
+
+/// A standard allocator that knows how much of each type is alive. The library makes its controls,
+/// handlers and tasks with it:
+///
+///     auto control = std::allocate_shared<Control>(Tarvo::Allocator<Control>(), handler);
+///     Tarvo::allocationCount<Control>().objects;   // 1
+///
+/// What a container or a shared pointer allocates beside the type (nodes, reference counts) counts
+/// for the type that the allocator was made for. One counter is touched per allocation; sums are
+/// made by the reader. Any thread may allocate and read.
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <typeindex>
+#include <typeinfo>
+#include <vector>
+
+#include "Tarvo/Export.h"
+#include "Tarvo/String.h"
+
+namespace Tarvo {
+
+/// What is alive of one type.
+struct AllocationCount {
+  String typeName;           // readable
+  std::int64_t objects = 0;  // elements allocated and not yet freed
+  std::int64_t bytes = 0;    // the memory they stand in, with what belongs to them
+};
+
+/// Every type that was ever allocated, sorted by name.
+TARVO_EXPORT std::vector<AllocationCount> allocationCounts();
+
+namespace Impl {
+
+/// Counts the blocks of one size made for one type. Lives for ever, in a list of all.
+class TARVO_EXPORT AllocationRecord {
+ public:
+  AllocationRecord(const std::type_info& counted, std::size_t unitSize);
+  AllocationRecord(const AllocationRecord&) = delete;
+  AllocationRecord& operator=(const AllocationRecord&) = delete;
+
+  void add(std::int64_t objects) { objects_.fetch_add(objects, std::memory_order_relaxed); }
+  std::int64_t objects() const { return objects_.load(std::memory_order_relaxed); }
+  std::int64_t bytes() const { return objects() * static_cast<std::int64_t>(unitSize_); }
+  const std::type_info& counted() const { return counted_; }
+  const AllocationRecord* next() const { return next_; }
+
+  /// The newest record; the rest hang on next().
+  static const AllocationRecord* first();
+
+ private:
+  const std::type_info& counted_;
+  std::size_t unitSize_;
+  std::atomic<std::int64_t> objects_{0};
+  const AllocationRecord* next_ = nullptr;
+};
+
+TARVO_EXPORT AllocationCount allocationCountOf(const std::type_info& counted);
+
+}  // namespace Impl
+
+/// What is alive of `T`.
+template <typename T>
+AllocationCount allocationCount() {
+  return Impl::allocationCountOf(typeid(T));
+}
+
+/// `Counted` is the type whose figures grow; rebinding changes what is allocated, not for whom.
+template <typename T, typename Counted = T>
+class Allocator {
+ public:
+  using value_type = T;
+  template <typename U>
+  struct rebind {
+    using other = Allocator<U, Counted>;
+  };
+
+  Allocator() noexcept = default;
+  template <typename U>
+  Allocator(const Allocator<U, Counted>&) noexcept {}
+
+  /// Throws std::bad_alloc as std::allocator does.
+  T* allocate(std::size_t n) {
+    T* memory = std::allocator<T>().allocate(n);
+    record().add(static_cast<std::int64_t>(n));
+    return memory;
+  }
+  void deallocate(T* memory, std::size_t n) noexcept {
+    record().add(-static_cast<std::int64_t>(n));
+    std::allocator<T>().deallocate(memory, n);
+  }
+
+  template <typename U>
+  bool operator==(const Allocator<U, Counted>&) const noexcept {
+    return true;
+  }
+
+ private:
+  // Never destroyed: objects may be freed while the process exits.
+  static Impl::AllocationRecord& record() {
+    static auto& instance = *new Impl::AllocationRecord(typeid(Counted), sizeof(T));
+    return instance;
+  }
+};
+
+}  // namespace Tarvo
+
+#endif

@@ -1,0 +1,80 @@
+#ifndef TARVO_ASSERT_H
+#define TARVO_ASSERT_H
+
+/// Assertion statements. None is ever compiled out.
+///
+///     TARVO_ASSERT(size <= limit, "{} bytes do not fit in {}", size, limit);
+///     TARVO_FAIL("unknown state {}", state);
+///     TARVO_CHECK(flags >= 0);
+///     TARVO_ABORT("task {} is linked twice", name);
+///
+/// The first two take the assertion path: AssertException, or a report and the end of the process,
+/// as throwOnAssertFailIs() says. The message reads "file:line: Scope::function() text". The last
+/// two always abort, whatever the switch says: they are for invariants after whose loss no handler
+/// should run. They print "program: file:line: function: Assertion `text' failed.", with the
+/// expression or the text letter for letter.
+///
+/// "Scope::function() " stands in every message by one rule, see FunctionScope.h. Format strings
+/// are checked when they are compiled; arguments are evaluated only when the assertion fails and
+/// are shown as displayed() says.
+
+#include "Tarvo/Exception.h"
+#include "Tarvo/Export.h"
+#include "Tarvo/Fmt.h"
+#include "Tarvo/FunctionScope.h"
+
+/// The file that statements name. A module that is spread over several files may define one name
+/// for them before its first include.
+#ifndef TARVO_FILE
+#define TARVO_FILE __FILE__
+#endif
+
+namespace Tarvo::Impl {
+
+/// Prints the line of a failed plain assertion to standard error and aborts.
+[[noreturn]] TARVO_EXPORT void abortOnAssertion(const char* text, const char* file, int line,
+                                                const char* func) noexcept;
+
+template <typename... Args>
+[[noreturn]] [[gnu::cold]] void assertFailed(const char* file, int line, const ScopeNames& scope,
+                                             fmt::format_string<Displayed<Args>...> format,
+                                             const Args&... args) {
+  AssertException::throwException(Fmt::Impl::vformatstr(file, line, scope.withFunc(), scope.func,
+                                                        scope.className, fmt::string_view(format),
+                                                        fmt::make_format_args(displayed(args)...)));
+}
+
+template <typename... Args>
+[[noreturn]] [[gnu::cold]] void abortWithText(const char* file, int line, const char* func,
+                                              fmt::format_string<Displayed<Args>...> format,
+                                              const Args&... args) {
+  abortOnAssertion(Fmt::Impl::vformatstr(false, nullptr, nullptr, fmt::string_view(format),
+                                         fmt::make_format_args(displayed(args)...))
+                       .c_str(),
+                   file, line, func);
+}
+
+}  // namespace Tarvo::Impl
+
+#define TARVO_FAIL(...)                                                                  \
+  do {                                                                                   \
+    TARVO_SCOPE(tarvoScope_);                                                            \
+    ::Tarvo::Impl::assertFailed(TARVO_FILE, __LINE__, tarvoScope_.names(), __VA_ARGS__); \
+  } while (false)
+
+#define TARVO_ASSERT(condition, ...) \
+  do {                               \
+    if (!(condition)) [[unlikely]]   \
+      TARVO_FAIL(__VA_ARGS__);       \
+  } while (false)
+
+#define TARVO_CHECK(...)                                                               \
+  ((__VA_ARGS__) ? static_cast<void>(0)                                                \
+                 : ::Tarvo::Impl::abortOnAssertion(#__VA_ARGS__, TARVO_FILE, __LINE__, \
+                                                   static_cast<const char*>(__PRETTY_FUNCTION__)))
+
+#define TARVO_ABORT(...)                             \
+  ::Tarvo::Impl::abortWithText(TARVO_FILE, __LINE__, \
+                               static_cast<const char*>(__PRETTY_FUNCTION__), __VA_ARGS__)
+
+#endif

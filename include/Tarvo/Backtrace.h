@@ -1,0 +1,45 @@
+#ifndef TARVO_BACKTRACE_H
+#define TARVO_BACKTRACE_H
+
+#include <array>
+
+#include "Tarvo/Export.h"
+#include "Tarvo/String.h"
+
+namespace Tarvo {
+
+/// The call stack of one moment: up to 100 return addresses, innermost first.
+///
+/// Capturing walks the stack once and, once a thread has done it before, allocates nothing; the
+/// text is made only when it is asked for. A plain value, to be copied freely.
+class TARVO_EXPORT Backtrace {
+ public:
+  static constexpr unsigned maxFrames = 100;
+
+  /// Captures the stack of the caller when `capture`, otherwise stays empty.
+  explicit Backtrace(bool capture);
+
+  /// Replaces the contents by the stack of the caller. Entry 0 is the place that the caller goes
+  /// on at; the frame of unwind() itself is left out.
+  void unwind();
+
+  /// One line per frame as the dynamic loader knows it, "object(symbol+0xoffset)[address]", under
+  /// the heading "Backtrace:". Without frames the text says so before the heading.
+  String pretty() const;
+
+  unsigned size() const { return size_; }
+  /// The return address number `i`; REQUIRES: i < size().
+  void* address(unsigned i) const { return addresses_[i]; }
+
+  /// 0 when TARVO_BACKTRACE_VERBOSITY is exactly "0", otherwise 1. At 0 the terminate handler
+  /// captures no backtrace of its own.
+  static int verbosity();
+
+ private:
+  std::array<void*, maxFrames> addresses_;  // only the first size_ are set
+  unsigned size_ = 0;
+};
+
+}  // namespace Tarvo
+
+#endif

@@ -1,0 +1,44 @@
+#ifndef TARVO_THREAD_H
+#define TARVO_THREAD_H
+
+/// Facts about the calling thread.
+
+#include <sys/types.h>
+
+#include <thread>
+
+#include "Tarvo/Export.h"
+#include "Tarvo/String.h"
+
+namespace Tarvo {
+
+/// The kernel's id of the calling thread, remembered per thread and right in a forked child.
+TARVO_EXPORT pid_t gettid();
+
+/// Whether the caller is the thread that the process started with.
+TARVO_EXPORT bool isMainThread();
+
+/// The name of the calling thread, at most 15 characters.
+TARVO_EXPORT String threadName();
+
+/// Names the calling thread. Does nothing on the main thread, whose name is that of the process. A
+/// name of more than 15 characters is refused by the system and fails an assertion.
+TARVO_EXPORT void threadNameIs(const char* name);
+
+/// Gives the calling thread singletons of its own. To be called before the thread first uses one;
+/// later it fails an assertion. Calling it again is harmless.
+TARVO_EXPORT void useThreadLocalSingletons();
+
+/// Whether the thread has singletons of its own. Whoever asks is about to create one, so the answer
+/// is settled from then on.
+TARVO_EXPORT bool hasThreadLocalSingletons();
+
+/// The numeric value of a thread id, or "thread::id of a non-executing thread".
+TARVO_EXPORT String toThreadIdString(std::thread::id id);
+
+/// Accepted and ignored: the library's shared pointers are always safe to share.
+TARVO_EXPORT void threadSafePointerIs(bool on);
+
+}  // namespace Tarvo
+
+#endif

@@ -1,0 +1,85 @@
+#ifndef TARVO_TRACE_H
+#define TARVO_TRACE_H
+
+/// Trace and assertion statements: the one header to include for them.
+///
+///     TARVO_TRACE(handle, 1, "accepted {} from {}", fd, peer);
+///     TARVO_TRACE_STREAM(handle, 5, "state " << state);
+///     TARVO_ASSERT_STREAM(handle, 0, bytes >= 0, "got " << bytes);
+///
+/// `handle` is a Debuggable (so `*this` in a class derived from it), a DebugHandler, or a plain or
+/// shared pointer to one; null is silent. The level is tested first and the arguments are evaluated
+/// only when it is on. TARVO_ASSERT_STREAM traces its text when the level is on and then takes the
+/// assertion path; the other assertions stand in Tarvo/Assert.h. Each message begins with
+/// "Scope::function() " by the rule in Tarvo/FunctionScope.h.
+
+#include <memory>
+
+#include "Tarvo/Assert.h"
+#include "Tarvo/Debug.h"
+#include "Tarvo/Export.h"
+#include "Tarvo/Fmt.h"
+#include "Tarvo/FunctionScope.h"
+
+namespace Tarvo::Impl {
+
+inline Platform::DebugHandler* traceHandler(Platform::DebugHandler& handler) { return &handler; }
+inline Platform::DebugHandler* traceHandler(Platform::DebugHandler* handler) { return handler; }
+inline Platform::DebugHandler* traceHandler(const Debuggable& debuggable) {
+  return debuggable.debugHandler().get();
+}
+template <typename Handler>
+Platform::DebugHandler* traceHandler(const std::shared_ptr<Handler>& handler) {
+  return handler.get();
+}
+
+template <typename... Args>
+[[gnu::cold]] void traceFormatted(const Platform::DebugHandler* handler, unsigned level,
+                                  const char* file, int line, const ScopeNames& scope,
+                                  fmt::format_string<Displayed<Args>...> format,
+                                  const Args&... args) {
+  Fmt::Impl::vfmtrace(handler, level, file, scope.withFunc(), scope.func, scope.className, line,
+                      fmt::string_view(format), fmt::make_format_args(displayed(args)...));
+}
+
+/// Opens a message in stream form with the names of the scope.
+TARVO_EXPORT void beginMessage(Platform::DebugStream& stream, const ScopeNames& scope);
+
+}  // namespace Tarvo::Impl
+
+#define TARVO_TRACE(handle, level, ...)                                                \
+  do {                                                                                 \
+    if (const auto* tarvoHandler_ = ::Tarvo::Impl::traceHandler(handle);               \
+        tarvoHandler_ != nullptr && tarvoHandler_->levelEnabled(level)) [[unlikely]] { \
+      TARVO_SCOPE(tarvoScope_);                                                        \
+      ::Tarvo::Impl::traceFormatted(tarvoHandler_, level, TARVO_FILE, __LINE__,        \
+                                    tarvoScope_.names(), __VA_ARGS__);                 \
+    }                                                                                  \
+  } while (false)
+
+#define TARVO_TRACE_STREAM(handle, level, ...)                                                  \
+  do {                                                                                          \
+    if (const auto* tarvoHandler_ = ::Tarvo::Impl::traceHandler(handle);                        \
+        tarvoHandler_ != nullptr && tarvoHandler_->levelEnabled(level)) [[unlikely]] {          \
+      TARVO_SCOPE(tarvoScope_);                                                                 \
+      ::Tarvo::Platform::DebugStream tarvoStream_;                                              \
+      ::Tarvo::Impl::beginMessage(tarvoStream_, tarvoScope_.names());                           \
+      tarvoStream_ << __VA_ARGS__;                                                              \
+      tarvoHandler_->dump(tarvoStream_, level, TARVO_FILE, __LINE__, tarvoScope_.names().func); \
+    }                                                                                           \
+  } while (false)
+
+#define TARVO_ASSERT_STREAM(handle, level, condition, ...)                                      \
+  do {                                                                                          \
+    if (!(condition)) [[unlikely]] {                                                            \
+      TARVO_SCOPE(tarvoScope_);                                                                 \
+      ::Tarvo::Platform::DebugStream tarvoStream_;                                              \
+      ::Tarvo::Impl::beginMessage(tarvoStream_, tarvoScope_.names());                           \
+      tarvoStream_ << __VA_ARGS__;                                                              \
+      ::Tarvo::debugAndThrowAssertException(::Tarvo::Impl::traceHandler(handle), level,         \
+                                            tarvoStream_, TARVO_FILE, tarvoScope_.names().func, \
+                                            __LINE__);                                          \
+    }                                                                                           \
+  } while (false)
+
+#endif

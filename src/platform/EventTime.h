@@ -1,0 +1,57 @@
+#ifndef TARVO_SRC_PLATFORM_EVENTTIME_H
+#define TARVO_SRC_PLATFORM_EVENTTIME_H
+
+#include <fmt/format.h>
+#include <sys/time.h>
+
+#include <cmath>
+
+#include "Tarvo/Assert.h"
+
+namespace Tarvo::Impl {
+
+/// Delays beyond this are as good as this: some thirty thousand years, and far enough from the ends
+/// of the types that sums of it stay exact.
+constexpr double longestDelay = 1e12;
+
+/// Seconds as whole seconds and microseconds, both truncated. Negative delays become zero, huge
+/// ones saturate; NaN fails an assertion.
+inline timeval delayToTimeval(double seconds) {
+  TARVO_ASSERT(!std::isnan(seconds), "a delay of NaN seconds");
+  if (seconds < 0) seconds = 0;
+  if (seconds > longestDelay) seconds = longestDelay;
+  timeval tv;
+  tv.tv_sec = static_cast<time_t>(seconds);
+  tv.tv_usec = static_cast<suseconds_t>((seconds - static_cast<double>(tv.tv_sec)) * 1e6);
+  return tv;
+}
+
+inline bool isEarlier(const timeval& a, const timeval& b) {
+  return a.tv_sec != b.tv_sec ? a.tv_sec < b.tv_sec : a.tv_usec < b.tv_usec;
+}
+
+inline double toSeconds(const timeval& tv) {
+  return static_cast<double>(tv.tv_sec) + static_cast<double>(tv.tv_usec) / 1e6;
+}
+
+/// a - b, borrowing a second where the microseconds need it.
+inline timeval difference(const timeval& a, const timeval& b) {
+  timeval d{a.tv_sec - b.tv_sec, a.tv_usec - b.tv_usec};
+  if (d.tv_usec < 0) {
+    d.tv_sec -= 1;
+    d.tv_usec += 1000000;
+  }
+  return d;
+}
+
+}  // namespace Tarvo::Impl
+
+template <>
+struct fmt::formatter<timeval> {
+  constexpr auto parse(fmt::format_parse_context& context) { return context.begin(); }
+  auto format(const timeval& tv, fmt::format_context& context) const {
+    return fmt::format_to(context.out(), "{}.{:06}", tv.tv_sec, tv.tv_usec);
+  }
+};
+
+#endif

@@ -1,0 +1,101 @@
+#include "platform/LibeventBase.h"
+
+#include <event2/event.h>
+#include <event2/thread.h>
+
+#include <exception>
+#include <memory>
+#include <utility>
+
+#include "platform/LibeventTrace.h"
+
+#include "Tarvo/LibeventFactory.h"
+#include "Tarvo/Thread.h"
+#include "platform/Notification.h"
+
+namespace Tarvo {
+
+namespace {
+
+constexpr int priorityCount = 2;
+
+thread_local bool mainThread = false;
+thread_local event_base* ev_base = nullptr;
+// A plain pointer, so that the loop also works while the thread's other objects are destroyed.
+thread_local std::exception_ptr* keptException = nullptr;
+
+}  // namespace
+
+namespace Impl {
+
+void keepExceptionForLoop() noexcept {
+  // Only one can reach the caller, and the loop runs nothing after the first.
+  if (keptException == nullptr) keptException = new std::exception_ptr(std::current_exception());
+  event_base_loopbreak(ev_base);
+}
+
+int dispatchBase(event_base* base) {
+  const int result = event_base_dispatch(base);
+  if (keptException == nullptr) return result;
+  const std::unique_ptr<std::exception_ptr> kept(std::exchange(keptException, nullptr));
+  std::rethrow_exception(*kept);
+}
+
+}  // namespace Impl
+
+event_base* leCreateBase() {
+  const int ret = evthread_use_pthreads();
+  TARVO_ASSERT(ret == 0, "ret {}", ret);
+  event_config* config = event_config_new();
+  event_base* base = nullptr;
+  if (config != nullptr) {
+    event_config_require_features(config, EV_FEATURE_ET);
+    base = event_base_new_with_config(config);
+    event_config_free(config);
+  }
+  TARVO_ASSERT(base != nullptr, "Failed to create event_base");
+  event_base_priority_init(base, priorityCount);
+  return base;
+}
+
+void leRegisterBase(event_base* base) {
+  TARVO_ASSERT(ev_base == nullptr || ev_base == base,
+               "Tried to register a base:{} but a thread_local  base already exists: {}", base,
+               ev_base);
+  ev_base = base;
+  setMainThread();
+}
+
+event_base* leInit() {
+  if (ev_base != nullptr) return ev_base;
+  event_set_fatal_callback(le_fatal_cb);
+  event_set_log_callback(le_debug_cb);
+  leRegisterBase(leCreateBase());
+  return ev_base;
+}
+
+void leFree() {
+  if (ev_base == nullptr) return;
+  event_base_free(std::exchange(ev_base, nullptr));
+}
+
+bool leInitialized() { return ev_base != nullptr; }
+
+void leForkReinit() {
+  if (ev_base == nullptr) {
+    leInit();
+    return;
+  }
+  const int result = event_reinit(ev_base);
+  TARVO_ASSERT(result == 0, "event_reinit() failed: {}", result);
+}
+
+void setMainThread() { mainThread = isMainThread(); }
+
+void eventPrioritySet(event* ev, Platform::EventPriority priority) {
+  TARVO_TRACE(Impl::libeventTrace, 9, "Setting priority of {} to {}", ev, priority);
+  const int rc = event_priority_set(ev, priority);
+  TARVO_ASSERT(rc == 0, "Failed to set priority on {} to {} rc {}", ev, priority, rc);
+}
+
+}  // namespace Tarvo

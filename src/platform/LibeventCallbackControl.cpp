@@ -1,0 +1,53 @@
+#include "platform/LibeventTrace.h"
+
+#include "Tarvo/Allocator.h"
+#include "Tarvo/LibeventFactory.h"
+#include "platform/LibeventControls.h"
+
+namespace Tarvo {
+
+using Impl::libeventTrace;
+
+LibeventCallbackControl::LibeventCallbackControl(Platform::CallbackHandler* handler)
+    : LibeventTimerControl(this, Platform::eventPriorityDefault), handler_(handler) {}
+
+LibeventCallbackControl::~LibeventCallbackControl() { LibeventCallbackControl::cancelCallback(); }
+
+void LibeventCallbackControl::requestCallback() {
+  TARVO_TRACE(libeventTrace, 9, "Callback {} request", this);
+  setTimeout(0.0);
+}
+
+void LibeventCallbackControl::cancelCallback() {
+  TARVO_TRACE(libeventTrace, 9, "Callback {} cancel", this);
+  delTimeout();
+}
+
+bool LibeventCallbackControl::pendingCallback() const { return armed(); }
+
+void LibeventCallbackControl::timeout() {
+  TARVO_TRACE(libeventTrace, 9, "Callback {} execute", this);
+  Platform::CallbackHandler* handler = handler_;
+  const Impl::Lifeline::Watch watch(lifeline());
+  try {
+    handler->callback();
+  } catch (abi::__forced_unwind&) {
+    throw;
+  } catch (...) {
+    if (handler->handleCallbackException()) {
+      TARVO_TRACE(libeventTrace, 9, "Callback notification exception was handled");
+      return;
+    }
+    if (watch.alive()) throw;
+    // The timer part would ask this control, its handler, what to do; but the control is gone.
+    Impl::keepExceptionForLoop();
+  }
+}
+
+std::shared_ptr<Platform::CallbackControl> getLeCallbackControl(
+    Platform::CallbackHandler* handler) {
+  return std::allocate_shared<LibeventCallbackControl>(Allocator<LibeventCallbackControl>(),
+                                                       handler);
+}
+
+}  // namespace Tarvo

@@ -1,0 +1,107 @@
+#ifndef TARVO_SRC_PLATFORM_LIBEVENTCONTROLS_H
+#define TARVO_SRC_PLATFORM_LIBEVENTCONTROLS_H
+
+#include <event2/event.h>
+#include <event2/event_struct.h>
+
+#include "Tarvo/Export.h"
+#include "Tarvo/Platform.h"
+#include "platform/Notification.h"
+
+namespace Tarvo {
+
+/// A one-shot timer on the event base.
+class TARVO_EXPORT LibeventTimerControl : public Platform::TimerControl {
+ public:
+  LibeventTimerControl(Platform::TimeoutHandler* handler, Platform::EventPriority priority);
+  LibeventTimerControl(const LibeventTimerControl&) = delete;
+  LibeventTimerControl& operator=(const LibeventTimerControl&) = delete;
+  ~LibeventTimerControl() override;
+
+  void setTimeout(double seconds) override;
+  void delTimeout() override;
+  double remainingTimeout() const override;
+
+ protected:
+  bool armed() const;
+  Impl::Lifeline& lifeline() { return lifeline_; }
+
+ private:
+  static void handleTimeout(evutil_socket_t fd, short what, void* arg);
+  void handler();
+  void assign();
+
+  Platform::TimeoutHandler* handler_;
+  Platform::EventPriority priority_;
+  event event_;
+  Impl::Lifeline lifeline_;
+};
+
+/// A deferred call: a timer without delay whose handler is the control itself.
+class TARVO_EXPORT LibeventCallbackControl : public Platform::CallbackControl,
+                                             private Platform::TimeoutHandler,
+                                             private LibeventTimerControl {
+ public:
+  explicit LibeventCallbackControl(Platform::CallbackHandler* handler);
+  ~LibeventCallbackControl() override;
+
+  void requestCallback() override;
+  void cancelCallback() override;
+  bool pendingCallback() const override;
+  void timeout() override;
+
+ private:
+  Platform::CallbackHandler* handler_;
+};
+
+/// Readiness of one descriptor. The read event persists; the write event is spent when it fires and
+/// comes back with the next setWrites(true).
+class TARVO_EXPORT LibeventFdControl : public Platform::FdControl {
+ public:
+  explicit LibeventFdControl(Platform::FdEventHandler* handler);
+  LibeventFdControl(const LibeventFdControl&) = delete;
+  LibeventFdControl& operator=(const LibeventFdControl&) = delete;
+  ~LibeventFdControl() override;
+
+  void setReads(bool on) override;
+  void setWrites(bool on) override;
+  void setFd(int fd) override;
+  void delFd() override;
+  int getFd() const override;
+  void clearEvents() override;
+
+ private:
+  using Notify = void (Platform::FdEventHandler::*)(int fd);
+
+  static void handleFdRead(evutil_socket_t fd, short what, void* arg);
+  static void handleFdWrite(evutil_socket_t fd, short what, void* arg);
+  void notify(Notify notification);
+  void watch(event& ev, short flags, event_callback_fn callback);
+  void unwatch(event& ev);
+
+  Platform::FdEventHandler* handler_;
+  int fd_ = -1;
+  bool reads_ = true;
+  bool writes_ = false;
+  event readEvent_;
+  event writeEvent_;
+  Impl::Lifeline lifeline_;
+};
+
+/// Breaks the thread's loop after a delay, unless it is destroyed first.
+class TARVO_EXPORT EvLoopBreak {
+ public:
+  explicit EvLoopBreak(const timeval& timeout);
+  EvLoopBreak(const EvLoopBreak&) = delete;
+  EvLoopBreak& operator=(const EvLoopBreak&) = delete;
+  ~EvLoopBreak();
+
+ private:
+  static void handleBaseLoopBreak(evutil_socket_t fd, short what, void* arg);
+
+  event event_;
+};
+
+}  // namespace Tarvo
+
+#endif

@@ -1,0 +1,85 @@
+#include <cmath>
+#include <limits>
+
+#include "platform/LibeventTrace.h"
+
+#include "Tarvo/Allocator.h"
+#include "Tarvo/LibeventFactory.h"
+#include "platform/EventTime.h"
+#include "platform/LibeventControls.h"
+
+namespace Tarvo {
+
+using Impl::libeventTrace;
+
+LibeventTimerControl::LibeventTimerControl(Platform::TimeoutHandler* handler,
+                                           Platform::EventPriority priority)
+    : handler_(handler), priority_(priority) {
+  assign();
+}
+
+LibeventTimerControl::~LibeventTimerControl() { LibeventTimerControl::delTimeout(); }
+
+void LibeventTimerControl::assign() {
+  event_assign(&event_, leInit(), -1, 0, handleTimeout, this);
+  eventPrioritySet(&event_, priority_);
+}
+
+void LibeventTimerControl::setTimeout(double seconds) {
+  const timeval delay = Impl::delayToTimeval(seconds);
+  delTimeout();
+  TARVO_TRACE(libeventTrace, 9, "Timer {} set timeout {}", this, seconds);
+  if (seconds == std::numeric_limits<double>::infinity()) return;
+  assign();
+  // The base counts from the time it read at the start of its turn, which may be long ago.
+  if (timerisset(&delay)) event_base_update_cache_time(event_get_base(&event_));
+  event_add(&event_, &delay);
+}
+
+void LibeventTimerControl::delTimeout() {
+  TARVO_TRACE(libeventTrace, 9, "Timer {} del timeout", this);
+  event_del(&event_);
+}
+
+bool LibeventTimerControl::armed() const {
+  return event_pending(&event_, EV_TIMEOUT, nullptr) != 0;
+}
+
+double LibeventTimerControl::remainingTimeout() const {
+  timeval when;
+  if (event_pending(&event_, EV_TIMEOUT, &when) == 0) {
+    return std::numeric_limits<double>::infinity();
+  }
+  timeval now;
+  gettimeofday(&now, nullptr);
+  return Impl::isEarlier(when, now) ? 0.0 : Impl::toSeconds(Impl::difference(when, now));
+}
+
+void LibeventTimerControl::handleTimeout(evutil_socket_t, short, void* arg) {
+  Impl::runNotification([arg] { static_cast<LibeventTimerControl*>(arg)->handler(); });
+}
+
+void LibeventTimerControl::handler() {
+  TARVO_TRACE(libeventTrace, 9, "Timer {} expired", this);
+  Platform::TimeoutHandler* handler = handler_;  // the notification may destroy this control
+  try {
+    handler->timeout();
+  } catch (abi::__forced_unwind&) {
+    throw;
+  } catch (...) {
+    if (!handler->handleTimeoutException()) throw;
+    TARVO_TRACE(libeventTrace, 9, "Timeout notification exception was handled");
+  }
+}
+
+std::shared_ptr<Platform::TimerControl> getLeTimerControl(Platform::TimeoutHandler* handler) {
+  return getLeTimerControl(handler, Platform::eventPriorityDefault);
+}
+
+std::shared_ptr<Platform::TimerControl> getLeTimerControl(Platform::TimeoutHandler* handler,
+                                                          Platform::EventPriority priority) {
+  return std::allocate_shared<LibeventTimerControl>(Allocator<LibeventTimerControl>(), handler,
+                                                    priority);
+}
+
+}  // namespace Tarvo

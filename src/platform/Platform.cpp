@@ -1,0 +1,49 @@
+#include "Tarvo/Platform.h"
+
+#include <ctime>
+
+#include "Tarvo/Assert.h"
+#include "Tarvo/LibeventFactory.h"
+
+namespace Tarvo {
+
+double time() {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+namespace Platform {
+
+TimeoutHandler::~TimeoutHandler() = default;
+bool TimeoutHandler::handleTimeoutException() { return false; }
+CallbackHandler::~CallbackHandler() = default;
+bool CallbackHandler::handleCallbackException() { return false; }
+FdEventHandler::~FdEventHandler() = default;
+bool FdEventHandler::handleFdException(int) { return false; }
+
+TimerControl::~TimerControl() = default;
+CallbackControl::~CallbackControl() = default;
+FdControl::~FdControl() = default;
+
+std::shared_ptr<TimerControl> getTimerControl(TimeoutHandler* handler) {
+  return getLeTimerControl(handler);
+}
+std::shared_ptr<TimerControl> getTimerControl(TimeoutHandler* handler, EventPriority priority) {
+  return getLeTimerControl(handler, priority);
+}
+std::shared_ptr<CallbackControl> getCallbackControl(CallbackHandler* handler) {
+  return getLeCallbackControl(handler);
+}
+std::shared_ptr<FdControl> getFdControl(FdEventHandler* handler) { return getLeFdControl(handler); }
+
+int doEventLoop() { return doLeEventLoop(); }
+int doEventLoop(double maxSeconds) { return doLeEventLoop(maxSeconds); }
+
+void refCountingEnabledIs(bool) { TARVO_FAIL("not available in libTarvo.so"); }
+bool refCountingEnabled() { TARVO_FAIL("not available in libTarvo.so"); }
+bool releaseMode() { return false; }
+
+}  // namespace Platform
+
+}  // namespace Tarvo

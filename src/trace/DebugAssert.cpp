@@ -1,0 +1,28 @@
+#include "Tarvo/Trace.h"
+
+namespace Tarvo {
+
+void debugAndThrowAssertException(Platform::DebugHandler* handler, unsigned level,
+                                  Platform::DebugStream& stream, const char* file, const char* func,
+                                  int line) {
+  const String text = fmt::format("{}:{}:{}: {}", file != nullptr ? file : "",
+                                  func != nullptr ? func : "", line, stream.str());
+  if (handler != nullptr && handler->levelEnabled(level)) {
+    Platform::DebugStream composed;
+    composed << text;
+    handler->dump(composed, level, file, line, func);
+  }
+  AssertException::throwException(text);
+}
+
+void debugAndThrowAssertException(Platform::DebugHandler& handler, unsigned level,
+                                  Platform::DebugStream& stream, const char* file, const char* func,
+                                  int line) {
+  debugAndThrowAssertException(&handler, level, stream, file, func, line);
+}
+
+void Impl::beginMessage(Platform::DebugStream& stream, const ScopeNames& scope) {
+  if (scope.withFunc()) stream << scope.className << "::" << scope.func << "() ";
+}
+
+}  // namespace Tarvo

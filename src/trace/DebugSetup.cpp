@@ -1,0 +1,63 @@
+#include <cstdlib>
+#include <iostream>
+#include <string_view>
+
+#include "Tarvo/DebugControl.h"
+#include "Tarvo/Loco.h"
+#include "trace/TraceFile.h"
+
+namespace Tarvo::Platform {
+
+namespace {
+
+/// Calls `apply(name, levels)` for each entry of "name/levels,name/levels". A comma at the very end
+/// opens no further entry.
+void forEachEntry(String text, void (*apply)(const String&, const String&)) {
+  std::string_view rest = text;
+  while (!rest.empty()) {
+    const std::string_view entry = rest.substr(0, rest.find(','));
+    const std::size_t slash = entry.find('/');
+    const std::string_view levels =
+        slash != std::string_view::npos ? entry.substr(slash + 1) : std::string_view();
+    apply(String(entry.substr(0, slash)), String(levels));
+    rest.remove_prefix(std::min(entry.size() + 1, rest.size()));
+  }
+}
+
+void followTraceFileVariable() {
+  const char* wanted = std::getenv("TRACEFILE");
+  Impl::TraceFile& file = Impl::traceFile();
+  if (wanted != nullptr && file.isOpen() && file.name() == wanted) return;
+  file.close();
+  if (wanted == nullptr || file.open(wanted)) return;
+  std::cerr << "Error opening TRACEFILE=" << wanted << std::endl
+            << "Defaulting to std::cerr for trace output." << std::endl;
+}
+
+}  // namespace
+
+std::shared_ptr<DebugHandler> getDebugHandler(const String& name) {
+  return Orl::DebugControl::get(name, false);
+}
+
+void setupTarvoDebug(const char* spec) {
+  {
+    LocoGuard guard;
+    followTraceFileVariable();
+    if (spec == nullptr) spec = std::getenv("TRACE");
+    if (spec == nullptr) return;
+  }
+  forEachEntry(spec, Orl::DebugControl::set);
+}
+
+void clearTarvoDebug(const char* spec) {
+  if (spec != nullptr) forEachEntry(spec, Orl::DebugControl::clear);
+}
+
+void dumpTarvoDebugMap() {
+  LocoGuard guard;
+  Orl::DebugControl::printAll();
+  Orl::DebugHandler::printAll();
+}
+
+}  // namespace Tarvo::Platform

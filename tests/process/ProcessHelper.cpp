@@ -1,0 +1,75 @@
+/// Does one thing, named by its first argument, whose effect on the whole process a test looks at.
+
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "Tarvo/CheckIncompat.h"
+#include "Tarvo/LibeventFactory.h"
+#include "Tarvo/Trace.h"
+
+namespace {
+
+/// Traces while the process's static objects are destroyed.
+struct LastWords {
+  std::shared_ptr<Tarvo::Platform::DebugHandler> handler;
+  ~LastWords() {
+    if (handler) TARVO_TRACE(handler, 1, "last words");
+  }
+} lastWords;
+
+/// Traces while its thread ends.
+struct ThreadWords {
+  std::shared_ptr<Tarvo::Platform::DebugHandler> handler =
+      Tarvo::Platform::getDebugHandler("Thread");
+  ~ThreadWords() { TARVO_TRACE(handler, 1, "thread words"); }
+};
+
+void run(const std::string& what) {
+  if (what == "list") {
+    for (const char* name : {"TaskScheduler", "TarvoX", "Foo"}) {
+      lastWords.handler = Tarvo::Platform::getDebugHandler(name);
+      std::printf("%s %x\n", name, lastWords.handler->levels());
+    }
+    std::fflush(stdout);
+    Tarvo::Platform::printAllTraceFormat();
+    std::printf("TRACE=%s\n", std::getenv("TRACE") != nullptr ? std::getenv("TRACE") : "(unset)");
+  }
+  if (what == "exit") {
+    lastWords.handler = Tarvo::Platform::getDebugHandler("Exit");
+    std::jthread([] {
+      thread_local ThreadWords words;
+      words.handler->name();
+    });
+  }
+  if (what == "assert") TARVO_FAIL("reason {}", 5);
+  if (what == "assert-in-catch") {
+    try {
+      throw std::logic_error("handled");
+    } catch (const std::logic_error&) {
+      TARVO_FAIL("reason {}", 5);
+    }
+  }
+  if (what == "family") Tarvo::RuntimeException::throwException("boom");
+  if (what == "standard") throw std::runtime_error("boom");
+  if (what == "number") throw 5;
+  if (what == "terminate") std::terminate();
+  if (what == "abort") TARVO_ABORT("composed {}", "text");
+  if (what == "check") TARVO_CHECK(what == "other" && "the reason");
+  if (what == "compat") Tarvo::checkIncompat();
+  if (what == "fatal") Tarvo::le_fatal_cb(3);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  for (int i = 1; i < argc; ++i) {
+    if (std::string(argv[i]) == "throw") {
+      Tarvo::throwOnAssertFailIs(true);
+    } else {
+      run(argv[i]);
+    }
+  }
+}

@@ -1,0 +1,117 @@
+#include <gmock/gmock-matchers.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <fstream>
+#include <sstream>
+
+#include "support/ChildProcess.h"
+
+namespace {
+
+using testing::AllOf;
+using testing::ContainsRegex;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+using testsupport::ChildResult;
+
+ChildResult helper(const std::string& what, const std::vector<std::string>& environment = {}) {
+  std::vector<std::string> command{PROCESS_HELPER};
+  std::istringstream words(what);
+  for (std::string word; words >> word;) command.push_back(word);
+  return testsupport::runProgram(command, environment);
+}
+
+TEST(LoadTest, TheDefaultsCoverTheLibraryOnly) {
+  EXPECT_EQ(helper("list").out,
+            "TaskScheduler 0\nTarvoX 3\nFoo 0\n1 1 0 1 1 1 0 0\nTRACE=(unset)\n");
+}
+
+TEST(LoadTest, TheEnvironmentAddsToThem) {
+  const auto child = helper("list", {"TRACE=*/5,Foo/1", "TRACEFORMAT=pid,level"});
+  // Handles made later match the shorter prefix. The record of Foo took it in when it was made.
+  EXPECT_EQ(child.out, "TaskScheduler 20\nTarvoX 20\nFoo 22\n0 0 1 0 0 1 0 0\nTRACE=*/5,Foo/1\n");
+  EXPECT_EQ(helper("list", {"TRACEFORMAT="}).out.substr(31), "0 0 0 0 0 0 0 0\nTRACE=(unset)\n");
+}
+
+TEST(LoadTest, AFileThatCannotBeOpenedIsReportedByBothSetUps) {
+  const std::string report =
+      "Error opening TRACEFILE=/no/dir/t\nDefaulting to std::cerr for trace output.\n";
+  EXPECT_EQ(helper("compat", {"TRACEFILE=/no/dir/t"}).err, report + report);
+}
+
+TEST(LoadTest, TracesGoOnWhileThreadAndProcessEnd) {
+  const std::string path = testing::TempDir() + "exit." + std::to_string(getpid());
+  std::ofstream(path) << "old";
+  const auto child = helper("exit", {"TRACE=*/1", "TRACEFORMAT=handle", "TRACEFILE=" + path});
+  EXPECT_EQ(child.exitCode, 0);
+  std::ostringstream text;
+  text << std::ifstream(path).rdbuf();
+  EXPECT_EQ(text.str(),
+            "Thread ThreadWords::~ThreadWords() thread words\n"
+            "Exit LastWords::~LastWords() last words\n");
+}
+
+TEST(LastWordsTest, AnAssertionReportsAndClaimsNoException) {
+  for (const char* how : {"assert", "assert-in-catch"}) {
+    const auto child = helper(how);
+    EXPECT_EQ(child.signal, SIGABRT);
+    EXPECT_THAT(
+        child.err,
+        AllOf(StartsWith("Tarvo::Assert aborting because: tests/process/ProcessHelper.cpp:"),
+              ContainsRegex("[0-9]: reason 5\nBacktrace:\n"), EndsWith("]\n\n"),
+              Not(HasSubstr("terminate called"))));
+  }
+  EXPECT_THAT(helper("fatal").err,
+              ContainsRegex("because: LibeventFactoryCpp:[0-9]+: "
+                            "Tarvo::le_fatal_cb\\(\\) libevent fatal error:3\n"));
+}
+
+TEST(LastWordsTest, AnEscapedExceptionIsNamedAndShown) {
+  EXPECT_THAT(helper("throw assert").err,
+              StartsWith("terminate called after throwing an instance of 'Tarvo::AssertException'\n"
+                         "  what(): Tarvo::AssertException(\""));
+  const auto family = helper("family").err;
+  EXPECT_THAT(family, StartsWith("terminate called after throwing an instance of "
+                                 "'Tarvo::RuntimeException'\n"
+                                 "  what(): Tarvo::RuntimeException(\"boom\")\nBacktrace:\n"));
+  EXPECT_EQ(family.find("Backtrace:"), family.rfind("Backtrace:"));
+  EXPECT_THAT(helper("standard").err,
+              StartsWith("terminate called after throwing an instance of "
+                         "'std::runtime_error'\n  what(): boomBacktrace:\n"));
+  EXPECT_THAT(helper("number").err,
+              StartsWith("terminate called after throwing an instance of 'int'\nBacktrace:\n"));
+  EXPECT_THAT(helper("terminate").err, StartsWith("Backtrace:\n"));
+}
+
+TEST(LastWordsTest, TheSecondBacktraceCanBeSwitchedOff) {
+  const std::vector<std::string> quiet{"TARVO_BACKTRACE_VERBOSITY=0"};
+  EXPECT_THAT(helper("standard", quiet).err, EndsWith("'\n  what(): boom\n"));
+  EXPECT_EQ(helper("terminate", quiet).err, "");
+  EXPECT_THAT(helper("family", quiet).err, HasSubstr("Backtrace:\n"));
+  EXPECT_THAT(helper("terminate", {"TARVO_BACKTRACE_VERBOSITY=00"}).err, HasSubstr("Backtrace:"));
+}
+
+TEST(LastWordsTest, PlainAbortsIgnoreTheSwitch) {
+  const auto composed = helper("throw abort");
+  EXPECT_EQ(composed.signal, SIGABRT);
+  EXPECT_THAT(composed.err, AllOf(StartsWith("ProcessHelper: tests/process/ProcessHelper.cpp:"),
+                                  EndsWith(": Assertion `composed text' failed.\n")));
+  EXPECT_THAT(helper("throw check").err,
+              EndsWith(": Assertion `what == \"other\" && \"the reason\"' failed.\n"));
+}
+
+TEST(LastWordsTest, FormattingAloneHasNoWriter) {
+  EXPECT_THAT(testsupport::runProgram({FMT_ALONE}).err,
+              EndsWith(": Assertion `false && \"No debug handler found for platform\"' failed.\n"));
+}
+
+TEST(LoadTest, ACompatibleProcessIsLeftAlone) {
+  const auto child = helper("compat compat");
+  EXPECT_EQ(child.exitCode, 0);
+  EXPECT_EQ(child.err, "");
+}
+
+}  // namespace

@@ -1,0 +1,21 @@
+#ifndef TARVO_TESTS_SUPPORT_FAILURE_H
+#define TARVO_TESTS_SUPPORT_FAILURE_H
+
+#include "Tarvo/Exception.h"
+
+namespace testsupport {
+
+/// The message of the assertion that `body` fails, or "nothing failed".
+template <typename Body>
+Tarvo::String failureOf(Body body) {
+  try {
+    body();
+  } catch (const Tarvo::AssertException& e) {
+    return e.msg();
+  }
+  return "nothing failed";
+}
+
+}  // namespace testsupport
+
+#endif

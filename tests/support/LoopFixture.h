@@ -1,0 +1,84 @@
+#ifndef TARVO_TESTS_SUPPORT_LOOPFIXTURE_H
+#define TARVO_TESTS_SUPPORT_LOOPFIXTURE_H
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Tarvo/Allocator.h"
+#include "Tarvo/LibeventFactory.h"
+#include "Tarvo/Loco.h"
+#include "Tarvo/Platform.h"
+#include "platform/LibeventControls.h"
+
+namespace testsupport {
+
+namespace Platform = Tarvo::Platform;
+
+using RunLog = std::vector<std::string>;
+
+/// A handler of every kind that logs its name and then does what the test wants.
+struct Handler : Platform::TimeoutHandler, Platform::CallbackHandler, Platform::FdEventHandler {
+  using Action = std::function<void()>;
+
+  Handler(RunLog& runLog, std::string handlerName, Action doNext = nullptr)
+      : log(runLog), name(std::move(handlerName)), action(std::move(doNext)) {}
+
+  void timeout() override { run(name); }
+  void callback() override { run(name); }
+  void readFdEvent(int fd) override { run(name + " read " + std::to_string(fd)); }
+  void writeFdEvent(int fd) override { run(name + " write " + std::to_string(fd)); }
+  bool handleTimeoutException() override { return asked("timer"); }
+  bool handleCallbackException() override { return asked("callback"); }
+  bool handleFdException(int fd) override { return asked("fd " + std::to_string(fd)); }
+
+  RunLog& log;
+  std::string name;
+  Action action;
+  bool handles = false;
+
+ private:
+  void run(const std::string& what) {
+    log.push_back(what);
+    if (const Action now = action) now();  // the action may replace itself
+  }
+  bool asked(const std::string& kind) {
+    log.push_back(name + " " + kind + " threw");
+    return handles;
+  }
+};
+
+/// Leaves no control and no held lock behind.
+struct LoopFixture : testing::Test {
+  void TearDown() override {
+    EXPECT_EQ(Tarvo::allocationCount<Tarvo::LibeventTimerControl>().objects, 0);
+    EXPECT_EQ(Tarvo::allocationCount<Tarvo::LibeventCallbackControl>().objects, 0);
+    EXPECT_EQ(Tarvo::allocationCount<Tarvo::LibeventFdControl>().objects, 0);
+    EXPECT_FALSE(Platform::loco().owns_lock());
+    EXPECT_EQ(event_base_get_num_events(Tarvo::leInit(), EVENT_BASE_COUNT_ADDED), 0);
+    Tarvo::leFree();
+  }
+  RunLog log;
+};
+
+/// Both ends of a connection; closed at the end of the scope.
+struct SocketPair {
+  SocketPair() { EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0); }
+  SocketPair(const SocketPair&) = delete;
+  SocketPair& operator=(const SocketPair&) = delete;
+  ~SocketPair() {
+    close(ends[0]);
+    close(ends[1]);
+  }
+  int ends[2];
+};
+
+}  // namespace testsupport
+
+#endif

@@ -1,0 +1,89 @@
+#include <gtest/gtest.h>
+
+#include <iomanip>
+#include <memory>
+#include <sstream>
+
+#include "Tarvo/Assert.h"
+#include "Tarvo/DisplayPointer.h"
+#include "Tarvo/Platform.h"
+#include "Tarvo/TypeName.h"
+
+namespace {
+
+using Tarvo::DisplayPointer;
+
+template <typename... Args>
+Tarvo::String message(bool withFunc, fmt::string_view format, const Args&... args) {
+  return Tarvo::Fmt::Impl::vformatstr(withFunc, "run", "Task", format,
+                                      fmt::make_format_args(Tarvo::Impl::displayed(args)...));
+}
+
+struct Shape {
+  friend std::ostream& operator<<(std::ostream& out, const Shape&) { return out << "a shape"; }
+};
+
+TEST(TextTest, MessagesAreBuiltWithAndWithoutTheirPlace) {
+  EXPECT_EQ(message(true, "{}-{}", 1, "two"), "Task::run() 1-two");
+  EXPECT_EQ(message(false, "plain"), "plain");
+  EXPECT_EQ(Tarvo::Fmt::Impl::vformatstr("/a/b.cpp", 7, true, "run", "Task", "x{}",
+                                         fmt::make_format_args("y")),
+            "/a/b.cpp:7: Task::run() xy");
+  const Tarvo::String big(3000, 'b');
+  EXPECT_EQ(message(true, "{}", big), "Task::run() " + big);
+}
+
+TEST(TextTest, ArgumentsShowInTheirOwnForm) {
+  const char* nothing = nullptr;
+  const auto* address = reinterpret_cast<int*>(0xabcdef);
+  EXPECT_EQ(message(false, "{} {} {}", Shape(), nothing, nullptr), "a shape NULL NULL");
+  EXPECT_EQ(message(false, "{} {}", address, static_cast<const void*>(address)),
+            "0x00abcdef 0x00abcdef");
+  EXPECT_EQ(message(false, "{:>4}|{}", 5, Tarvo::String("s")), "   5|s");
+  EXPECT_EQ(message(false, "{} {}", Tarvo::Platform::eventPriorityDefault,
+                    Tarvo::Platform::EventPriority(7)),
+            "eventPriorityDefault Invalid EventPriority=7");
+}
+
+TEST(TextTest, APointerLeavesTheStreamAsItWas) {
+  std::ostringstream out;
+  out << std::left << std::setfill('*') << std::setw(20) << std::oct
+      << DisplayPointer(reinterpret_cast<void*>(0x1f)) << 8 << ' ' << DisplayPointer(nullptr);
+  EXPECT_EQ(out.str(),
+            "0x0000001f10******************"
+            " NULL");
+}
+
+TEST(TextTest, SubstringsAreSlices) {
+  using Slice = Tarvo::Impl::DisplaySubStringBase;
+  EXPECT_EQ(Slice::toString("scheduler", 2, 5), "hed");
+  EXPECT_EQ(Slice::toString("scheduler", 5, 2), "");
+  std::ostringstream out;
+  Slice::addToStream(out, "scheduler", 0, 3);
+  EXPECT_EQ(out.str(), "sch");
+}
+
+TEST(TextTest, TypeNamesAreReadable) {
+  EXPECT_EQ(Tarvo::typeName(typeid(std::shared_ptr<int>).name()), "std::shared_ptr<int>");
+  EXPECT_EQ(Tarvo::typeName("not mangled"), "not mangled");
+}
+
+struct Twice {
+  int value;
+};
+
+}  // namespace
+
+template <>
+struct fmt::formatter<Twice> {
+  constexpr auto parse(fmt::format_parse_context& context) { return context.begin(); }
+  auto format(const Twice& twice, fmt::format_context& context) const {
+    return Tarvo::Fmtrace::Impl::vformat_to(context, "{0}{0}", fmt::make_format_args(twice.value));
+  }
+};
+
+namespace {
+TEST(TextTest, FormattersMayBeWrittenAsFormatStrings) {
+  EXPECT_EQ(message(false, "<{}>", Twice{4}), "<44>");
+}
+}  // namespace

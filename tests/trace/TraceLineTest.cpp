@@ -1,0 +1,166 @@
+#include <gmock/gmock-matchers.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <thread>
+
+#include "Tarvo/Thread.h"
+#include "Tarvo/Trace.h"
+
+namespace {
+
+using Tarvo::String;
+using Tarvo::Platform::setTraceFormat;
+
+String captured(const std::function<void()>& body) {
+  testing::internal::CaptureStderr();
+  body();
+  return testing::internal::GetCapturedStderr();
+}
+
+struct TraceLineTest : testing::Test {
+  TraceLineTest() { handler->enabledIs(1, true); }
+  ~TraceLineTest() override { setTraceFormat("date,time,tid,handle,level"); }
+
+  String line(const char* format, const char* file = "/src/dir/File.cpp",
+              const char* func = "run") {
+    setTraceFormat(format);
+    return captured(
+        [&] { Tarvo::Platform::dumpDebugMsg("msg", 3, 1, handler.get(), file, func, 42); });
+  }
+
+  std::shared_ptr<Tarvo::Platform::DebugHandler> handler = Tarvo::Platform::getDebugHandler("Line");
+};
+
+TEST_F(TraceLineTest, FieldsStandInTheirFixedOrder) {
+  const std::regex all(
+      R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.(0|[1-9]\d{0,5}) \d+ \d+ Line 1 File\.cpp:42 run msg\n)");
+  const String text = line("func-name,line-info,level,handle,tid,pid,time,date,date");
+  EXPECT_TRUE(std::regex_match(text, all)) << text;
+  EXPECT_EQ(line("level,,handle,"), "Line 1 msg\n");
+  EXPECT_EQ(line("tid"), std::to_string(Tarvo::gettid()) + " msg\n");
+  EXPECT_EQ(line(""), "msg\n");
+}
+
+TEST_F(TraceLineTest, ANullNameCostsTheRestOfThePrefix) {
+  EXPECT_EQ(line("level,line-info,func-name", nullptr), "1 msg\n");
+  EXPECT_EQ(line("level,line-info,func-name", "File.cpp", nullptr), "1 File.cpp:42 msg\n");
+}
+
+TEST_F(TraceLineTest, AFormatIsTakenWholeOrNotAtAll) {
+  line("level");
+  EXPECT_EQ(
+      captured([] { setTraceFormat("pid,bogus,Level"); }),
+      "bogus is an invalid field in TRACEFORMAT\nSet TRACEFORMAT=help for more information.\n");
+  EXPECT_EQ(
+      captured([] { setTraceFormat("help"); }),
+      "Usage:\n  TRACEFORMAT=field,field,...\nList of possible fields:\n  date\n  time\n  pid\n"
+      "  tid\n  handle\n  level\n  line-info\n  func-name\n");
+  testing::internal::CaptureStdout();
+  Tarvo::Platform::printAllTraceFormat();
+  Tarvo::Platform::clearTraceFormat();
+  Tarvo::Platform::printAllTraceFormat();
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "0 0 0 0 0 1 0 0\n0 0 0 0 0 0 0 0\n");
+}
+
+TEST_F(TraceLineTest, StatementsAreSilentUnlessTheirLevelIsOn) {
+  setTraceFormat("level,func-name");
+  int evaluated = 0;
+  const auto value = [&] { return ++evaluated; };
+  const Tarvo::Debuggable debuggable(handler);
+  const std::shared_ptr<Tarvo::Platform::DebugHandler> none;
+  EXPECT_EQ(captured([&] {
+              TARVO_TRACE(handler, 2, "{}", value());
+              TARVO_TRACE(none, 1, "{}", value());
+              TARVO_TRACE_STREAM(debuggable, 0, value());
+            }),
+            "");
+  EXPECT_EQ(evaluated, 0);
+  EXPECT_EQ(
+      captured([&] {
+        TARVO_TRACE(debuggable, 1, "{} of {}", value(), 2);
+        TARVO_TRACE_STREAM(*handler, 1, "value " << value());
+      }),
+      "1 TestBody TraceLineTest_StatementsAreSilentUnlessTheirLevelIsOn_Test::TestBody() 1 of 2\n"
+      "1 TestBody TraceLineTest_StatementsAreSilentUnlessTheirLevelIsOn_Test::TestBody() value "
+      "2\n");
+}
+
+TEST_F(TraceLineTest, MessagesAreDrivenByTheirLength) {
+  setTraceFormat("");
+  const String zero("a\0b", 3);
+  const String huge(100000, 'h');
+  errno = EDOM;
+  EXPECT_EQ(
+      captured([&] {
+        TARVO_TRACE(handler, 1, "{}", zero);
+        Tarvo::Platform::dumpDebugMsg(huge.data(), 100000, 1, handler.get(), "f", "g", 1);
+      }),
+      "TraceLineTest_MessagesAreDrivenByTheirLength_Test::TestBody() " + zero + "\n" + huge + "\n");
+  EXPECT_EQ(errno, EDOM);
+}
+
+struct TraceFileTest : TraceLineTest {
+  ~TraceFileTest() override {
+    unsetenv("TRACEFILE");
+    Tarvo::Platform::setupTarvoDebug("");
+  }
+  static String contents(const String& path) {
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+  }
+  String path = testing::TempDir() + "trace." + std::to_string(getpid());
+};
+
+TEST_F(TraceFileTest, FollowsTheVariableAtEverySetUp) {
+  setTraceFormat("level");
+  setenv("TRACEFILE", "/nowhere/at/all", 1);
+  EXPECT_EQ(captured([&] {
+              Tarvo::Platform::setupTarvoDebug("");
+              Tarvo::Platform::dumpDebugMsg("err", 3, 1, handler.get(), "", "", 0);
+            }),
+            "Error opening TRACEFILE=/nowhere/at/all\nDefaulting to std::cerr for trace output.\n1 "
+            "err\n");
+  setenv("TRACEFILE", path.c_str(), 1);
+  Tarvo::Platform::setupTarvoDebug("");
+  Tarvo::Platform::dumpDebugMsg("one", 3, 1, handler.get(), "", "", 0);
+  Tarvo::Platform::setupTarvoDebug("");  // the same file stays as it is
+  Tarvo::Platform::dumpDebugMsg("two", 3, 1, handler.get(), "", "", 0);
+  EXPECT_EQ(contents(path), "1 one\n1 two\n");
+  unsetenv("TRACEFILE");
+  Tarvo::Platform::setupTarvoDebug("");
+  EXPECT_EQ(line("level"), "1 msg\n");
+  setenv("TRACEFILE", path.c_str(), 1);
+  Tarvo::Platform::setupTarvoDebug("");
+  EXPECT_EQ(contents(path), "");
+}
+
+TEST_F(TraceFileTest, LinesOfManyThreadsStayWhole) {
+  setTraceFormat("tid,level");
+  setenv("TRACEFILE", path.c_str(), 1);
+  Tarvo::Platform::setupTarvoDebug("");
+  {
+    std::vector<std::jthread> threads;
+    for (int t = 0; t < 4; ++t) {
+      threads.emplace_back([this] {
+        const auto own = Tarvo::Platform::getDebugHandler("Line");
+        for (int i = 0; i < 200; ++i) {
+          own->enabledIs(1, true);
+          TARVO_TRACE(own, 1, "{:x>600}|", i);
+          Tarvo::Platform::clearTarvoDebug("Line/1");  // configuration changes meanwhile
+        }
+      });
+    }
+  }
+  std::istringstream lines(contents(path));
+  int whole = 0;
+  for (String text; std::getline(lines, text); ++whole) {
+    EXPECT_TRUE(std::regex_match(text, std::regex(R"(\d+ 1 \S+ x+\d+\|)"))) << text;
+  }
+  EXPECT_GT(whole, 0);
+}
+
+}  // namespace
