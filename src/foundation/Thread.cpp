@@ -45,8 +45,8 @@ void threadNameIs(const char* name) {
   TARVO_ASSERT(name != nullptr, "a thread's name must not be null");
   const int error = pthread_setname_np(pthread_self(), name);
   TARVO_ASSERT(error == 0, "pthread_setname_np() failed:{} for name:{}", error, name);
-  std::strncpy(cachedName.data(), name, nameSize);
-  cachedName.back() = '\0';
+  cachedName = {};  // so that the terminator stands wherever the copy ends
+  std::memcpy(cachedName.data(), name, strnlen(name, nameSize - 1));
 }
 
 void useThreadLocalSingletons() {

@@ -16,6 +16,24 @@ Backtrace::Backtrace(bool capture) {
   if (capture) unwind();
 }
 
+#ifdef __SANITIZE_THREAD__
+
+// The unwinder frees its per-thread cache at a moment when the thread sanitizer has already given
+// the thread up, and crashes in it. Single steps do without that cache.
+void Backtrace::unwind() {
+  unw_context_t context;
+  unw_getcontext(&context);
+  unw_cursor_t cursor;
+  unw_init_local(&cursor, &context);
+  unw_word_t ip = 0;
+  size_ = 0;
+  while (size_ < maxFrames && unw_step(&cursor) > 0 && unw_get_reg(&cursor, UNW_REG_IP, &ip) == 0) {
+    addresses_[size_++] = reinterpret_cast<void*>(ip);
+  }
+}
+
+#else
+
 // unw_backtrace() walks with the unwinder's per-thread cache, some forty times faster than single
 // steps. It begins with the frame that calls it, which is not wanted.
 void Backtrace::unwind() {
@@ -24,6 +42,8 @@ void Backtrace::unwind() {
   size_ = found > 1 ? static_cast<unsigned>(found - 1) : 0;
   std::copy_n(frames + 1, size_, addresses_.begin());
 }
+
+#endif
 
 String Backtrace::pretty() const {
   String text;
