@@ -2,6 +2,7 @@
 /// has an initialiser that runs by itself, but for the standard streams, which must come first.
 
 #include <iostream>
+#include <vector>
 
 #include "foundation/Terminate.h"
 #include "foundation/Thread.h"
@@ -13,7 +14,8 @@ namespace {
 
 /// A module's own channel; never destroyed, so that it may trace while the process exits.
 Platform::DebugHandler* makeHandle(const char* name) {
-  return (new std::shared_ptr<Platform::DebugHandler>(Platform::getDebugHandler(name)))->get();
+  static auto& kept = *new std::vector<std::shared_ptr<Platform::DebugHandler>>;
+  return kept.emplace_back(Platform::getDebugHandler(name)).get();
 }
 
 void startUp() {

@@ -43,6 +43,7 @@ std::vector<AllocationCount> allocationCounts() {
     sum.bytes += record->bytes();
   }
   std::vector<AllocationCount> counts;
+  counts.reserve(byName.size());
   for (auto& entry : byName) counts.push_back(std::move(entry.second));
   return counts;
 }

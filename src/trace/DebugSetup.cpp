@@ -12,7 +12,7 @@ namespace {
 
 /// Calls `apply(name, levels)` for each entry of "name/levels,name/levels". A comma at the very end
 /// opens no further entry.
-void forEachEntry(String text, void (*apply)(const String&, const String&)) {
+void forEachEntry(const String& text, void (*apply)(const String&, const String&)) {
   std::string_view rest = text;
   while (!rest.empty()) {
     const std::string_view entry = rest.substr(0, rest.find(','));
