@@ -158,11 +158,4 @@ TEST_F(EventLoopTest, ReportsOfTheEventLibraryAreTraced) {
   EXPECT_THAT(failureOf([] { Tarvo::le_fatal_cb(4); }), HasSubstr("libevent fatal error:4"));
 }
 
-TEST_F(EventLoopTest, AnInvalidPriorityIsRefusedAtOnce) {
-  Handler handler(log, "h");
-  EXPECT_THAT(failureOf([&] { Platform::getTimerControl(&handler, Platform::EventPriority(9)); }),
-              HasSubstr(" to Invalid EventPriority=9 rc -1"));
-  EXPECT_EQ(Tarvo::allocationCount<Tarvo::LibeventTimerControl>().objects, 0);
-}
-
 }  // namespace

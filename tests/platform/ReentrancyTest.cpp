@@ -146,14 +146,6 @@ TEST_P(ReentrancyTest, DestroysItselfAndThrows) {
   }
 }
 
-TEST_P(ReentrancyTest, BreaksTheLoop) {
-  a.action = b.action = [] { event_base_loopbreak(Tarvo::leInit()); };
-  EXPECT_EQ(Platform::doEventLoop(), 0);
-  EXPECT_EQ(log.size(), 1U);
-  EXPECT_EQ(Platform::doEventLoop(), 0);
-  EXPECT_EQ(log.size(), 2U);
-}
-
 INSTANTIATE_TEST_SUITE_P(Kinds, ReentrancyTest, testing::ValuesIn(kinds),
                          [](const auto& tested) { return tested.param.name; });
 

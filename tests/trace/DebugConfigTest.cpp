@@ -194,22 +194,6 @@ TEST(DebugConfigTest, FixedHandlersAreLeftAlone) {
   EXPECT_TRUE(listing("fixed").empty());
 }
 
-class ExternalWord : public Tarvo::Platform::DebugHandler {
- public:
-  explicit ExternalWord(std::uint32_t* word) : DebugHandler("external", 0, word) {}
-  void enabledIs(unsigned, bool) override {}
-  void dump(Tarvo::Platform::DebugStream&, unsigned, const char*, int, const char*) const override {
-  }
-};
-
-TEST(DebugConfigTest, HandlersMayTestAForeignWord) {
-  std::uint32_t word = 0;
-  const ExternalWord handler(&word);
-  EXPECT_FALSE(handler.levelEnabled(4));
-  word = 1U << 4;
-  EXPECT_TRUE(handler.levelEnabled(4));
-}
-
 TEST(DebugConfigTest, HandleNamesAreNotPatterns) {
   testing::internal::CaptureStderr();
   EXPECT_EQ(getDebugHandler("Star*")->name(), "Star");
@@ -227,17 +211,6 @@ TEST(DebugConfigTest, RegistriesNeedTheGlobalLock) {
   EXPECT_DEATH(Tarvo::Orl::DebugControl::findWildcard("x"),
                "DebugControl::findWildcard\\(\\) no loco");
   EXPECT_DEATH(Tarvo::Orl::DebugHandler("x", 0, false), "DebugHandler::DebugHandler\\(\\) no loco");
-}
-
-TEST(DebugConfigTest, DebuggableSharesOrMakesAHandler) {
-  const Tarvo::Debuggable made("Shared");
-  const Tarvo::Debuggable again(*made.debugHandler());
-  EXPECT_EQ(made.debugHandler(), again.debugHandler());
-  EXPECT_EQ(made.debugHandler().use_count(), 2);
-  EXPECT_EQ(Tarvo::Debuggable().debugHandler(), nullptr);
-  std::uint32_t word = 0;
-  ExternalWord unshared(&word);
-  EXPECT_THROW(Tarvo::Debuggable{unshared}, std::bad_weak_ptr);
 }
 
 }  // namespace

@@ -54,15 +54,6 @@ TEST(TextTest, APointerLeavesTheStreamAsItWas) {
             " NULL");
 }
 
-TEST(TextTest, SubstringsAreSlices) {
-  using Slice = Tarvo::Impl::DisplaySubStringBase;
-  EXPECT_EQ(Slice::toString("scheduler", 2, 5), "hed");
-  EXPECT_EQ(Slice::toString("scheduler", 5, 2), "");
-  std::ostringstream out;
-  Slice::addToStream(out, "scheduler", 0, 3);
-  EXPECT_EQ(out.str(), "sch");
-}
-
 TEST(TextTest, TypeNamesAreReadable) {
   EXPECT_EQ(Tarvo::typeName(typeid(std::shared_ptr<int>).name()), "std::shared_ptr<int>");
   EXPECT_EQ(Tarvo::typeName("not mangled"), "not mangled");
