@@ -167,14 +167,21 @@ class Service : Platform::FdEventHandler,
  private:
   void readFdEvent(int fd) override {
     const int client = accept4(fd, nullptr, nullptr, SOCK_CLOEXEC);
-    if (client < 0) {
-      if (errno != EAGAIN && errno != EINTR && errno != ECONNABORTED) failWith("accept");
-      return;
-    }
+    if (client < 0) return acceptFailed();
     connections_.emplace(client, std::make_unique<Connection>(client, idleSeconds_, *this, *this));
     TARVO_TRACE(*this, 1, "client {}: accepted, {} connected", client, connections_.size());
   }
   void writeFdEvent(int) override {}
+
+  void acceptFailed() {
+    if (errno == EMFILE || errno == ENFILE) {
+      // The waiting client would be reported again and again: look away until one has left.
+      TARVO_TRACE(*this, 0, "no descriptor for another client, {} connected", connections_.size());
+      accepts_->setReads(false);
+    } else if (errno != EAGAIN && errno != EINTR && errno != ECONNABORTED) {
+      failWith("accept");
+    }
+  }
 
   void finished(Connection& connection) override {
     ++clients_;
@@ -186,6 +193,7 @@ class Service : Platform::FdEventHandler,
   void callback() override {
     for (const int fd : done_) connections_.erase(fd);
     done_.clear();
+    accepts_->setReads(true);
   }
 
   double idleSeconds_;
@@ -231,6 +239,10 @@ class StopSignal : Platform::FdEventHandler {
 int main(int argc, char** argv) {
   signal(SIGPIPE, SIG_IGN);
   const double idleSeconds = argc > 1 ? std::strtod(argv[1], nullptr) : 30.0;
+  if (!(idleSeconds > 0)) {
+    std::fprintf(stderr, "usage: LineService [idle-seconds]\n");
+    return 2;
+  }
   try {
     StopSignal stop;
     Service service(idleSeconds);

@@ -15,7 +15,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <typeindex>
 #include <typeinfo>
 #include <vector>
 
@@ -46,14 +45,15 @@ class TARVO_EXPORT AllocationRecord {
   void add(std::int64_t objects) { objects_.fetch_add(objects, std::memory_order_relaxed); }
   std::int64_t objects() const { return objects_.load(std::memory_order_relaxed); }
   std::int64_t bytes() const { return objects() * static_cast<std::int64_t>(unitSize_); }
-  const std::type_info& counted() const { return counted_; }
+  /// The mangled name of the type; a copy, since the type may be unloaded.
+  const String& counted() const { return counted_; }
   const AllocationRecord* next() const { return next_; }
 
   /// The newest record; the rest hang on next().
   static const AllocationRecord* first();
 
  private:
-  const std::type_info& counted_;
+  String counted_;
   std::size_t unitSize_;
   std::atomic<std::int64_t> objects_{0};
   const AllocationRecord* next_ = nullptr;

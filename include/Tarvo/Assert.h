@@ -35,23 +35,27 @@ namespace Tarvo::Impl {
 [[noreturn]] TARVO_EXPORT void abortOnAssertion(const char* text, const char* file, int line,
                                                 const char* func) noexcept;
 
+/// The two below fall back to the bare format when an argument cannot be shown.
+[[noreturn]] TARVO_EXPORT void vassertFailed(const char* file, int line, const ScopeNames& scope,
+                                             fmt::string_view format, fmt::format_args args);
+[[noreturn]] TARVO_EXPORT void vabortWithText(const char* file, int line, const char* func,
+                                              fmt::string_view format,
+                                              fmt::format_args args) noexcept;
+
 template <typename... Args>
 [[noreturn]] [[gnu::cold]] void assertFailed(const char* file, int line, const ScopeNames& scope,
                                              fmt::format_string<Displayed<Args>...> format,
                                              const Args&... args) {
-  AssertException::throwException(Fmt::Impl::vformatstr(file, line, scope.withFunc(), scope.func,
-                                                        scope.className, fmt::string_view(format),
-                                                        fmt::make_format_args(displayed(args)...)));
+  vassertFailed(file, line, scope, fmt::string_view(format),
+                fmt::make_format_args(displayed(args)...));
 }
 
 template <typename... Args>
 [[noreturn]] [[gnu::cold]] void abortWithText(const char* file, int line, const char* func,
                                               fmt::format_string<Displayed<Args>...> format,
-                                              const Args&... args) {
-  abortOnAssertion(Fmt::Impl::vformatstr(false, nullptr, nullptr, fmt::string_view(format),
-                                         fmt::make_format_args(displayed(args)...))
-                       .c_str(),
-                   file, line, func);
+                                              const Args&... args) noexcept {
+  vabortWithText(file, line, func, fmt::string_view(format),
+                 fmt::make_format_args(displayed(args)...));
 }
 
 }  // namespace Tarvo::Impl

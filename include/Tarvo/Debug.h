@@ -52,8 +52,8 @@ class TARVO_EXPORT DebugHandler : public std::enable_shared_from_this<DebugHandl
   virtual void dump(DebugStream& stream, unsigned level, const char* file, int line,
                     const char* func) const = 0;
 
-  /// Whether bit `level` is on: one load and one test. REQUIRES: level < 32.
-  bool levelEnabled(unsigned level) const { return ((levels() >> level) & 1U) != 0; }
+  /// Whether bit `level` is on: one load and one test. Levels count modulo 32.
+  bool levelEnabled(unsigned level) const { return ((levels() >> (level % 32)) & 1U) != 0; }
 
   /// The enable word. Read without a lock; a change by another thread shows up in its own time.
   std::uint32_t levels() const {
@@ -123,6 +123,7 @@ class TARVO_EXPORT Debuggable {
   Debuggable(Platform::DebugHandler& handler) : handler_(handler.shared_from_this()) {}
   /// Holds a new channel for `handleName`.
   Debuggable(const String& handleName) : handler_(Platform::getDebugHandler(handleName)) {}
+  Debuggable(std::nullptr_t) {}
   Debuggable(const char* handleName) : Debuggable(String(handleName)) {}
   Debuggable(const Debuggable&) = default;
   Debuggable& operator=(const Debuggable&) = default;

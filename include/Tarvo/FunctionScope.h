@@ -8,6 +8,7 @@
 /// C function) carries nothing. Template arguments and parameters are left out, unnamed namespaces
 /// are passed over, and a lambda counts as part of the function that it stands in.
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <string_view>
@@ -18,7 +19,7 @@ namespace Tarvo::Impl {
 struct ScopeNames {
   const char* className;
   const char* func;
-  bool withFunc() const { return className[0] != '\0'; }
+  bool withFunc() const { return className[0] != '\0' && func[0] != '\0'; }
 };
 
 /// The two names inside the compiler's description of a function.
@@ -38,6 +39,12 @@ class ScopeParser {
         readOperator();
       } else if (startsWith("(anonymous namespace)")) {
         at_ += std::string_view("(anonymous namespace)").size();
+      } else if (startsWith("decltype")) {
+        at_ = std::min(text_.find('(', at_), text_.size() - 1);
+        skipBracketed();
+      } else if (startsWith("::<lambda")) {
+        endComponent(2);  // of a namespace: there is no function to name
+        return {scope_, {}};
       } else if (startsWith("::")) {
         endComponent(2);
       } else if (text_[at_] == ' ' || text_[at_] == '*' || text_[at_] == '&') {
@@ -107,6 +114,7 @@ class ScopeParser {
     int depth = 0;
     do {
       const char c = text_[at_++];
+      if (c == '-' && startsWith(">")) ++at_;  // an arrow closes nothing
       if (c == '(' || c == '<' || c == '{' || c == '[') ++depth;
       if (c == ')' || c == '>' || c == '}' || c == ']') --depth;
     } while (depth > 0 && at_ < text_.size());

@@ -6,6 +6,7 @@
 /// Tarvo/Platform.h, whose factories and loops forward here.
 ///
 /// Each thread has at most one base, made at first use. All operations concern the calling thread.
+/// The base is to be run through doEventLoop() only, which passes exceptions on.
 
 #include <memory>
 
@@ -24,10 +25,12 @@ TARVO_EXPORT event_base* leCreateBase();
 TARVO_EXPORT void leRegisterBase(event_base* base);
 /// The thread's base, made when there is none.
 TARVO_EXPORT event_base* leInit();
-/// Frees the thread's base, if any. Its controls must be gone, or not be used again.
+/// Frees the thread's base, if any. All of its controls must be gone. Fails an assertion when
+/// called from inside the loop.
 TARVO_EXPORT void leFree();
 TARVO_EXPORT bool leInitialized();
-/// Rebuilds the base in a forked child, or makes one.
+/// Rebuilds the base in a forked child, or makes one. Until then parent and child share what they
+/// watch: the child must call it before it uses or destroys a control, and before it calls exit().
 TARVO_EXPORT void leForkReinit();
 /// Remembers whether the thread is the process's main thread.
 TARVO_EXPORT void setMainThread();

@@ -22,7 +22,8 @@
 ///     Tarvo::Platform::doEventLoop();  // returns when nothing is left to wait for
 ///
 /// Handlers stay the client's and must outlive their controls; controls are shared-owned. A handler
-/// may do anything with any control from inside a notification: re-arm it, disarm it, destroy it.
+/// may do anything with any control from inside a notification: re-arm it, disarm it, destroy it. A
+/// notification that destroys its handler must not throw.
 /// Everything here is used on one thread: the one that asked for the control. The loop cannot be
 /// run from inside a handler of the same thread: such a call returns -1 and serves nothing.
 ///
@@ -102,9 +103,11 @@ class TARVO_EXPORT FdControl {
   /// setWrites(true) asks for the next.
   virtual void setWrites(bool on) = 0;
   /// Binds to a descriptor and makes it non-blocking. Aborts when it is none. Throws
-  /// RuntimeException, as do setReads() and setWrites(), when its kind cannot be watched.
+  /// RuntimeException, as do setReads() and setWrites(), when it cannot be watched; the control
+  /// then has no descriptor.
   virtual void setFd(int fd) = 0;
-  /// Withdraws all notifications and forgets the descriptor. To be called before closing it.
+  /// Withdraws all notifications and forgets the descriptor. To be called before closing it:
+  /// whoever gets the number next would otherwise not be told of its events.
   virtual void delFd() = 0;
   /// -1 without a descriptor.
   virtual int getFd() const = 0;
@@ -154,7 +157,8 @@ TARVO_EXPORT std::shared_ptr<FdControl> getFdControl(FdEventHandler* handler);
 /// Runs the calling thread's loop until nothing is left to wait for. Returns 1 then, 0 when the
 /// loop was broken, -1 on an error.
 TARVO_EXPORT int doEventLoop();
-/// The same for at most `maxSeconds`. With infinity there is no limit.
+/// The same for `maxSeconds`, also when there is nothing to wait for, and returns 0. With infinity
+/// there is no limit and the call is doEventLoop().
 TARVO_EXPORT int doEventLoop(double maxSeconds);
 
 /// Not available in this library: both fail an assertion.

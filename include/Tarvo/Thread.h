@@ -12,7 +12,8 @@
 
 namespace Tarvo {
 
-/// The kernel's id of the calling thread, remembered per thread and right in a forked child.
+/// The kernel's id of the calling thread, remembered per thread and right in a child that
+/// fork() made (not vfork(), nor a bare clone).
 TARVO_EXPORT pid_t gettid();
 
 /// Whether the caller is the thread that the process started with.

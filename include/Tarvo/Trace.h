@@ -8,9 +8,10 @@
 ///     TARVO_ASSERT_STREAM(handle, 0, bytes >= 0, "got " << bytes);
 ///
 /// `handle` is a Debuggable (so `*this` in a class derived from it), a DebugHandler, or a plain or
-/// shared pointer to one; null is silent. The level is tested first and the arguments are evaluated
-/// only when it is on. TARVO_ASSERT_STREAM traces its text when the level is on and then takes the
-/// assertion path; the other assertions stand in Tarvo/Assert.h. Each message begins with
+/// shared pointer to one; null is silent. Arguments must not
+/// destroy the handle that they are traced on. The level is tested first and the arguments are
+/// evaluated only when it is on. TARVO_ASSERT_STREAM traces its text when the level is on and then
+/// takes the assertion path; the other assertions stand in Tarvo/Assert.h. Each message begins with
 /// "Scope::function() " by the rule in Tarvo/FunctionScope.h.
 
 #include <memory>
@@ -33,6 +34,10 @@ Platform::DebugHandler* traceHandler(const std::shared_ptr<Handler>& handler) {
   return handler.get();
 }
 
+// A statement takes a handle; a name would make a new channel at every pass.
+Platform::DebugHandler* traceHandler(const char* name) = delete;
+Platform::DebugHandler* traceHandler(const String& name) = delete;
+
 template <typename... Args>
 [[gnu::cold]] void traceFormatted(const Platform::DebugHandler* handler, unsigned level,
                                   const char* file, int line, const ScopeNames& scope,
@@ -47,36 +52,43 @@ TARVO_EXPORT void beginMessage(Platform::DebugStream& stream, const ScopeNames& 
 
 }  // namespace Tarvo::Impl
 
-#define TARVO_TRACE(handle, level, ...)                                                \
-  do {                                                                                 \
-    if (const auto* tarvoHandler_ = ::Tarvo::Impl::traceHandler(handle);               \
-        tarvoHandler_ != nullptr && tarvoHandler_->levelEnabled(level)) [[unlikely]] { \
-      TARVO_SCOPE(tarvoScope_);                                                        \
-      ::Tarvo::Impl::traceFormatted(tarvoHandler_, level, TARVO_FILE, __LINE__,        \
-                                    tarvoScope_.names(), __VA_ARGS__);                 \
-    }                                                                                  \
+// Tests whether the statement is to be written; keeps a temporary handle alive meanwhile.
+#define TARVO_TRACE_IF_ON(handle, level)                                \
+  auto&& tarvoOwner_ = (handle);                                        \
+  const auto* tarvoHandler_ = ::Tarvo::Impl::traceHandler(tarvoOwner_); \
+  const unsigned tarvoLevel_ = (level);                                 \
+  if (tarvoHandler_ != nullptr && tarvoHandler_->levelEnabled(tarvoLevel_)) [[unlikely]]
+
+#define TARVO_TRACE(handle, level, ...)                                               \
+  do {                                                                                \
+    TARVO_TRACE_IF_ON(handle, level) {                                                \
+      TARVO_SCOPE(tarvoScope_);                                                       \
+      ::Tarvo::Impl::traceFormatted(tarvoHandler_, tarvoLevel_, TARVO_FILE, __LINE__, \
+                                    tarvoScope_.names(), __VA_ARGS__);                \
+    }                                                                                 \
   } while (false)
 
-#define TARVO_TRACE_STREAM(handle, level, ...)                                                  \
-  do {                                                                                          \
-    if (const auto* tarvoHandler_ = ::Tarvo::Impl::traceHandler(handle);                        \
-        tarvoHandler_ != nullptr && tarvoHandler_->levelEnabled(level)) [[unlikely]] {          \
-      TARVO_SCOPE(tarvoScope_);                                                                 \
-      ::Tarvo::Platform::DebugStream tarvoStream_;                                              \
-      ::Tarvo::Impl::beginMessage(tarvoStream_, tarvoScope_.names());                           \
-      tarvoStream_ << __VA_ARGS__;                                                              \
-      tarvoHandler_->dump(tarvoStream_, level, TARVO_FILE, __LINE__, tarvoScope_.names().func); \
-    }                                                                                           \
+#define TARVO_TRACE_STREAM(handle, level, ...)                             \
+  do {                                                                     \
+    TARVO_TRACE_IF_ON(handle, level) {                                     \
+      TARVO_SCOPE(tarvoScope_);                                            \
+      ::Tarvo::Platform::DebugStream tarvoStream_;                         \
+      ::Tarvo::Impl::beginMessage(tarvoStream_, tarvoScope_.names());      \
+      tarvoStream_ << __VA_ARGS__;                                         \
+      tarvoHandler_->dump(tarvoStream_, tarvoLevel_, TARVO_FILE, __LINE__, \
+                          tarvoScope_.names().func);                       \
+    }                                                                      \
   } while (false)
 
 #define TARVO_ASSERT_STREAM(handle, level, condition, ...)                                      \
   do {                                                                                          \
     if (!(condition)) [[unlikely]] {                                                            \
       TARVO_SCOPE(tarvoScope_);                                                                 \
+      auto&& tarvoOwner_ = (handle);                                                            \
       ::Tarvo::Platform::DebugStream tarvoStream_;                                              \
       ::Tarvo::Impl::beginMessage(tarvoStream_, tarvoScope_.names());                           \
       tarvoStream_ << __VA_ARGS__;                                                              \
-      ::Tarvo::debugAndThrowAssertException(::Tarvo::Impl::traceHandler(handle), level,         \
+      ::Tarvo::debugAndThrowAssertException(::Tarvo::Impl::traceHandler(tarvoOwner_), level,    \
                                             tarvoStream_, TARVO_FILE, tarvoScope_.names().func, \
                                             __LINE__);                                          \
     }                                                                                           \

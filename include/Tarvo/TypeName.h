@@ -7,8 +7,8 @@
 namespace Tarvo {
 
 /// The readable form of a name mangled by the C++ ABI, as std::type_info::name() gives it; the name
-/// itself when it cannot be read. Fails an assertion when the demangler claims success without a
-/// result.
+/// itself when it cannot be read, and nothing for null. Fails an assertion when the demangler
+/// claims success without a result.
 TARVO_EXPORT String typeName(const char* mangledName);
 
 }  // namespace Tarvo

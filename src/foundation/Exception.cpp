@@ -1,8 +1,8 @@
 #include "Tarvo/Exception.h"
 
 #include <atomic>
-#include <iostream>
 
+#include "foundation/StandardError.h"
 #include "foundation/Terminate.h"
 
 namespace Tarvo {
@@ -61,7 +61,7 @@ void throwOnAssertFailIs(bool on) { throwOnAssertFail.store(on, std::memory_orde
 
 void AssertException::throwException(const String& msg) {
   if (throwOnAssertFail.load(std::memory_order_relaxed)) throw AssertException(msg);
-  std::cerr << "Tarvo::Assert aborting because: " << msg << std::endl;
+  Impl::writeLastWords("Tarvo::Assert aborting because: " + msg + "\n");
   Impl::terminateOnAssertion();
 }
 

@@ -1,6 +1,5 @@
 #include "Tarvo/Locking.h"
 
-#include <cerrno>
 #include <system_error>
 
 #include "Tarvo/Assert.h"
@@ -14,13 +13,6 @@ void lockMutex(pthread_mutex_t& mutex) {
   if (error != 0) throw std::system_error(error, std::generic_category());
 }
 
-bool tryLockMutex(pthread_mutex_t& mutex) {
-  const int error = pthread_mutex_trylock(&mutex);
-  if (error == EBUSY) return false;
-  if (error != 0) throw std::system_error(error, std::generic_category());
-  return true;
-}
-
 }  // namespace
 
 Lock::~Lock() { pthread_mutex_destroy(&mutex_); }
@@ -31,7 +23,7 @@ void Lock::lock() {
 }
 
 bool Lock::try_lock() {
-  if (!tryLockMutex(mutex_)) return false;
+  if (pthread_mutex_trylock(&mutex_) != 0) return false;
   owner_.store(pthread_self(), std::memory_order_relaxed);
   return true;
 }
@@ -55,7 +47,7 @@ void RecursiveLock::lock() {
 }
 
 bool RecursiveLock::try_lock() {
-  if (!tryLockMutex(mutex_)) return false;
+  if (pthread_mutex_trylock(&mutex_) != 0) return false;
   owner_.store(pthread_self(), std::memory_order_relaxed);
   return true;
 }

@@ -4,11 +4,11 @@
 
 #include <cstdlib>
 #include <exception>
-#include <iostream>
 
 #include "Tarvo/Backtrace.h"
 #include "Tarvo/Exception.h"
 #include "Tarvo/TypeName.h"
+#include "foundation/StandardError.h"
 
 namespace Tarvo::Impl {
 
@@ -25,7 +25,8 @@ String describeException(bool& wantsBacktrace) {
     wantsBacktrace = false;
     return String("  what(): ") + e.what();
   } catch (const std::exception& e) {
-    return String("  what(): ") + e.what();
+    const char* what = e.what();
+    return String("  what(): ") + (what != nullptr ? what : "");
   } catch (...) {
     return {};
   }
@@ -42,12 +43,11 @@ void reportAndAbort() {
   if (type != nullptr) {
     const char* mangled = type->name();
     if (*mangled == '*') ++mangled;
-    std::cerr << "terminate called after throwing an instance of '" << typeName(mangled) << "'"
-              << std::endl;
+    writeLastWords("terminate called after throwing an instance of '" + typeName(mangled) + "'\n");
     report = describeException(wantsBacktrace);
   }
   if (wantsBacktrace && Backtrace::verbosity() == 1) report += Backtrace(true).pretty();
-  if (!report.empty()) std::cerr << report << std::endl;
+  if (!report.empty()) writeLastWords(report + "\n");
   std::abort();
 }
 

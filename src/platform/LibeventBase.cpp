@@ -21,6 +21,7 @@ constexpr int priorityCount = 2;
 
 thread_local bool mainThread = false;
 thread_local event_base* ev_base = nullptr;
+thread_local bool dispatching = false;
 // A plain pointer, so that the loop also works while the thread's other objects are destroyed.
 thread_local std::exception_ptr* keptException = nullptr;
 
@@ -34,17 +35,44 @@ void keepExceptionForLoop() noexcept {
   event_base_loopbreak(ev_base);
 }
 
-int dispatchBase(event_base* base) {
-  const int result = event_base_dispatch(base);
-  if (keptException == nullptr) return result;
+void addTimeout(event& ev, const timeval& timeout) {
+  if (event_add(&ev, &timeout) != 0) {
+    MemoryResourceException::throwException("no room for another timeout");
+  }
+}
+
+namespace {
+
+/// Set while the base runs its events.
+struct DispatchMark {
+  DispatchMark() { dispatching = true; }
+  ~DispatchMark() { dispatching = false; }
+};
+
+void throwKept() {
+  if (keptException == nullptr) return;
   const std::unique_ptr<std::exception_ptr> kept(std::exchange(keptException, nullptr));
   std::rethrow_exception(*kept);
+}
+
+}  // namespace
+
+int dispatchBase(event_base* base) {
+  if (dispatching) return event_base_dispatch(base);  // which reports and refuses
+  throwKept();                                        // left by somebody who ran the base himself
+  int result = 0;
+  {
+    const DispatchMark mark;
+    result = event_base_dispatch(base);
+  }
+  throwKept();
+  return result;
 }
 
 }  // namespace Impl
 
 event_base* leCreateBase() {
-  const int ret = evthread_use_pthreads();
+  static const int ret = evthread_use_pthreads();
   TARVO_ASSERT(ret == 0, "ret {}", ret);
   event_config* config = event_config_new();
   event_base* base = nullptr;
@@ -68,14 +96,16 @@ void leRegisterBase(event_base* base) {
 
 event_base* leInit() {
   if (ev_base != nullptr) return ev_base;
-  event_set_fatal_callback(le_fatal_cb);
-  event_set_log_callback(le_debug_cb);
+  // The callbacks belong to the process; threads that start at once must not set them together.
+  [[maybe_unused]] static const bool set =
+      (event_set_fatal_callback(le_fatal_cb), event_set_log_callback(le_debug_cb), true);
   leRegisterBase(leCreateBase());
   return ev_base;
 }
 
 void leFree() {
   if (ev_base == nullptr) return;
+  TARVO_ASSERT(!dispatching, "the loop of this base is running");
   event_base_free(std::exchange(ev_base, nullptr));
 }
 

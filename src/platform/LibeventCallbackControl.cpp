@@ -25,19 +25,31 @@ void LibeventCallbackControl::cancelCallback() {
 
 bool LibeventCallbackControl::pendingCallback() const { return armed(); }
 
+namespace {
+
+/// Runs the callback; an exception goes to the handler first.
+void offerCallback(Platform::CallbackHandler& handler) {
+  try {
+    handler.callback();
+  } catch (abi::__forced_unwind&) {
+    throw;
+  } catch (...) {
+    if (!handler.handleCallbackException()) throw;
+    TARVO_TRACE(libeventTrace, 9, "Callback notification exception was handled");
+  }
+}
+
+}  // namespace
+
 void LibeventCallbackControl::timeout() {
   TARVO_TRACE(libeventTrace, 9, "Callback {} execute", this);
   Platform::CallbackHandler* handler = handler_;
   const Impl::Lifeline::Watch watch(lifeline());
   try {
-    handler->callback();
+    offerCallback(*handler);
   } catch (abi::__forced_unwind&) {
     throw;
   } catch (...) {
-    if (handler->handleCallbackException()) {
-      TARVO_TRACE(libeventTrace, 9, "Callback notification exception was handled");
-      return;
-    }
     if (watch.alive()) throw;
     // The timer part would ask this control, its handler, what to do; but the control is gone.
     Impl::keepExceptionForLoop();

@@ -6,29 +6,14 @@
 
 namespace Tarvo {
 
-namespace {
-
-unsigned traceLevel(int severity, const char* msg) {
-  switch (severity) {
-    case EVENT_LOG_DEBUG:
-      return 9;
-    case EVENT_LOG_MSG:
-      return 5;
-    case EVENT_LOG_WARN:
-      return 1;
-    case EVENT_LOG_ERR:
-      return 0;
-    default:
-      TARVO_FAIL("invalid libevent severity:{} msg:{}", severity, msg);
-  }
-}
-
-}  // namespace
-
 void le_fatal_cb(int err) { TARVO_FAIL("libevent fatal error:{}", err); }
 
 void le_debug_cb(int severity, const char* msg) {
-  TARVO_TRACE(Impl::libeventTrace, traceLevel(severity, msg), "libevent: {}", msg);
+  // By severity: debug, message, warning, error.
+  static constexpr unsigned levels[] = {9, 5, 1, 0};
+  TARVO_ASSERT(severity >= EVENT_LOG_DEBUG && severity <= EVENT_LOG_ERR,
+               "invalid libevent severity:{} msg:{}", severity, msg);
+  TARVO_TRACE(Impl::libeventTrace, levels[severity], "libevent: {}", msg);
 }
 
 }  // namespace Tarvo

@@ -13,13 +13,6 @@ namespace Tarvo {
 
 namespace {
 
-void makeNonBlocking(int fd) {
-  const int flags = fcntl(fd, F_GETFL);
-  TARVO_CHECK(flags >= 0);
-  const int result = fcntl(fd, F_SETFL, flags | O_NONBLOCK);
-  TARVO_CHECK(result == 0);
-}
-
 void assignUnbound(event& ev, event_base* base) {
   event_assign(&ev, base, -1, 0, nullptr, nullptr);
   eventPrioritySet(&ev, Platform::eventPriorityDefault);
@@ -37,7 +30,13 @@ LibeventFdControl::~LibeventFdControl() { LibeventFdControl::delFd(); }
 
 void LibeventFdControl::setFd(int fd) {
   fd_ = fd;
-  makeNonBlocking(fd);
+  const int flags = fcntl(fd, F_GETFL);
+  TARVO_CHECK(flags >= 0);
+  const int result = fcntl(fd, F_SETFL, flags | O_NONBLOCK);
+  TARVO_CHECK(result == 0);
+  // Whatever happens below, nothing of the old descriptor may come under the new one's number.
+  event_del(&readEvent_);
+  event_del(&writeEvent_);
   if (reads_) watch(readEvent_, EV_READ | EV_PERSIST, handleFdRead);
   if (writes_) watch(writeEvent_, EV_WRITE, handleFdWrite);
 }
@@ -68,8 +67,10 @@ void LibeventFdControl::watch(event& ev, short flags, event_callback_fn callback
   eventPrioritySet(&ev, Platform::eventPriorityDefault);
   if (event_add(&ev, nullptr) != 0) {
     const int error = errno;
+    const int fd = getFd();
+    delFd();  // half a binding is none
     RuntimeException::throwException(
-        fmt::format("cannot watch descriptor {}: {}", fd_, std::strerror(error)));
+        fmt::format("cannot watch descriptor {}: {}", fd, std::strerror(error)));
   }
 }
 

@@ -12,6 +12,7 @@
 
 namespace Tarvo {
 
+using Impl::addTimeout;
 using Impl::libeventTrace;
 
 EvLoopBreak::EvLoopBreak(const timeval& timeout) {
@@ -19,7 +20,7 @@ EvLoopBreak::EvLoopBreak(const timeval& timeout) {
   TARVO_TRACE(libeventTrace, 8, "{} timeout {}", &event_, timeout);
   event_assign(&event_, base, -1, 0, handleBaseLoopBreak, &event_);
   eventPrioritySet(&event_, Platform::eventPriorityDefault);
-  event_add(&event_, &timeout);
+  addTimeout(event_, timeout);
 }
 
 EvLoopBreak::~EvLoopBreak() {

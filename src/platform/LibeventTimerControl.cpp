@@ -6,10 +6,12 @@
 #include "Tarvo/Allocator.h"
 #include "Tarvo/LibeventFactory.h"
 #include "platform/EventTime.h"
+#include "platform/LibeventBase.h"
 #include "platform/LibeventControls.h"
 
 namespace Tarvo {
 
+using Impl::addTimeout;
 using Impl::libeventTrace;
 
 LibeventTimerControl::LibeventTimerControl(Platform::TimeoutHandler* handler,
@@ -33,7 +35,7 @@ void LibeventTimerControl::setTimeout(double seconds) {
   assign();
   // The base counts from the time it read at the start of its turn, which may be long ago.
   if (timerisset(&delay)) event_base_update_cache_time(event_get_base(&event_));
-  event_add(&event_, &delay);
+  addTimeout(event_, delay);
 }
 
 void LibeventTimerControl::delTimeout() {

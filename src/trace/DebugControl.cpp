@@ -43,10 +43,12 @@ DebugControl::DebugControl(const String& name, std::uint16_t levels, bool wildca
 
 DebugControl::~DebugControl() {
   TARVO_CHECK(Tarvo::Platform::loco().owns_lock() && "DebugControl::~DebugControl() no loco");
+  // Of two records with one name, only the first is in the map.
+  const auto isThis = [this](const auto& entry) { return entry.second == this; };
   if (wildcard_) {
-    wildCardDebugsMap_->erase(name_);
+    std::erase_if(*wildCardDebugsMap_, isThis);
   } else {
-    debugsMap_->erase(name_);
+    std::erase_if(*debugsMap_, isThis);
   }
 }
 

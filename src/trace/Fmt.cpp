@@ -1,5 +1,7 @@
 #include "Tarvo/Fmt.h"
 
+#include <cxxabi.h>
+
 #include "Tarvo/Assert.h"
 
 namespace Tarvo {
@@ -27,7 +29,14 @@ void vfmtrace(const void* handler, unsigned level, const char* file, bool withFu
               const char* func, const char* className, int line, fmt::string_view format,
               fmt::format_args args) {
   fmt::memory_buffer buffer;
-  buildMessageBuffer(buffer, withFunc, func, className, format, args);
+  try {
+    buildMessageBuffer(buffer, withFunc, func, className, format, args);
+  } catch (abi::__forced_unwind&) {
+    throw;
+  } catch (...) {
+    // A message that cannot be made must not break the code that it reports on.
+    buffer.append(fmt::string_view(" (an argument cannot be shown)"));
+  }
   dumpDebugMsg(buffer.data(), buffer.size(), level, handler, file, func, line);
 }
 
@@ -59,7 +68,7 @@ void buildDetailedMessageBuffer(fmt::memory_buffer& buffer, const char* file, in
                                 bool withFunc, const char* func, const char* className,
                                 fmt::string_view format, fmt::format_args args) {
   empty(buffer);
-  fmt::format_to(fmt::appender(buffer), "{}:{}: ", file, line);
+  fmt::format_to(fmt::appender(buffer), "{}:{}: ", file != nullptr ? file : "", line);
   buildMessageBufferInternal(buffer, withFunc, func, className, format, args);
 }
 

@@ -15,12 +15,12 @@ TraceFile& traceFile() {
 // Appending keeps lines whole when several processes share the file, or when it is cut meanwhile.
 bool TraceFile::open(const char* name) {
   close();
+  name_ = name;
   do {
     fd_ = ::open(name, O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0666);
   } while (fd_ < 0 && errno == EINTR);
-  if (!isOpen()) return false;
-  name_ = name;
-  return true;
+  if (!isOpen()) name_.clear();
+  return isOpen();
 }
 
 void TraceFile::close() {

@@ -69,7 +69,7 @@ void printAllTraceFormat() {
   LocoGuard guard;
   const Impl::TraceFields fields = Impl::traceFields();
   for (std::size_t i = 0; i < Impl::traceFieldNames.size(); ++i) {
-    std::cout << (i > 0 ? " " : "") << fields.has(static_cast<Impl::TraceField>(i));
+    std::cout << (i > 0 ? " " : "") << (fields.has(static_cast<Impl::TraceField>(i)) ? '1' : '0');
   }
   std::cout << std::endl;
 }

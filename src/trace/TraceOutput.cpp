@@ -4,13 +4,13 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <ctime>
-#include <iostream>
 #include <string_view>
 
 #include "Tarvo/Debug.h"
 #include "Tarvo/Loco.h"
 #include "Tarvo/Thread.h"
+#include "foundation/StandardError.h"
+#include "trace/LocalTime.h"
 #include "trace/TraceFile.h"
 #include "trace/TraceFormat.h"
 
@@ -21,41 +21,16 @@ namespace {
 using Impl::TraceField;
 using Impl::TraceFields;
 
-/// The local date and time of one second as text. Breaking a second down costs more than all the
-/// rest of a line, so each thread remembers its last one.
-class SecondText {
- public:
-  /// False when the second cannot be broken down.
-  bool secondIs(std::time_t second) {
-    if (second == second_) return true;
-    std::tm local;
-    if (localtime_r(&second, &local) == nullptr) return false;
-    dateSize_ = std::strftime(date_, sizeof date_, "%Y-%m-%d ", &local);
-    timeSize_ = std::strftime(time_, sizeof time_, "%H:%M:%S", &local);
-    second_ = second;
-    return true;
-  }
-  std::string_view date() const { return {date_, dateSize_}; }
-  std::string_view time() const { return {time_, timeSize_}; }
-
- private:
-  std::time_t second_ = -1;
-  char date_[40];
-  char time_[16];
-  std::size_t dateSize_ = 0;
-  std::size_t timeSize_ = 0;
-};
-
-thread_local SecondText secondText;
+thread_local Impl::LocalTime localTime;
 
 void appendTime(fmt::memory_buffer& line, TraceFields fields) {
   if (!fields.has(TraceField::date) && !fields.has(TraceField::time)) return;
   timeval now;
   gettimeofday(&now, nullptr);
-  if (!secondText.secondIs(now.tv_sec)) return;
-  if (fields.has(TraceField::date)) line.append(secondText.date());
+  if (!localTime.secondIs(now.tv_sec)) return;
+  if (fields.has(TraceField::date)) line.append(localTime.date());
   if (fields.has(TraceField::time)) {
-    line.append(secondText.time());
+    line.append(localTime.time());
     // The fraction is a plain number, without leading zeros.
     fmt::format_to(fmt::appender(line), FMT_COMPILE(".{} "), now.tv_usec);
   }
@@ -99,9 +74,7 @@ void dumpDebugMsg(const char* msg, unsigned len, unsigned level, const void* han
   if (destination.isOpen()) {
     destination.write(text.data(), text.size());
   } else {
-    // Past the stream's state: one failed write must not silence every later line.
-    std::cerr.rdbuf()->sputn(text.data(), static_cast<std::streamsize>(text.size()));
-    std::cerr.rdbuf()->pubsync();
+    Impl::writeStandardError({text.data(), text.size()});
   }
   errno = savedErrno;
 }

@@ -10,6 +10,7 @@
 namespace Tarvo {
 
 String typeName(const char* mangledName) {
+  if (mangledName == nullptr) return "";
   int status = 0;
   const std::unique_ptr<char, decltype(&std::free)> readable(
       abi::__cxa_demangle(mangledName, nullptr, nullptr, &status), std::free);

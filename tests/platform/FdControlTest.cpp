@@ -95,8 +95,12 @@ TEST_F(FdControlTest, WhatCannotBeWatchedIsRefused) {
   Handler handler(log, "h");
   const auto control = Platform::getFdControl(&handler);
   FILE* plain = std::tmpfile();
+  control->setWrites(true);
+  control->setFd(fd);
   testing::internal::CaptureStderr();
   EXPECT_THROW(control->setFd(fileno(plain)), Tarvo::RuntimeException);
+  EXPECT_EQ(control->getFd(), -1);
+  EXPECT_EQ(Platform::doEventLoop(), 1);  // nothing of the old descriptor is left
   EXPECT_THAT(testing::internal::GetCapturedStderr(),
               testing::HasSubstr("Operation not permitted"));
   std::fclose(plain);

@@ -141,6 +141,9 @@ TEST_P(ReentrancyTest, DestroysItselfAndThrows) {
   a.handles = b.handles = true;
   EXPECT_EQ(Platform::doEventLoop(), 1);
   EXPECT_EQ(log.size(), 4U);
+  a.throwsAgain = true;
+  controlA = kind.armed(a, first.ends[0]);
+  EXPECT_THROW(Platform::doEventLoop(), int);
   if (kind.name == "Fd") {
     EXPECT_EQ(log[1].substr(2), "fd -1 threw");
   }

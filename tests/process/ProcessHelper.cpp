@@ -57,6 +57,7 @@ void run(const std::string& what) {
   if (what == "number") throw 5;
   if (what == "terminate") std::terminate();
   if (what == "abort") TARVO_ABORT("composed {}", "text");
+  if (what == "abort-odd") TARVO_ABORT("odd {:{}}", 1, -1);
   if (what == "check") TARVO_CHECK(what == "other" && "the reason");
   if (what == "compat") Tarvo::checkIncompat();
   if (what == "fatal") Tarvo::le_fatal_cb(3);

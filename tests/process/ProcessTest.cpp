@@ -99,6 +99,7 @@ TEST(LastWordsTest, PlainAbortsIgnoreTheSwitch) {
   EXPECT_EQ(composed.signal, SIGABRT);
   EXPECT_THAT(composed.err, AllOf(StartsWith("ProcessHelper: tests/process/ProcessHelper.cpp:"),
                                   EndsWith(": Assertion `composed text' failed.\n")));
+  EXPECT_THAT(helper("throw abort-odd").err, EndsWith("Assertion `odd {:{}}' failed.\n"));
   EXPECT_THAT(helper("throw check").err,
               EndsWith(": Assertion `what == \"other\" && \"the reason\"' failed.\n"));
 }

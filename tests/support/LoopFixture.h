@@ -42,6 +42,7 @@ struct Handler : Platform::TimeoutHandler, Platform::CallbackHandler, Platform::
   std::string name;
   Action action;
   bool handles = false;
+  bool throwsAgain = false;
 
  private:
   void run(const std::string& what) {
@@ -50,6 +51,7 @@ struct Handler : Platform::TimeoutHandler, Platform::CallbackHandler, Platform::
   }
   bool asked(const std::string& kind) {
     log.push_back(name + " " + kind + " threw");
+    if (throwsAgain) throw 8;
     return handles;
   }
 };

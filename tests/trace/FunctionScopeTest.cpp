@@ -33,6 +33,8 @@ static_assert(reads("void n::{anonymous}::help(int)", "n", "help"));
 static_assert(reads("void {anonymous}::help()", "", "help"));
 static_assert(reads("void n::(anonymous namespace)::Foo::help()", "Foo", "help"));
 static_assert(reads("void f(int)::Local::go()", "Local", "go"));
+static_assert(reads("decltype (t->x()) n::Foo::of(T) [with T = A]", "Foo", "of"));
+static_assert(reads("n::<lambda()>", "n", ""));
 
 struct Member {
   static Tarvo::String fails() {

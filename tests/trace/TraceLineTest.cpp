@@ -75,6 +75,7 @@ TEST_F(TraceLineTest, StatementsAreSilentUnlessTheirLevelIsOn) {
               TARVO_TRACE(handler, 2, "{}", value());
               TARVO_TRACE(none, 1, "{}", value());
               TARVO_TRACE_STREAM(debuggable, 0, value());
+              TARVO_TRACE(Tarvo::Platform::getDebugHandler("Temporary"), 1, "{}", value());
             }),
             "");
   EXPECT_EQ(evaluated, 0);

@@ -1,0 +1,24 @@
+#include "foundation/StandardError.h"
+
+#include <unistd.h>
+
+#include <iostream>
+
+namespace Tarvo::Impl {
+
+void writeStandardError(std::string_view text) noexcept {
+  std::streambuf* buffer = std::cerr.rdbuf();
+  if (buffer == nullptr) return;
+  try {
+    buffer->sputn(text.data(), static_cast<std::streamsize>(text.size()));
+    buffer->pubsync();
+  } catch (...) {  // a buffer of the program's own
+  }
+}
+
+void writeLastWords(std::string_view text) noexcept {
+  if (std::cerr.rdbuf() != nullptr) return writeStandardError(text);
+  [[maybe_unused]] const auto written = ::write(STDERR_FILENO, text.data(), text.size());
+}
+
+}  // namespace Tarvo::Impl
