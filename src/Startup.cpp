@@ -4,9 +4,13 @@
 #include <iostream>
 #include <vector>
 
+#include <pthread.h>
+
+#include "Tarvo/ForkHandler.h"
+#include "foundation/ForkedChild.h"
 #include "foundation/Terminate.h"
-#include "foundation/Thread.h"
-#include "platform/LibeventTrace.h"
+#include "platform/LibeventBase.h"
+#include "platform/TraceHandles.h"
 
 namespace Tarvo {
 
@@ -18,6 +22,12 @@ Platform::DebugHandler* makeHandle(const char* name) {
   return kept.emplace_back(Platform::getDebugHandler(name)).get();
 }
 
+void reviveForkedChild() {
+  Impl::forgetThreadId();
+  Impl::reviveLoco();
+  Impl::baseIsShared();
+}
+
 void startUp() {
   // 1. Which handles trace at which level, and where to: the defaults, then the environment.
   Platform::setupTarvoDebug("Tarvo*/01");
@@ -27,10 +37,14 @@ void startUp() {
   Platform::setTraceFormat(nullptr);
   // 3. The report about what killed the process.
   Impl::installTerminateHandler();
-  // 4. What a forked child must forget.
-  Impl::registerThreadForkHandler();
+  // 4. What a forked child must put right, and how it knows that it is one.
+  const int error = pthread_atfork(nullptr, nullptr, reviveForkedChild);
+  TARVO_CHECK(error == 0);
+  Platform::setupHandler();
   // 5. The modules' handles.
   Impl::libeventTrace = makeHandle("TarvoLibevent");
+  Impl::pluginTrace = makeHandle("TarvoPlugin");
+  Impl::timerWheelTrace = makeHandle("TarvoTimerWheel");
 }
 
 [[maybe_unused]] const bool started = (startUp(), true);
@@ -38,5 +52,7 @@ void startUp() {
 }  // namespace
 
 Platform::DebugHandler* Impl::libeventTrace = nullptr;
+Platform::DebugHandler* Impl::pluginTrace = nullptr;
+Platform::DebugHandler* Impl::timerWheelTrace = nullptr;
 
 }  // namespace Tarvo

@@ -15,6 +15,16 @@
 
 struct event;
 struct event_base;
+struct timeval;
+
+extern "C" {
+/// Sets `out` to the expiry of the earliest pending timeout, on the base's own clock, and returns
+/// 0; non-zero when none is pending. Counts timeouts of every kind: plain, common, and those of I/O
+/// events, whoever added them.
+TARVO_EXPORT int event_base_get_first_timeout(event_base* base, timeval* out);
+/// Makes every pending timeout of the base due `delta` earlier; their order stays.
+TARVO_EXPORT void event_base_timeout_subtract_offset(event_base* base, const timeval* delta);
+}
 
 namespace Tarvo {
 
@@ -29,8 +39,10 @@ TARVO_EXPORT event_base* leInit();
 /// called from inside the loop.
 TARVO_EXPORT void leFree();
 TARVO_EXPORT bool leInitialized();
-/// Rebuilds the base in a forked child, or makes one. Until then parent and child share what they
-/// watch: the child must call it before it uses or destroys a control, and before it calls exit().
+/// Rebuilds the base in a forked child, or makes one. A child that goes on with its loop calls it
+/// first. (Until then parent and child share what they watch; controls that a child uses or
+/// destroys without it rebuild the base by themselves, so that the parent is left in peace. A child
+/// that was forked by a handler runs its loop only after that handler has returned.)
 TARVO_EXPORT void leForkReinit();
 /// Remembers whether the thread is the process's main thread.
 TARVO_EXPORT void setMainThread();
@@ -48,8 +60,30 @@ TARVO_EXPORT void eventPrioritySet(event* ev, Platform::EventPriority priority);
 
 TARVO_EXPORT int doLeEventLoop();
 TARVO_EXPORT int doLeEventLoop(double maxSeconds);
+TARVO_EXPORT int doLeEventLoopInWaitfor(double maxSeconds);
 /// Runs the loop for at most `seconds` of real time.
 TARVO_EXPORT int eventLoopTimeout(double seconds);
+
+/// The switch of virtual time and its notifiers: see Platform::setFastForward().
+TARVO_EXPORT void setLeFastForward(bool on);
+TARVO_EXPORT bool leFastForward();
+TARVO_EXPORT void leRegisterFastForwardChangeNotifier(void (*notifier)());
+
+/// The calling thread's virtual offset in seconds.
+TARVO_EXPORT double leVirtualTimeOffset();
+/// Moves the thread's clock `delta` on and its pending timeouts as much earlier.
+TARVO_EXPORT void applyFastForwardDelta(const timeval* delta);
+/// How far the thread's clock must jump for its first timer to be due, with a margin of 100
+/// microseconds, or zero when it is overdue; false without a timer.
+TARVO_EXPORT bool fastForwardDelayToFirstTimer(timeval* out);
+/// Jumps by `delta` and serves one pass of what is then ready.
+TARVO_EXPORT int eventLoopFastForward(const timeval* delta);
+/// The same up to the first timer, or by `maxSeconds` when that is less or there is none.
+TARVO_EXPORT int eventLoopFastForwardToFirstTimer(double maxSeconds);
+
+/// The default limit of functions that wait for a condition, in seconds: WAITFOR_DEFAULT as it was
+/// at the first call, or infinity. A value that is no number is reported on standard error once.
+TARVO_EXPORT double waitForDefaultTimeout();
 
 /// The event library's own reports. A fatal error fails an assertion; messages become traces of
 /// "TarvoLibevent".

@@ -48,6 +48,10 @@ class TARVO_EXPORT RecursiveLock {
   void unlock();
   bool owns_lock() const;
 
+  /// For a forked child, in which the thread that held the lock may not exist: the lock is made
+  /// anew. It stays held as often as the calling thread, the child's only one, held it.
+  void forkReinit();
+
  private:
   unsigned lockCount() const;
 

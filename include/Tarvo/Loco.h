@@ -25,8 +25,8 @@ class TARVO_EXPORT Loco {
   virtual ~Loco();
 };
 
-/// The process-wide lock, made at the first call and never destroyed, so that static objects may
-/// still trace while the process exits.
+/// The process-wide lock; a forked child gets it back in order. Made at the first call and never
+/// destroyed, so that static objects may still trace while the process exits.
 TARVO_EXPORT Loco& loco();
 
 /// Holds the global lock for its scope.
@@ -50,6 +50,9 @@ class TARVO_EXPORT Loco : public Platform::Loco {
   void unlock() override;
   bool owns_lock() const override;
   ~Loco() override;
+
+  /// See RecursiveLock::forkReinit().
+  void forkReinit();
 
  private:
   Locking::RecursiveLock lock_;

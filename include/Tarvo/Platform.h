@@ -161,6 +161,23 @@ TARVO_EXPORT int doEventLoop();
 /// there is no limit and the call is doEventLoop().
 TARVO_EXPORT int doEventLoop(double maxSeconds);
 
+/// The loop for functions that wait for a condition and look at it after each return: with virtual
+/// time one jump and one pass, otherwise doEventLoop(maxSeconds).
+TARVO_EXPORT int doEventLoopInWaitfor(double maxSeconds);
+
+/// Virtual time, for tests and simulations. While it is on, a loop with nothing ready moves the
+/// thread's clock to the first timer instead of sleeping. Off at start. The switch is one for the
+/// process, to be changed on the main thread only; the clock is the thread's own. Switching it off
+/// keeps the offset, so that time() never goes back. docs/Time.md is the manual.
+TARVO_EXPORT void setFastForward(bool on);
+TARVO_EXPORT bool fastForward();
+/// Moves the thread's clock on by `seconds`, without running the loop. Fails an assertion while
+/// virtual time is off.
+TARVO_EXPORT void fastForwardBy(double seconds);
+/// Calls `notifier` whenever the switch changes; a function is noted once, and for good. To be
+/// called on the main thread, at start.
+TARVO_EXPORT void registerFastForwardChangeNotifier(void (*notifier)());
+
 /// Not available in this library: both fail an assertion.
 TARVO_EXPORT void refCountingEnabledIs(bool on);
 TARVO_EXPORT bool refCountingEnabled();

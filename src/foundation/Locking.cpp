@@ -73,6 +73,13 @@ unsigned RecursiveLock::lockCount() const {
   return __atomic_load_n(&mutex_.__data.__count, __ATOMIC_RELAXED);
 }
 
+void RecursiveLock::forkReinit() {
+  const unsigned held = owns_lock() ? lockCount() : 0;
+  mutex_ = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;  // the old one knows its holder by another id
+  owner_.store(0, std::memory_order_relaxed);
+  for (unsigned i = 0; i < held; ++i) lock();
+}
+
 ConditionalGuard::ConditionalGuard(Lock& lock) : lock_(lock) { lock_.lock(); }
 
 ConditionalGuard::~ConditionalGuard() {

@@ -1,15 +1,21 @@
 #include "Tarvo/Loco.h"
 
+#include "foundation/ForkedChild.h"
+
 namespace Tarvo {
 
 namespace Platform {
 
 Loco::~Loco() = default;
 
-Loco& loco() {
-  static auto& instance = *new Tarvo::Loco;
-  return instance;
+namespace {
+Tarvo::Loco& instance() {
+  static auto& theLoco = *new Tarvo::Loco;
+  return theLoco;
 }
+}  // namespace
+
+Loco& loco() { return instance(); }
 
 LocoGuard::LocoGuard() : loco_(&loco()) { loco_->lock(); }
 LocoGuard::~LocoGuard() { loco_->unlock(); }
@@ -20,5 +26,7 @@ void Loco::lock() { lock_.lock(); }
 void Loco::unlock() { lock_.unlock(); }
 bool Loco::owns_lock() const { return lock_.owns_lock(); }
 Loco::~Loco() = default;
+void Loco::forkReinit() { lock_.forkReinit(); }
+void Impl::reviveLoco() { Platform::instance().forkReinit(); }
 
 }  // namespace Tarvo

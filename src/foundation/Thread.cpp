@@ -10,7 +10,7 @@
 #include <sstream>
 
 #include "Tarvo/Assert.h"
-#include "foundation/Thread.h"
+#include "foundation/ForkedChild.h"
 
 namespace Tarvo {
 
@@ -71,13 +71,6 @@ String toThreadIdString(std::thread::id id) {
 
 void threadSafePointerIs(bool) {}
 
-namespace Impl {
-
-void registerThreadForkHandler() {
-  const int error = pthread_atfork(nullptr, nullptr, [] { cachedTid = 0; });
-  if (error != 0) TARVO_ABORT("pthread_atfork() failed: {}", std::strerror(error));
-}
-
-}  // namespace Impl
+void Impl::forgetThreadId() { cachedTid = 0; }
 
 }  // namespace Tarvo

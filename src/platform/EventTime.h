@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <sys/time.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "Tarvo/Assert.h"
@@ -14,16 +15,20 @@ namespace Tarvo::Impl {
 /// of the types that sums of it stay exact.
 constexpr double longestDelay = 1e12;
 
-/// Seconds as whole seconds and microseconds, both truncated. Negative delays become zero, huge
-/// ones saturate; NaN fails an assertion.
-inline timeval delayToTimeval(double seconds) {
-  TARVO_ASSERT(!std::isnan(seconds), "a delay of NaN seconds");
-  if (seconds < 0) seconds = 0;
-  if (seconds > longestDelay) seconds = longestDelay;
+/// Seconds as whole seconds and microseconds, both truncated toward zero. Huge values saturate; NaN
+/// fails an assertion.
+inline timeval secondsToTimeval(double seconds) {
+  TARVO_ASSERT(!std::isnan(seconds), "a time of NaN seconds");
+  seconds = std::clamp(seconds, -longestDelay, longestDelay);
   timeval tv;
   tv.tv_sec = static_cast<time_t>(seconds);
   tv.tv_usec = static_cast<suseconds_t>((seconds - static_cast<double>(tv.tv_sec)) * 1e6);
   return tv;
+}
+
+/// The same for a delay: a negative one is due at once.
+inline timeval delayToTimeval(double seconds) {
+  return secondsToTimeval(seconds < 0 ? 0.0 : seconds);
 }
 
 inline bool isEarlier(const timeval& a, const timeval& b) {

@@ -6,6 +6,7 @@
 #include <exception>
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include "platform/LibeventTrace.h"
 
@@ -22,6 +23,8 @@ constexpr int priorityCount = 2;
 thread_local bool mainThread = false;
 thread_local event_base* ev_base = nullptr;
 thread_local bool dispatching = false;
+thread_local bool sharedWithParent = false;
+thread_local std::vector<void (*)()>* releases = nullptr;
 // A plain pointer, so that the loop also works while the thread's other objects are destroyed.
 thread_local std::exception_ptr* keptException = nullptr;
 
@@ -33,6 +36,20 @@ void keepExceptionForLoop() noexcept {
   // Only one can reach the caller, and the loop runs nothing after the first.
   if (keptException == nullptr) keptException = new std::exception_ptr(std::current_exception());
   event_base_loopbreak(ev_base);
+}
+
+void beforeBaseIsFreed(void (*release)()) {
+  if (releases == nullptr) releases = new std::vector<void (*)()>;
+  releases->push_back(release);
+}
+
+bool onMainThread() { return mainThread; }
+
+void baseIsShared() { sharedWithParent = ev_base != nullptr; }
+
+void deleteEvent(event& ev) {
+  if (sharedWithParent) leForkReinit();
+  event_del(&ev);
 }
 
 void addTimeout(event& ev, const timeval& timeout) {
@@ -95,6 +112,7 @@ void leRegisterBase(event_base* base) {
 }
 
 event_base* leInit() {
+  if (sharedWithParent) leForkReinit();
   if (ev_base != nullptr) return ev_base;
   // The callbacks belong to the process; threads that start at once must not set them together.
   [[maybe_unused]] static const bool set =
@@ -106,12 +124,17 @@ event_base* leInit() {
 void leFree() {
   if (ev_base == nullptr) return;
   TARVO_ASSERT(!dispatching, "the loop of this base is running");
+  if (sharedWithParent) leForkReinit();
+  if (const std::unique_ptr<std::vector<void (*)()>> all{std::exchange(releases, nullptr)}) {
+    for (const auto release : *all) release();
+  }
   event_base_free(std::exchange(ev_base, nullptr));
 }
 
 bool leInitialized() { return ev_base != nullptr; }
 
 void leForkReinit() {
+  sharedWithParent = false;
   if (ev_base == nullptr) {
     leInit();
     return;

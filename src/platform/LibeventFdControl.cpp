@@ -7,6 +7,7 @@
 
 #include "Tarvo/Allocator.h"
 #include "Tarvo/LibeventFactory.h"
+#include "platform/LibeventBase.h"
 #include "platform/LibeventControls.h"
 
 namespace Tarvo {
@@ -35,8 +36,8 @@ void LibeventFdControl::setFd(int fd) {
   const int result = fcntl(fd, F_SETFL, flags | O_NONBLOCK);
   TARVO_CHECK(result == 0);
   // Whatever happens below, nothing of the old descriptor may come under the new one's number.
-  event_del(&readEvent_);
-  event_del(&writeEvent_);
+  Impl::deleteEvent(readEvent_);
+  Impl::deleteEvent(writeEvent_);
   if (reads_) watch(readEvent_, EV_READ | EV_PERSIST, handleFdRead);
   if (writes_) watch(writeEvent_, EV_WRITE, handleFdWrite);
 }
@@ -62,7 +63,7 @@ void LibeventFdControl::setWrites(bool on) {
 }
 
 void LibeventFdControl::watch(event& ev, short flags, event_callback_fn callback) {
-  event_del(&ev);
+  Impl::deleteEvent(ev);
   event_assign(&ev, leInit(), fd_, flags, callback, this);
   eventPrioritySet(&ev, Platform::eventPriorityDefault);
   if (event_add(&ev, nullptr) != 0) {
@@ -75,7 +76,7 @@ void LibeventFdControl::watch(event& ev, short flags, event_callback_fn callback
 }
 
 void LibeventFdControl::unwatch(event& ev) {
-  event_del(&ev);
+  Impl::deleteEvent(ev);
   ev.ev_fd = -1;
 }
 

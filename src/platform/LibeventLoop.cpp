@@ -1,7 +1,13 @@
 #include <event2/event.h>
 
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <iostream>
 #include <limits>
 #include <optional>
+#include <stdexcept>
+#include <string>
 
 #include "platform/LibeventTrace.h"
 
@@ -25,29 +31,91 @@ EvLoopBreak::EvLoopBreak(const timeval& timeout) {
 
 EvLoopBreak::~EvLoopBreak() {
   TARVO_TRACE(libeventTrace, 9, "{}", &event_);
-  event_del(&event_);
+  Impl::deleteEvent(event_);
 }
 
 void EvLoopBreak::handleBaseLoopBreak(evutil_socket_t, short, void* arg) {
   TARVO_TRACE(libeventTrace, 8, "{}", arg);
   event_base_loopbreak(leInit());
-  event_del(static_cast<event*>(arg));
+  Impl::deleteEvent(*static_cast<event*>(arg));
 }
 
-int doLeEventLoop() { return Impl::dispatchBase(leInit()); }
+namespace {
+
+constexpr double infinity = std::numeric_limits<double>::infinity();
+
+/// Jumps from timer to timer until the thread's clock has gone on by `maxSeconds`.
+int fastForwardLoop(double maxSeconds) {
+  const double end = Tarvo::time() + maxSeconds;
+  int result = 0;
+  do {
+    result = eventLoopFastForwardToFirstTimer(std::max(0.0, end - Tarvo::time()));
+  } while (result >= 0 && Tarvo::time() < end);
+  return result;
+}
+
+}  // namespace
+
+int doLeEventLoop() {
+  event_base* base = leInit();
+  timeval delta;
+  if (leFastForward() && fastForwardDelayToFirstTimer(&delta)) applyFastForwardDelta(&delta);
+  return Impl::dispatchBase(base);
+}
 
 int doLeEventLoop(double maxSeconds) {
   TARVO_TRACE(libeventTrace, 5, "timeout {}", maxSeconds);
   leInit();
-  return eventLoopTimeout(maxSeconds);
+  TARVO_ASSERT(!std::isnan(maxSeconds), "a limit of NaN seconds");
+  if (!leFastForward()) return eventLoopTimeout(maxSeconds);
+  return maxSeconds == infinity ? doLeEventLoop() : fastForwardLoop(maxSeconds);
+}
+
+int doLeEventLoopInWaitfor(double maxSeconds) {
+  TARVO_TRACE(libeventTrace, 5, "maxTimeout {}", maxSeconds);
+  leInit();
+  return leFastForward() ? eventLoopFastForwardToFirstTimer(maxSeconds)
+                         : eventLoopTimeout(maxSeconds);
 }
 
 int eventLoopTimeout(double seconds) {
   TARVO_TRACE(libeventTrace, 5, "timeout {}", seconds);
   const timeval limit = Impl::delayToTimeval(seconds);
   std::optional<EvLoopBreak> loopBreak;
-  if (seconds != std::numeric_limits<double>::infinity()) loopBreak.emplace(limit);
+  if (seconds != infinity) loopBreak.emplace(limit);
   return Impl::dispatchBase(leInit());
+}
+
+int eventLoopFastForward(const timeval* delta) {
+  applyFastForwardDelta(delta);
+  const EvLoopBreak loopBreak(timeval{0, 0});
+  return Impl::dispatchBase(leInit());
+}
+
+int eventLoopFastForwardToFirstTimer(double maxSeconds) {
+  TARVO_TRACE(libeventTrace, 5, "maxTimeout {}", maxSeconds);
+  TARVO_ASSERT(leFastForward(), "Called without fastForward enabled");
+  const timeval limit = Impl::delayToTimeval(maxSeconds);
+  timeval delay{0, 0};
+  const bool hasTimer = fastForwardDelayToFirstTimer(&delay);
+  // Without a timer and without a limit there is nowhere to jump to.
+  const bool toLimit = maxSeconds != infinity && (!hasTimer || !Impl::isEarlier(delay, limit));
+  return eventLoopFastForward(toLimit ? &limit : &delay);
+}
+
+double waitForDefaultTimeout() {
+  static const double limit = [] {
+    const char* text = std::getenv("WAITFOR_DEFAULT");
+    if (text == nullptr) return infinity;
+    try {
+      const double seconds = std::stod(text);
+      if (!std::isnan(seconds)) return seconds;
+    } catch (const std::logic_error&) {  // no number, or out of range
+    }
+    std::cerr << "Parsing the WAITFOR_DEFAULT env. variable failed" << std::flush;
+    return infinity;
+  }();
+  return limit;
 }
 
 }  // namespace Tarvo

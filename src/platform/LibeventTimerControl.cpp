@@ -40,7 +40,7 @@ void LibeventTimerControl::setTimeout(double seconds) {
 
 void LibeventTimerControl::delTimeout() {
   TARVO_TRACE(libeventTrace, 9, "Timer {} del timeout", this);
-  event_del(&event_);
+  Impl::deleteEvent(event_);
 }
 
 bool LibeventTimerControl::armed() const {

@@ -4,13 +4,6 @@
 // The files of the backend name themselves with one word in traces and assertions.
 #define TARVO_FILE "LibeventFactoryCpp"
 
-#include "Tarvo/Trace.h"
-
-namespace Tarvo::Impl {
-
-/// The channel "TarvoLibevent", made when the library is loaded.
-extern Platform::DebugHandler* libeventTrace;
-
-}  // namespace Tarvo::Impl
+#include "platform/TraceHandles.h"
 
 #endif

@@ -4,13 +4,15 @@
 
 #include "Tarvo/Assert.h"
 #include "Tarvo/LibeventFactory.h"
+#include "platform/EventTime.h"
 
 namespace Tarvo {
 
 double time() {
   timespec now;
   clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9 +
+         leVirtualTimeOffset();
 }
 
 namespace Platform {
@@ -39,6 +41,19 @@ std::shared_ptr<FdControl> getFdControl(FdEventHandler* handler) { return getLeF
 
 int doEventLoop() { return doLeEventLoop(); }
 int doEventLoop(double maxSeconds) { return doLeEventLoop(maxSeconds); }
+
+int doEventLoopInWaitfor(double maxSeconds) { return doLeEventLoopInWaitfor(maxSeconds); }
+
+void setFastForward(bool on) { setLeFastForward(on); }
+bool fastForward() { return leFastForward(); }
+void fastForwardBy(double seconds) {
+  TARVO_ASSERT(fastForward(), "fast-forwarding disabled");
+  const timeval delta = Impl::secondsToTimeval(seconds);
+  applyFastForwardDelta(&delta);
+}
+void registerFastForwardChangeNotifier(void (*notifier)()) {
+  leRegisterFastForwardChangeNotifier(notifier);
+}
 
 void refCountingEnabledIs(bool) { TARVO_FAIL("not available in libTarvo.so"); }
 bool refCountingEnabled() { TARVO_FAIL("not available in libTarvo.so"); }

@@ -1,0 +1,69 @@
+#ifndef TARVO_TIMEOUTRECORD_H
+#define TARVO_TIMEOUTRECORD_H
+
+#include <cstdint>
+
+#include "Tarvo/Export.h"
+
+namespace Tarvo::Impl {
+
+class TimeoutList;
+
+/// The links by which a timer hangs in at most one list: a slot of the timing wheel, or a bucket of
+/// timers with one exact expiry. Part of the timer, so that linking allocates nothing.
+struct TimeoutRecord {
+  /// Expiries are absolute ticks.
+  static constexpr std::uint32_t absolute = 2;
+
+  TimeoutRecord* next_ = nullptr;
+  TimeoutRecord* previous_ = nullptr;
+  TimeoutList* pending_ = nullptr;  // the list that it hangs in
+  std::uint64_t expires_ = 0;       // tick; meaningful to the wheel only
+  std::uint32_t flags_ = absolute;  // the upper bits are its owner's
+};
+
+/// First in, first out; any member leaves in constant time.
+class TARVO_EXPORT TimeoutList {
+ public:
+  TimeoutList() = default;
+  TimeoutList(const TimeoutList&) = delete;
+  TimeoutList& operator=(const TimeoutList&) = delete;
+
+  bool empty() const { return first_ == nullptr; }
+  TimeoutRecord* first() const { return first_; }
+  /// REQUIRES: the record hangs in no list.
+  void append(TimeoutRecord& record);
+  /// REQUIRES: the record hangs in this list.
+  void remove(TimeoutRecord& record);
+  /// Moves all members of `other` to the end.
+  void takeAll(TimeoutList& other);
+
+ private:
+  TimeoutRecord* first_ = nullptr;
+  TimeoutRecord* last_ = nullptr;
+};
+
+inline void TimeoutList::append(TimeoutRecord& record) {
+  record.next_ = nullptr;
+  record.previous_ = last_;
+  record.pending_ = this;
+  (last_ != nullptr ? last_->next_ : first_) = &record;
+  last_ = &record;
+}
+
+inline void TimeoutList::remove(TimeoutRecord& record) {
+  (record.previous_ != nullptr ? record.previous_->next_ : first_) = record.next_;
+  (record.next_ != nullptr ? record.next_->previous_ : last_) = record.previous_;
+  record.pending_ = nullptr;
+}
+
+inline void TimeoutList::takeAll(TimeoutList& other) {
+  while (TimeoutRecord* record = other.first()) {
+    other.remove(*record);
+    append(*record);
+  }
+}
+
+}  // namespace Tarvo::Impl
+
+#endif

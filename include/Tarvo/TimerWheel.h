@@ -1,0 +1,151 @@
+#ifndef TARVO_TIMERWHEEL_H
+#define TARVO_TIMERWHEEL_H
+
+/// Many timers on one timer of the event loop.
+///
+/// What happens when:
+/// 1. timerStart() notes the exact expiry on the library clock (a double) and hangs the timer into
+/// a
+///    timing wheel by its tick of 10 ms, rounded down. When it is due before the wheel's master
+///    timer, the master timer is armed for it.
+/// 2. When the master timer fires, the wheel's present is the clock in ticks, rounded up. So the
+///    wheel hands out every timer that falls due within the running tick.
+/// 3. Those wait in a list in the order of their exact expiries. What is due is served; the rest
+///    waits for the master timer, which is armed for the exact remainder.
+///
+/// So a timer never fires early on the library clock, not by a microsecond, while starting and
+/// stopping one costs constant time and allocates nothing.
+///
+///     struct Retry : Tarvo::TimerWheelEvent {
+///       void timeout() override { std::puts("again"); }
+///     };
+///     auto wheel = Tarvo::getTimerWheel();
+///     Retry retry;
+///     retry.setTimeout(wheel, 0.25);
+///     Tarvo::Platform::doEventLoop(1.0);
+///     retry.delTimeout(wheel);  // a running event must be stopped before it is destroyed
+///
+/// A wheel and its events are used on one thread: the one that made the wheel. A timeout() may do
+/// anything with any event: start and stop it, destroy it, drop the last reference to the wheel.
+/// When it throws, the exception leaves the event loop; the rest that was due is served by the next
+/// one.
+///
+/// Delays are seconds. Infinity stops the timer, a negative delay is due at once, a huge one
+/// saturates and NaN fails an assertion.
+
+#include <cstdint>
+#include <iosfwd>
+#include <limits>
+#include <map>
+#include <memory>
+
+#include "Tarvo/Export.h"
+#include "Tarvo/Platform.h"
+#include "Tarvo/String.h"
+#include "Tarvo/TimeoutRecord.h"
+
+namespace Tarvo {
+
+namespace Impl {
+class TimingWheel;
+}
+
+class TimerWheel;
+
+enum TimerWheelState : std::uint8_t {
+  notLinked = 0,             // in no structure: not running
+  inTimerWheel = 1,          // waits for its tick
+  inTimersExpiryingSoon = 2  // its tick has come; waits for its exact expiry
+};
+
+TARVO_EXPORT String timerWheelStateToString(TimerWheelState state);
+TARVO_EXPORT std::ostream& operator<<(std::ostream& out, TimerWheelState state);
+
+/// One timer. To be stopped before it is destroyed: destroying a running one ends the process.
+class TARVO_EXPORT TimerWheelEvent : private Impl::TimeoutRecord {
+ public:
+  TimerWheelEvent();
+  TimerWheelEvent(const TimerWheelEvent&) = delete;
+  TimerWheelEvent& operator=(const TimerWheelEvent&) = delete;
+
+  /// Called when the timer expires; it is not running then.
+  virtual void timeout() = 0;
+  virtual ~TimerWheelEvent();
+
+  /// Starts the timer, or starts it anew, on `wheel`.
+  void setTimeout(const std::shared_ptr<TimerWheel>& wheel, double seconds);
+  /// Stops it on the wheel that it runs on; harmless when it does not run.
+  void delTimeout(const std::shared_ptr<TimerWheel>& wheel);
+  /// Seconds left, 0.0 when it is overdue, infinity when it does not run.
+  double remainingTimeout() const;
+
+  TimerWheelState state() const;
+  /// The exact expiry on the library clock, infinity when it does not run.
+  double expirationTime() const { return expirationTime_; }
+
+ private:
+  friend class TimerWheel;
+  friend TimerWheelEvent* timeoutLink2TimerWheelEvent(Impl::TimeoutRecord* record);
+
+  void stateIs(TimerWheelState state);  // the state stands in the record's flags
+
+  double expirationTime_ = std::numeric_limits<double>::infinity();
+};
+
+/// The event that a record belongs to.
+TARVO_EXPORT TimerWheelEvent* timeoutLink2TimerWheelEvent(Impl::TimeoutRecord* record);
+
+/// A wheel. Made by the functions below; lives as long as its owners, by whose end all its events
+/// have been stopped.
+class TARVO_EXPORT TimerWheel : private Platform::TimeoutHandler,
+                                public std::enable_shared_from_this<TimerWheel> {
+ public:
+  explicit TimerWheel(Platform::EventPriority priority);
+  TimerWheel(const TimerWheel&) = delete;
+  TimerWheel& operator=(const TimerWheel&) = delete;
+  ~TimerWheel() override;
+
+  void timerStart(TimerWheelEvent* event, double delay);
+  void timerStop(TimerWheelEvent* event);
+  /// Runs the event's timeout(), the event being stopped already.
+  void timerExpired(TimerWheelEvent* event) const;
+
+  /// Arms the master timer for the next expiry, or disarms it when there is none.
+  void setMasterTimer();
+  /// Serves what is due, as when the master timer has fired.
+  void timeout() override;
+
+ private:
+  class TimersAtTimeout;
+  using ExactTimes = std::map<double, TimersAtTimeout>;
+
+  void setCurrentTime(double now);
+  void bucketDueTicks();
+  void serveDue(double now);
+  void leaveBucket(TimerWheelEvent* event);
+
+  double masterExpiry_ = std::numeric_limits<double>::infinity();  // 0.0: armed for now
+  std::shared_ptr<Platform::TimerControl> masterTimer_;
+  std::unique_ptr<Impl::TimingWheel> timeouts_;
+  std::unique_ptr<ExactTimes> timersExpiryingSoon_;  // by exact expiry, soonest first
+};
+
+/// The shared wheel, at default priority: one per thread where the thread has singletons of its
+/// own, otherwise one for the process, which belongs to the thread that asked first.
+TARVO_EXPORT std::shared_ptr<TimerWheel> getTimerWheel();
+
+/// A wheel of the caller's own, whose master timer has `priority`.
+TARVO_EXPORT std::shared_ptr<TimerWheel> getTimerWheelForTaskScheduler(
+    Platform::EventPriority priority);
+
+namespace Platform {
+
+/// A timer control on a wheel. It stops its timer when it is destroyed.
+TARVO_EXPORT std::shared_ptr<TimerControl> getTimerControl(TimeoutHandler* handler,
+                                                           std::shared_ptr<TimerWheel> wheel);
+
+}  // namespace Platform
+
+}  // namespace Tarvo
+
+#endif

@@ -1,0 +1,136 @@
+/// Two operations on a base's timeouts that libevent does not offer. They read and write the expiry
+/// that libevent 2.1 keeps in each event, which its headers show but do not promise. So before
+/// the first use the version is checked, and the operations are tried on a base of their own.
+
+#include "platform/LibeventTimeouts.h"
+
+#include <event2/event.h>
+#include <event2/event_struct.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include "platform/LibeventTrace.h"
+
+#include "Tarvo/LibeventFactory.h"
+#include "platform/EventTime.h"
+
+namespace Tarvo::Impl {
+
+namespace {
+
+// An event of a common-timeout queue keeps a mark and the queue's number above its microseconds.
+constexpr long microsecondsMask = 0x000fffff;
+constexpr suseconds_t microsecondsPerSecond = 1000000;
+
+bool hasTimeout(const event* ev) { return (ev->ev_evcallback.evcb_flags & EVLIST_TIMEOUT) != 0; }
+bool isInternal(const event* ev) { return (ev->ev_evcallback.evcb_flags & EVLIST_INTERNAL) != 0; }
+
+struct Earliest {
+  timeval when{0, 0};
+  bool found = false;
+};
+
+int findEarliest(const event_base*, const event* ev, void* arg) {
+  auto& earliest = *static_cast<Earliest*>(arg);
+  // Internal events stand for the head of a queue, whose members are visited themselves.
+  if (!hasTimeout(ev) || isInternal(ev)) return 0;
+  const timeval when = storedExpiry(*ev);
+  if (!earliest.found || isEarlier(when, earliest.when)) earliest = {when, true};
+  return 0;
+}
+
+int subtract(const event_base*, const event* visited, void* arg) {
+  if (!hasTimeout(visited)) return 0;
+  const auto& delta = *static_cast<const timeval*>(arg);
+  timeval& expiry = const_cast<event*>(visited)->ev_timeout;
+  const suseconds_t mark = expiry.tv_usec & ~microsecondsMask;
+  suseconds_t microseconds = (expiry.tv_usec & microsecondsMask) - delta.tv_usec;
+  expiry.tv_sec -= delta.tv_sec;
+  for (; microseconds < 0; microseconds += microsecondsPerSecond) --expiry.tv_sec;
+  for (; microseconds >= microsecondsPerSecond; microseconds -= microsecondsPerSecond) {
+    ++expiry.tv_sec;
+  }
+  expiry.tv_usec = mark | microseconds;
+  return 0;
+}
+
+int earliestOf(event_base* base, timeval* out) {
+  Earliest earliest;
+  event_base_foreach_event(base, findEarliest, &earliest);
+  if (!earliest.found) return 1;
+  *out = earliest.when;
+  return 0;
+}
+
+void shift(event_base* base, const timeval& delta) {
+  event_base_foreach_event(base, subtract, const_cast<timeval*>(&delta));
+}
+
+/// Seconds until the event is due, as libevent itself tells.
+double dueIn(const event& ev) {
+  timeval when;
+  if (event_pending(&ev, EV_TIMEOUT, &when) == 0) return -1;
+  timeval now;
+  gettimeofday(&now, nullptr);
+  return toSeconds(when) - toSeconds(now);
+}
+
+/// One timeout of each kind, far apart, on a base of its own.
+bool operationsWork() {
+  event_base* base = leCreateBase();
+  const int fd = eventfd(0, EFD_CLOEXEC);
+  const timeval delays[] = {{3000, 0}, {4000, 0}, {5000, 0}};
+  event plain;
+  event common;
+  event io;
+  event_assign(&plain, base, -1, 0, nullptr, nullptr);
+  event_assign(&common, base, -1, 0, nullptr, nullptr);
+  event_assign(&io, base, fd, EV_READ, nullptr, nullptr);
+  event_add(&plain, &delays[0]);
+  event_add(&common, event_base_init_common_timeout(base, &delays[1]));
+  event_add(&io, &delays[2]);
+
+  timeval before;
+  timeval after;
+  bool work = earliestOf(base, &before) == 0;
+  shift(base, {1000, 1});
+  work = work && earliestOf(base, &after) == 0 &&
+         toSeconds(difference(before, after)) == toSeconds({1000, 1});
+  double expected = 2000;
+  for (const event* ev : {&plain, &common, &io}) {
+    constexpr double tolerance = 100;  // of the wall clock, which may be set meanwhile
+    work = work && std::abs(dueIn(*ev) - expected) < tolerance;
+    expected += 1000;
+  }
+  for (event* ev : {&plain, &common, &io}) event_del(ev);
+  work = work && earliestOf(base, &after) != 0;
+  event_base_free(base);
+  close(fd);
+  return work;
+}
+
+void requireKnownLayout() {
+  const unsigned running = event_get_version_number() >> 16;
+  TARVO_ASSERT(running == 0x0201 && LIBEVENT_VERSION_NUMBER >> 16 == 0x0201,
+               "virtual time needs libevent 2.1, not {}", event_get_version());
+  static const bool works = operationsWork();
+  TARVO_ASSERT(works, "libevent {} keeps its timeouts in an unknown layout", event_get_version());
+}
+
+}  // namespace
+
+timeval storedExpiry(const event& ev) {
+  return {ev.ev_timeout.tv_sec, ev.ev_timeout.tv_usec & microsecondsMask};
+}
+
+}  // namespace Tarvo::Impl
+
+int event_base_get_first_timeout(event_base* base, timeval* out) {
+  Tarvo::Impl::requireKnownLayout();
+  return Tarvo::Impl::earliestOf(base, out);
+}
+
+void event_base_timeout_subtract_offset(event_base* base, const timeval* delta) {
+  Tarvo::Impl::requireKnownLayout();
+  Tarvo::Impl::shift(base, *delta);
+}

@@ -1,0 +1,93 @@
+#include "Tarvo/Plugin.h"
+
+#include <dlfcn.h>
+
+#include <exception>
+#include <unordered_map>
+#include <utility>
+
+#include "Tarvo/Loco.h"
+#include "platform/TraceHandles.h"
+
+namespace Tarvo::Platform {
+
+using Impl::pluginTrace;
+
+namespace {
+
+// REQUIRES: the global lock. Never destroyed: plug-ins may be looked up while the process exits.
+std::unordered_map<String, Plugin*>& registry() {
+  static auto& map = *new std::unordered_map<String, Plugin*>;
+  return map;
+}
+
+Plugin* find(const String& name) {
+  const auto found = registry().find(name);
+  return found != registry().end() ? found->second : nullptr;
+}
+
+/// A dlopen() under way on this thread, which an exception must not cross.
+class Loading {
+ public:
+  Loading() : outer_(std::exchange(innermost_, this)) {}
+  Loading(const Loading&) = delete;
+  Loading& operator=(const Loading&) = delete;
+  ~Loading() { innermost_ = outer_; }
+
+  static Loading* innermost() { return innermost_; }
+  void failed(std::exception_ptr failure) {
+    if (!failure_) failure_ = std::move(failure);
+  }
+  void rethrow() const {
+    if (failure_) std::rethrow_exception(failure_);
+  }
+
+ private:
+  static thread_local Loading* innermost_;
+  Loading* outer_;
+  std::exception_ptr failure_;
+};
+thread_local Loading* Loading::innermost_ = nullptr;
+
+void add(Plugin* plugin) {
+  TARVO_ASSERT(plugin != nullptr && plugin->name() != nullptr, "a plug-in without a name");
+  const String name = plugin->name();
+  TARVO_ASSERT(find(name) == nullptr, "Plugin {} already registered", name);
+  TARVO_TRACE(pluginTrace, 2, "adding plugin {}", name);
+  registry().emplace(name, plugin);
+}
+
+}  // namespace
+
+void registerPlugin(Plugin* plugin) {
+  const LocoGuard guard;
+  Loading* loading = Loading::innermost();
+  if (loading == nullptr) return add(plugin);
+  try {
+    add(plugin);
+  } catch (...) {
+    loading->failed(std::current_exception());
+  }
+}
+
+Plugin* loadPlugin(const char* name) {
+  const LocoGuard guard;
+  TARVO_ASSERT(name != nullptr, "the name of a plug-in must not be null");
+  if (Plugin* plugin = find(name)) {
+    TARVO_TRACE(pluginTrace, 3, "{} already loaded", name);
+    return plugin;
+  }
+  const String file = fmt::format("lib{}.so", name);
+  Loading loading;
+  if (dlopen(file.c_str(), RTLD_NOW | RTLD_GLOBAL) == nullptr) {
+    TARVO_TRACE(pluginTrace, 0, "Failed to load plugin {}: {}", file, dlerror());
+    return nullptr;
+  }
+  loading.rethrow();
+  Plugin* plugin = find(name);
+  TARVO_ASSERT(plugin != nullptr, "Phooey -- plugin {} failed to register", name);
+  TARVO_TRACE(pluginTrace, 2, "Yay!  Plugin {} loaded", name);
+  return plugin;
+}
+
+}  // namespace Tarvo::Platform

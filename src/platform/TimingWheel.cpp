@@ -1,0 +1,93 @@
+#include "platform/TimingWheel.h"
+
+#include <algorithm>
+#include <bit>
+
+#include "Tarvo/Assert.h"
+
+namespace Tarvo::Impl {
+
+unsigned TimingWheel::levelOf(Tick difference) {
+  return (static_cast<unsigned>(std::bit_width(difference)) - 1) / digitBits;
+}
+
+unsigned TimingWheel::digit(Tick tick, unsigned level) {
+  return static_cast<unsigned>(tick >> (level * digitBits)) % slotCount;
+}
+
+void TimingWheel::add(TimeoutRecord& record, Tick expires) {
+  record.expires_ = expires;
+  link(record);
+}
+
+void TimingWheel::link(TimeoutRecord& record) {
+  if (record.expires_ <= now_) return expired_.append(record);
+  const unsigned level = levelOf(record.expires_ ^ now_);
+  const unsigned at = digit(record.expires_, level);
+  Level& home = levels_[level];
+  Slot& slot = home.slots[at];
+  slot.append(record);
+  slot.earliest = std::min(slot.earliest, record.expires_);
+  home.occupied |= std::uint64_t{1} << at;
+  occupiedLevels_ |= 1U << level;
+}
+
+void TimingWheel::remove(TimeoutRecord& record) {
+  TimeoutList& list = *record.pending_;
+  list.remove(record);
+  if (!list.empty() || &list == &expired_) return;
+  // It has been where its expiry says, ever since the present last moved past a higher digit.
+  const unsigned level = levelOf(record.expires_ ^ now_);
+  const unsigned slot = digit(record.expires_, level);
+  TARVO_CHECK(&list == &levels_[level].slots[slot] && "the timer runs on another wheel");
+  vacate(level, slot);
+}
+
+void TimingWheel::vacate(unsigned level, unsigned slot) {
+  Level& home = levels_[level];
+  home.slots[slot].earliest = ~Tick{0};
+  home.occupied &= ~(std::uint64_t{1} << slot);
+  if (home.occupied == 0) occupiedLevels_ &= ~(1U << level);
+}
+
+void TimingWheel::collect(unsigned level, std::uint64_t slots, TimeoutList& due) {
+  for (std::uint64_t rest = levels_[level].occupied & slots; rest != 0; rest &= rest - 1) {
+    const unsigned slot = static_cast<unsigned>(std::countr_zero(rest));
+    due.takeAll(levels_[level].slots[slot]);
+    vacate(level, slot);
+  }
+}
+
+void TimingWheel::advance(Tick now) {
+  if (now <= now_) return;
+  const unsigned top = levelOf(now ^ now_);
+  const std::uint64_t upToNew = (std::uint64_t{2} << digit(now, top)) - 1;
+  const std::uint64_t upToOld = (std::uint64_t{2} << digit(now_, top)) - 1;
+  // From the top down: of two timers of one tick, the one on the higher level was added earlier.
+  TimeoutList due;
+  collect(top, upToNew & ~upToOld, due);
+  for (std::uint32_t below = occupiedLevels_ & ((1U << top) - 1); below != 0;) {
+    const unsigned level = static_cast<unsigned>(std::bit_width(below)) - 1;
+    collect(level, ~std::uint64_t{0}, due);
+    below &= ~(1U << level);
+  }
+  now_ = now;
+  while (TimeoutRecord* record = due.first()) {
+    due.remove(*record);
+    link(*record);
+  }
+}
+
+TimeoutRecord* TimingWheel::takeExpired() {
+  TimeoutRecord* record = expired_.first();
+  if (record != nullptr) expired_.remove(*record);
+  return record;
+}
+
+TimingWheel::Tick TimingWheel::ticksToNext() const {
+  const Level& first = levels_[static_cast<unsigned>(std::countr_zero(occupiedLevels_))];
+  const unsigned slot = static_cast<unsigned>(std::countr_zero(first.occupied));
+  return first.slots[slot].earliest - now_;
+}
+
+}  // namespace Tarvo::Impl

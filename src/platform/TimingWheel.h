@@ -1,0 +1,77 @@
+#ifndef TARVO_SRC_PLATFORM_TIMINGWHEEL_H
+#define TARVO_SRC_PLATFORM_TIMINGWHEEL_H
+
+#include <array>
+#include <cstdint>
+
+#include "Tarvo/TimeoutRecord.h"
+
+namespace Tarvo::Impl {
+
+/// A hierarchical timing wheel on integer ticks (Varghese and Lauck, "Hashed and Hierarchical
+/// Timing Wheels", 1987). It has no clock and calls nobody: it is told the time and asked for what
+/// is due.
+///
+/// A tick is read as a number of base 64. A timer hangs on the level of the highest digit in which
+/// its expiry differs from the present tick, in the slot of that digit's value; so every timer of
+/// one level is due before every timer of the next. Eleven levels cover all 64 bits. When the
+/// present moves on, exactly the slots between the old and the new digit come due or sink to lower
+/// levels; bitmaps of the occupied slots skip the empty ones, however far the clock has jumped.
+///
+/// add() and remove() take constant time and allocate nothing. A timer sinks at most once per
+/// level. Timers of one tick are handed back in the order in which they were added.
+class TimingWheel {
+ public:
+  using Tick = std::uint64_t;
+
+  explicit TimingWheel(Tick now = 0) : now_(now) {}
+  TimingWheel(const TimingWheel&) = delete;
+  TimingWheel& operator=(const TimingWheel&) = delete;
+
+  Tick now() const { return now_; }
+  /// Moves the present on; an earlier tick than now() changes nothing.
+  void advance(Tick now);
+
+  /// Due at `expires`; at once when that is not later than now(). REQUIRES: in no list.
+  void add(TimeoutRecord& record, Tick expires);
+  /// Aborts when it can tell that the record hangs in another wheel. REQUIRES: in this wheel.
+  void remove(TimeoutRecord& record);
+
+  /// Takes one timer that has come due out of the wheel; null when there is none.
+  TimeoutRecord* takeExpired();
+  bool hasExpired() const { return !expired_.empty(); }
+  /// Whether timers are waiting that have not come due.
+  bool hasPending() const { return occupiedLevels_ != 0; }
+
+  /// Ticks from now() to the next expiry. Early, never late: after a timer was removed it may still
+  /// stand for that one. REQUIRES: hasPending().
+  Tick ticksToNext() const;
+
+ private:
+  static constexpr unsigned digitBits = 6;
+  static constexpr unsigned slotCount = 1U << digitBits;
+  static constexpr unsigned levelCount = (64 + digitBits - 1) / digitBits;
+
+  struct Slot : TimeoutList {
+    Tick earliest = ~Tick{0};  // no member is due before it
+  };
+  struct Level {
+    std::uint64_t occupied = 0;  // bit i: slot i has members
+    std::array<Slot, slotCount> slots;
+  };
+
+  static unsigned levelOf(Tick difference);
+  static unsigned digit(Tick tick, unsigned level);
+  void link(TimeoutRecord& record);
+  void vacate(unsigned level, unsigned slot);
+  void collect(unsigned level, std::uint64_t slots, TimeoutList& due);
+
+  Tick now_;
+  std::uint32_t occupiedLevels_ = 0;  // bit i: level i has members
+  TimeoutList expired_;
+  std::array<Level, levelCount> levels_;
+};
+
+}  // namespace Tarvo::Impl
+
+#endif

@@ -1,0 +1,100 @@
+#include <event2/event.h>
+#include <event2/event_struct.h>
+
+#include <atomic>
+#include <unordered_set>
+
+#include "platform/LibeventTrace.h"
+
+#include "Tarvo/LibeventFactory.h"
+#include "platform/EventTime.h"
+#include "platform/LibeventBase.h"
+#include "platform/LibeventTimeouts.h"
+
+namespace Tarvo {
+
+using Impl::libeventTrace;
+
+namespace {
+
+constexpr suseconds_t microsecondsPerSecond = 1000000;
+
+std::atomic<bool> fastForward{false};  // written by the main thread only
+thread_local timeval virtualOffset{0, 0};
+
+/// A jump goes this much beyond the first timer, so that it is strictly due.
+constexpr suseconds_t extraDelay = 100;
+
+/// Not locked: registered on the main thread, which alone calls them.
+std::unordered_set<void (*)()>& notifiers() {
+  static auto& instance = *new std::unordered_set<void (*)()>;
+  return instance;
+}
+
+/// The present on the clock by which the base stores expiries: what it gives an event without
+/// delay.
+timeval baseNow(event_base* base) {
+  event probe;
+  event_assign(&probe, base, -1, 0, nullptr, nullptr);
+  eventPrioritySet(&probe, Platform::eventPriorityDefault);
+  Impl::addTimeout(probe, timeval{0, 0});
+  const timeval now = Impl::storedExpiry(probe);
+  Impl::deleteEvent(probe);
+  return now;
+}
+
+}  // namespace
+
+void setLeFastForward(bool on) {
+  leInit();
+  TARVO_ASSERT(Impl::onMainThread(), "FastForward invoked from non-main thread");
+  if (fastForward.exchange(on, std::memory_order_relaxed) == on) return;
+  for (const auto notifier : notifiers()) notifier();
+}
+
+bool leFastForward() { return fastForward.load(std::memory_order_relaxed); }
+
+void leRegisterFastForwardChangeNotifier(void (*notifier)()) { notifiers().insert(notifier); }
+
+double leVirtualTimeOffset() { return Impl::toSeconds(virtualOffset); }
+
+void applyFastForwardDelta(const timeval* delta) {
+  event_base_timeout_subtract_offset(leInit(), delta);
+  virtualOffset.tv_sec += delta->tv_sec;
+  virtualOffset.tv_usec += delta->tv_usec;
+  if (virtualOffset.tv_usec >= microsecondsPerSecond) {
+    virtualOffset.tv_sec += 1;
+    virtualOffset.tv_usec -= microsecondsPerSecond;
+  }
+  TARVO_TRACE(libeventTrace, 2, "Increasing virtual time offset by {} to {}", *delta,
+              virtualOffset);
+}
+
+bool fastForwardDelayToFirstTimer(timeval* out) {
+  TARVO_ASSERT(leFastForward(), "Called without fast forward enabled");
+  event_base* base = leInit();
+  timeval first;
+  if (event_base_get_first_timeout(base, &first) != 0) {
+    TARVO_TRACE(libeventTrace, 9, "no timers");
+    return false;
+  }
+  const timeval now = baseNow(base);
+  if (!Impl::isEarlier(now, first)) {
+    TARVO_TRACE(libeventTrace, 9, "first timer expired at {} now {} return zero delta", first, now);
+    *out = {0, 0};
+    return true;
+  }
+  const timeval delta = Impl::difference(first, now);
+  const timeval extra{0, extraDelay};
+  *out = {delta.tv_sec, delta.tv_usec + extraDelay};
+  if (out->tv_usec >= microsecondsPerSecond) {
+    out->tv_sec += 1;
+    out->tv_usec -= microsecondsPerSecond;
+  }
+  TARVO_TRACE(libeventTrace, 9,
+              "first timer will at {} now {} delta {} extraDelay {} return delta {}", first, now,
+              delta, extra, *out);
+  return true;
+}
+
+}  // namespace Tarvo
