@@ -87,10 +87,29 @@ class TARVO_EXPORT TimerWheelEvent : private Impl::TimeoutRecord {
   friend class TimerWheel;
   friend TimerWheelEvent* timeoutLink2TimerWheelEvent(Impl::TimeoutRecord* record);
 
-  void stateIs(TimerWheelState state);  // the state stands in the record's flags
+  // The state stands in the record's flags: exactly one of three bits is set.
+  static constexpr std::uint32_t firstStateFlag = 4;
+  static constexpr std::uint32_t stateFlags = 7 * firstStateFlag;
+
+  void stateIs(TimerWheelState state);
+  [[noreturn]] void failState() const;
+  [[noreturn]] static void failStateChange(TimerWheelState from, TimerWheelState to);
 
   double expirationTime_ = std::numeric_limits<double>::infinity();
 };
+
+inline TimerWheelState TimerWheelEvent::state() const {
+  switch (flags_ & stateFlags) {
+    case firstStateFlag << notLinked:
+      return notLinked;
+    case firstStateFlag << inTimerWheel:
+      return inTimerWheel;
+    case firstStateFlag << inTimersExpiryingSoon:
+      return inTimersExpiryingSoon;
+    default:
+      failState();
+  }
+}
 
 /// The event that a record belongs to.
 TARVO_EXPORT TimerWheelEvent* timeoutLink2TimerWheelEvent(Impl::TimeoutRecord* record);

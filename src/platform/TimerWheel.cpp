@@ -24,20 +24,19 @@ namespace {
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double ticksPerSecond = 100.0;
 
-/// A whole number as ticks; beyond the range of ticks lie its ends.
-Impl::TimingWheel::Tick toTick(double whole) {
+using Tick = Impl::TimingWheel::Tick;
+
+/// The whole ticks of a time; beyond the range of ticks lie its ends.
+Tick wholeTicks(double ticks) {
   constexpr double beyond = 18446744073709551616.0;  // 2^64
-  if (!(whole > 0)) return 0;
-  if (whole >= beyond) return ~Impl::TimingWheel::Tick{0};
-  return static_cast<Impl::TimingWheel::Tick>(whole);
+  if (!(ticks > 0)) return 0;
+  return ticks < beyond ? static_cast<Tick>(ticks) : ~Tick{0};
 }
 
 // Rounding the clock up and the expiries down hands out every timer of the running tick; what is
 // not due to the microsecond then waits among the exact times.
-Impl::TimingWheel::Tick clockTick(double now) { return toTick(std::ceil(ticksPerSecond * now)); }
-Impl::TimingWheel::Tick expiryTick(double expiry) {
-  return toTick(std::floor(ticksPerSecond * expiry));
-}
+Tick expiryTick(double expiry) { return wholeTicks(ticksPerSecond * expiry); }
+Tick clockTick(double now) { return wholeTicks(std::ceil(ticksPerSecond * now)); }
 
 }  // namespace
 

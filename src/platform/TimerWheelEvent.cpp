@@ -7,17 +7,6 @@
 
 namespace Tarvo {
 
-namespace {
-
-/// Exactly one of these is set in the record's flags.
-constexpr std::uint32_t firstStateFlag = 4;
-constexpr std::uint32_t stateCount = 3;
-constexpr std::uint32_t stateFlags = firstStateFlag * ((1U << stateCount) - 1);
-
-constexpr std::uint32_t flagOf(TimerWheelState state) { return firstStateFlag << state; }
-
-}  // namespace
-
 String timerWheelStateToString(TimerWheelState state) {
   switch (state) {
     case notLinked:
@@ -34,27 +23,31 @@ std::ostream& operator<<(std::ostream& out, TimerWheelState state) {
   return out << timerWheelStateToString(state);
 }
 
-TimerWheelEvent::TimerWheelEvent() { flags_ |= flagOf(notLinked); }
+TimerWheelEvent::TimerWheelEvent() { flags_ |= firstStateFlag << notLinked; }
 
 TimerWheelEvent::~TimerWheelEvent() {
   TARVO_ASSERT(state() == notLinked, "TimerWheelEvent {} destroyed while {}", this, state());
 }
 
-TimerWheelState TimerWheelEvent::state() const {
+void TimerWheelEvent::failState() const {
   const std::uint32_t flags = flags_ & stateFlags;
   TARVO_ASSERT(std::has_single_bit(flags), "None or multiple of our flags set {}", flags);
-  const auto state = static_cast<TimerWheelState>(std::countr_zero(flags / firstStateFlag));
-  TARVO_ASSERT(state < stateCount, "Invalid flag combination {}", flags);
-  return state;
+  TARVO_FAIL("Invalid flag combination {}", flags);
 }
 
 void TimerWheelEvent::stateIs(TimerWheelState state) {
   const TimerWheelState old = this->state();
   if (state == old) return;
-  TARVO_ASSERT(old == notLinked || state == notLinked, "State change {} -> {} must go via {}", old,
-               state, notLinked);
-  TARVO_ASSERT(state < stateCount, "invalid state {}", unsigned{state});
-  flags_ = (flags_ & ~stateFlags) | flagOf(state);
+  if ((old != notLinked && state != notLinked) || state > inTimersExpiryingSoon) [[unlikely]] {
+    failStateChange(old, state);
+  }
+  flags_ = (flags_ & ~stateFlags) | (firstStateFlag << state);
+}
+
+void TimerWheelEvent::failStateChange(TimerWheelState from, TimerWheelState to) {
+  TARVO_ASSERT(from == notLinked || to == notLinked, "State change {} -> {} must go via {}", from,
+               to, notLinked);
+  TARVO_FAIL("invalid state {}", unsigned{to});
 }
 
 TimerWheelEvent* timeoutLink2TimerWheelEvent(Impl::TimeoutRecord* record) {

@@ -21,6 +21,7 @@ constexpr suseconds_t microsecondsPerSecond = 1000000;
 
 std::atomic<bool> fastForward{false};  // written by the main thread only
 thread_local timeval virtualOffset{0, 0};
+thread_local double virtualOffsetSeconds = 0;  // the same, read with every look at the clock
 
 /// A jump goes this much beyond the first timer, so that it is strictly due.
 constexpr suseconds_t extraDelay = 100;
@@ -56,7 +57,7 @@ bool leFastForward() { return fastForward.load(std::memory_order_relaxed); }
 
 void leRegisterFastForwardChangeNotifier(void (*notifier)()) { notifiers().insert(notifier); }
 
-double leVirtualTimeOffset() { return Impl::toSeconds(virtualOffset); }
+double leVirtualTimeOffset() { return virtualOffsetSeconds; }
 
 void applyFastForwardDelta(const timeval* delta) {
   event_base_timeout_subtract_offset(leInit(), delta);
@@ -66,6 +67,7 @@ void applyFastForwardDelta(const timeval* delta) {
     virtualOffset.tv_sec += 1;
     virtualOffset.tv_usec -= microsecondsPerSecond;
   }
+  virtualOffsetSeconds = Impl::toSeconds(virtualOffset);
   TARVO_TRACE(libeventTrace, 2, "Increasing virtual time offset by {} to {}", *delta,
               virtualOffset);
 }

@@ -113,6 +113,11 @@ TEST(LoadTest, ACompatibleProcessIsLeftAlone) {
   const auto child = helper("compat compat");
   EXPECT_EQ(child.exitCode, 0);
   EXPECT_EQ(child.err, "");
+#ifndef __SANITIZE_ADDRESS__  // whose runtime insists on coming first
+  EXPECT_THAT(helper("compat", {"LD_PRELOAD=" INCOMPATIBLE}).err,
+              HasSubstr("Assertion `platformLibPresenceFlag == Tarvo::PLATFORM_LIB_FLAG_TARVO && "
+                        "\"a library incompatible with Tarvo has been loaded\"' failed"));
+#endif
 }
 
 }  // namespace

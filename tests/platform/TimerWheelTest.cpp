@@ -1,0 +1,212 @@
+#include "Tarvo/TimerWheel.h"
+
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <random>
+#include <stdexcept>
+#include <thread>
+
+#include "Tarvo/Thread.h"
+#include "support/Failure.h"
+#include "support/LoopFixture.h"
+
+namespace {
+
+using namespace testsupport;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+constexpr double infinity = std::numeric_limits<double>::infinity();
+
+/// Logs, checks that it is not early, and does what the test wants.
+struct Event : Tarvo::TimerWheelEvent {
+  Event(RunLog& runLog, std::string eventName, std::function<void()> doNext = nullptr)
+      : log(runLog), name(std::move(eventName)), action(std::move(doNext)) {}
+  void timeout() override {
+    EXPECT_GE(Tarvo::time(), due) << name;
+    EXPECT_EQ(state(), Tarvo::notLinked);
+    log.push_back(name);
+    if (const auto now = action) now();
+  }
+  void start(const std::shared_ptr<Tarvo::TimerWheel>& wheel, double delay) {
+    setTimeout(wheel, delay);
+    due = expirationTime();
+  }
+  RunLog& log;
+  std::string name;
+  std::function<void()> action;
+  double due = 0;
+};
+
+struct TimerWheelTest : LoopFixture {
+  TimerWheelTest() { Platform::setFastForward(true); }
+  void TearDown() override {
+    wheel.reset();
+    Platform::setFastForward(false);
+    LoopFixture::TearDown();
+  }
+  std::shared_ptr<Tarvo::TimerWheel> wheel =
+      Tarvo::getTimerWheelForTaskScheduler(Platform::eventPriorityDefault);
+  Event a{log, "a"};
+  Event b{log, "b"};
+  Event c{log, "c"};
+};
+
+TEST_F(TimerWheelTest, FiresInTheOrderOfExactExpiries) {
+  a.start(wheel, 0.0237);
+  b.start(wheel, 0.0231);  // the same tick, but sooner
+  c.start(wheel, 90000);
+  c.start(wheel, 0.0234);
+  EXPECT_NEAR(c.remainingTimeout(), 0.0234, 0.001);
+  Platform::doEventLoop(1);
+  EXPECT_THAT(log, ElementsAre("b", "c", "a"));
+  EXPECT_EQ(a.remainingTimeout(), infinity);
+}
+
+TEST_F(TimerWheelTest, ATimerOfTheRunningTickIsNeitherEarlyNorLate) {
+  // Far enough into the tick that both lie in it: the first waits among the exact times when the
+  // second is started in front of it.
+  const double now = Tarvo::time();
+  Platform::fastForwardBy(std::ceil(now * 100) / 100 + 0.001 - now);
+  a.start(wheel, 0.008);
+  double lateness = infinity;
+  b.action = [&] { lateness = Tarvo::time() - b.due; };
+  Platform::doEventLoop(0.001);
+  b.start(wheel, 0.002);
+  Platform::doEventLoop(0.02);
+  EXPECT_THAT(log, ElementsAre("b", "a"));
+  EXPECT_LT(lateness, 0.002);
+}
+
+TEST_F(TimerWheelTest, DelaysOfAnySizeAreTaken) {
+  a.start(wheel, 1e300);
+  b.start(wheel, -5);
+  b.due = 0;
+  c.start(wheel, 3);
+  EXPECT_THAT(failureOf([&] { c.setTimeout(wheel, std::nan("")); }), HasSubstr("TimerWheelCpp:"));
+  EXPECT_NEAR(c.remainingTimeout(), 3, 0.1);  // a refused delay loses nothing
+  Platform::doEventLoop(1);
+  EXPECT_THAT(log, ElementsAre("b"));
+  c.setTimeout(wheel, infinity);
+  EXPECT_EQ(c.state(), Tarvo::notLinked);
+  a.delTimeout(wheel);
+  a.delTimeout(wheel);
+  Platform::doEventLoop(5);
+  EXPECT_THAT(log, ElementsAre("b"));
+}
+
+TEST_F(TimerWheelTest, AThrowLosesNobody) {
+  // One expiry for two of them, a later one for the third, all due in one pass.
+  const auto throwing = [] { throw std::runtime_error("out"); };
+  a.action = b.action = c.action = throwing;
+  a.start(wheel, 0.001);
+  b.start(wheel, 0.001);
+  c.start(wheel, 0.002);
+  Platform::fastForwardBy(1);
+  for (int round = 0; round < 3; ++round) {
+    EXPECT_THROW(Platform::doEventLoop(1), std::runtime_error);
+  }
+  EXPECT_THAT(log, ElementsAre("a", "b", "c"));
+  a.action = nullptr;
+  a.start(wheel, 5);
+  Platform::doEventLoop(6);
+  EXPECT_EQ(log.size(), 4U);
+}
+
+TEST_F(TimerWheelTest, CallbacksMayDoAnythingWithAnyEvent) {
+  auto own = std::make_unique<Event>(log, "own");
+  own->action = [&] {
+    own.reset();
+    b.delTimeout(wheel);  // of the same bucket
+    c.delTimeout(wheel);  // of a later one
+    a.start(wheel, 0);    // a new one, not served in this pass
+    c.start(wheel, 0.05);
+  };
+  a.action = [&, again = std::make_shared<int>(0)] {
+    if (++*again < 3) a.start(wheel, 0);
+  };
+  own->start(wheel, 0.001);
+  b.start(wheel, 0.001);
+  c.start(wheel, 0.002);
+  Platform::fastForwardBy(1);
+  Platform::doEventLoop(1);
+  EXPECT_THAT(log, ElementsAre("own", "a", "a", "a", "c"));
+}
+
+TEST_F(TimerWheelTest, ACallbackMayDropTheWheel) {
+  for (const bool throws : {false, true}) {
+    wheel = Tarvo::getTimerWheelForTaskScheduler(Platform::eventPriorityDefault);
+    const std::weak_ptr<Tarvo::TimerWheel> watch = wheel;
+    a.action = [&] {
+      wheel.reset();
+      if (throws) throw 7;
+    };
+    a.start(wheel, 0.5);
+    if (throws) {
+      EXPECT_THROW(Platform::doEventLoop(1), int);
+    } else {
+      Platform::doEventLoop(1);
+    }
+    EXPECT_TRUE(watch.expired());
+  }
+}
+
+TEST_F(TimerWheelTest, ControlsStopTheirTimers) {
+  Handler handler(log, "handler");
+  auto control = Platform::getTimerControl(&handler, wheel);
+  control->setTimeout(0.5);
+  EXPECT_NEAR(control->remainingTimeout(), 0.5, 0.1);
+  Platform::doEventLoop(1);
+  EXPECT_THAT(log, ElementsAre("handler"));
+  control->setTimeout(1);
+  control.reset();
+  Platform::doEventLoop(2);
+  EXPECT_EQ(log.size(), 1U);
+}
+
+TEST_F(TimerWheelTest, DestroyingARunningEventEndsTheProcess) {
+  EXPECT_DEATH(
+      {
+        auto event = std::make_unique<Event>(log, "event");
+        event->start(wheel, 1);
+        event.reset();
+      },
+      "destroyed while inTimerWheel");
+}
+
+TEST_F(TimerWheelTest, RunsAsASortedListWould) {
+  std::mt19937 random(7);
+  std::multimap<double, std::string> expected;
+  std::vector<std::unique_ptr<Event>> events;
+  for (int i = 0; i < 300; ++i) {
+    events.push_back(std::make_unique<Event>(log, std::to_string(i)));
+    events.back()->start(wheel, static_cast<double>(random() % 100000) / 1000.0);
+  }
+  for (int i = 0; i < 300; ++i) {
+    if (i % 7 == 0) {
+      events[static_cast<size_t>(i)]->delTimeout(wheel);
+    } else {
+      expected.emplace(events[static_cast<size_t>(i)]->due, std::to_string(i));
+    }
+  }
+  Platform::doEventLoop(101);
+  RunLog order;
+  for (const auto& entry : expected) order.push_back(entry.second);
+  EXPECT_EQ(log, order);
+}
+
+TEST_F(TimerWheelTest, ThereIsOneWheelPerThreadThatAsksForIt) {
+  std::weak_ptr<Tarvo::TimerWheel> wheels[2];
+  for (auto& seen : wheels) {
+    std::jthread([&] {
+      Tarvo::useThreadLocalSingletons();
+      seen = Tarvo::getTimerWheel();
+      EXPECT_EQ(Tarvo::getTimerWheel(), seen.lock());
+      Tarvo::leFree();  // the thread's wheel goes with its base
+      EXPECT_TRUE(seen.expired());
+    });
+  }
+}
+
+}  // namespace

@@ -1,0 +1,146 @@
+#include <event2/event_struct.h>
+#include <gmock/gmock.h>
+
+#include <thread>
+
+#include "support/Failure.h"
+#include "support/LoopFixture.h"
+
+namespace {
+
+using namespace testsupport;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+int changes = 0;
+void noteChange() { ++changes; }
+
+struct VirtualTimeTest : LoopFixture {
+  VirtualTimeTest() { Platform::setFastForward(true); }
+  void TearDown() override {
+    Platform::setFastForward(false);
+    LoopFixture::TearDown();
+  }
+};
+
+TEST_F(VirtualTimeTest, LoopsJumpInsteadOfWaiting) {
+  Handler hour(log, "hour");
+  Handler day(log, "day");
+  const auto hourTimer = Platform::getTimerControl(&hour);
+  const auto dayTimer = Platform::getTimerControl(&day);
+  hour.action = [&] {
+    if (log.size() < 20) hourTimer->setTimeout(3600);
+  };
+  hourTimer->setTimeout(3600);
+  dayTimer->setTimeout(4 * 3600 + 1);
+  const double begin = Tarvo::time();
+  Platform::doEventLoop(5 * 3600.0);
+  EXPECT_THAT(log, ElementsAre("hour", "hour", "hour", "hour", "day"));
+  EXPECT_GE(Tarvo::time() - begin, 5 * 3600.0);
+  EXPECT_LT(Tarvo::time() - begin, 5 * 3600.0 + 60);
+  EXPECT_LT(hourTimer->remainingTimeout(), 1.0);
+
+  log.clear();
+  Platform::doEventLoopInWaitfor(1e6);  // one jump, one pass
+  EXPECT_THAT(log, ElementsAre("hour"));
+  hourTimer->delTimeout();
+  Platform::doEventLoopInWaitfor(50);  // nothing to jump to but the limit
+  Platform::doEventLoop(5);
+  EXPECT_GE(Tarvo::time() - begin, 5 * 3600.0 + 55);
+}
+
+TEST_F(VirtualTimeTest, EveryKindOfTimeoutIsMoved) {
+  event_base* base = Tarvo::leInit();
+  struct Foreign {
+    RunLog& log;
+    std::string name;
+    event ev;
+  };
+  const auto note = [](evutil_socket_t, short what, void* arg) {
+    auto* foreign = static_cast<Foreign*>(arg);
+    foreign->log.push_back(foreign->name + ((what & EV_TIMEOUT) != 0 ? "" : " io"));
+  };
+  const timeval common = *event_base_init_common_timeout(base, std::array{timeval{700, 0}}.data());
+  const timeval delays[] = {{600, 0}, common, common, {800, 500000}};
+  const SocketPair pair;
+  Foreign events[] = {
+      {log, "plain", {}}, {log, "common", {}}, {log, "second", {}}, {log, "fd", {}}};
+  for (size_t i = 0; i < 4; ++i) {
+    event_assign(&events[i].ev, base, i == 3 ? pair.ends[0] : -1, i == 3 ? EV_READ : 0, note,
+                 &events[i]);
+    event_add(&events[i].ev, &delays[i]);
+  }
+  Handler own(log, "own");
+  const auto control = Platform::getTimerControl(&own);
+  control->setTimeout(750);
+
+  timeval first;
+  ASSERT_EQ(event_base_get_first_timeout(base, &first), 0);
+  Platform::fastForwardBy(500.25);
+  timeval moved;
+  ASSERT_EQ(event_base_get_first_timeout(base, &moved), 0);
+  EXPECT_EQ(first.tv_sec * 1000000 + first.tv_usec - moved.tv_sec * 1000000 - moved.tv_usec,
+            500250000);
+  EXPECT_NEAR(control->remainingTimeout(), 249.75, 1);
+  Platform::doEventLoop(150);
+  EXPECT_THAT(log, ElementsAre("plain"));
+  Platform::doEventLoop(1000);
+  EXPECT_THAT(log, ElementsAre("plain", "common", "second", "own", "fd"));
+  EXPECT_NE(event_base_get_first_timeout(base, &first), 0);
+}
+
+TEST_F(VirtualTimeTest, TheOrderIsThatOfRealTime) {
+  std::vector<RunLog> orders;
+  for (const bool fast : {false, true}) {
+    Platform::setFastForward(fast);
+    log.clear();
+    std::vector<std::unique_ptr<Handler>> handlers;
+    std::vector<std::shared_ptr<Platform::TimerControl>> timers;
+    for (int i = 0; i < 8; ++i) {
+      handlers.push_back(std::make_unique<Handler>(log, std::to_string(i)));
+      timers.push_back(Platform::getTimerControl(handlers.back().get()));
+      timers.back()->setTimeout(0.02 * ((i * 5) % 8));
+    }
+    Platform::doEventLoop(fast ? 1 : 0.3);
+    orders.push_back(log);
+  }
+  EXPECT_EQ(orders[0], orders[1]);
+  EXPECT_EQ(orders[0].size(), 8U);
+}
+
+TEST_F(VirtualTimeTest, TheSwitchIsTheMainThreads) {
+  Platform::registerFastForwardChangeNotifier(noteChange);
+  Platform::registerFastForwardChangeNotifier(noteChange);
+  changes = 0;
+  Platform::setFastForward(true);
+  EXPECT_EQ(changes, 0);
+  Platform::fastForwardBy(1000);
+  const double later = Tarvo::time();
+  Platform::setFastForward(false);
+  EXPECT_EQ(changes, 1);
+  EXPECT_GE(Tarvo::time(), later);
+  EXPECT_THAT(failureOf([] { Platform::fastForwardBy(1); }), HasSubstr("fast-forwarding disabled"));
+  EXPECT_THAT(failureOf([] { Tarvo::eventLoopFastForwardToFirstTimer(1); }),
+              HasSubstr("Called without fastForward enabled"));
+  const double offset = Tarvo::leVirtualTimeOffset();
+  EXPECT_GE(offset, 1000);
+  std::jthread([] {
+    EXPECT_EQ(Tarvo::leVirtualTimeOffset(), 0);
+    EXPECT_THAT(failureOf([] { Platform::setFastForward(false); }),
+                HasSubstr("FastForward invoked from non-main thread"));
+    Tarvo::leFree();
+  });
+}
+
+TEST_F(VirtualTimeTest, AThrowLeavesTheLoopUsable) {
+  Handler thrower(log, "thrower", [] { throw 7; });
+  const auto timer = Platform::getTimerControl(&thrower);
+  timer->setTimeout(100);
+  EXPECT_THROW(Platform::doEventLoop(1000), int);
+  thrower.action = nullptr;
+  timer->setTimeout(100);
+  Platform::doEventLoop(1000);
+  EXPECT_EQ(log.size(), 3U);  // twice, and asked once what to do
+}
+
+}  // namespace

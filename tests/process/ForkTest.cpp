@@ -1,0 +1,89 @@
+#include <gmock/gmock.h>
+#include <sys/wait.h>
+
+#include <latch>
+#include <thread>
+
+#include "Tarvo/Debug.h"
+#include "Tarvo/ForkHandler.h"
+#include "support/ChildProcess.h"
+#include "support/LoopFixture.h"
+
+namespace {
+
+using namespace testsupport;
+using testing::ElementsAre;
+
+struct ForkTest : LoopFixture {
+  SocketPair pair;
+  Handler timerHandler{log, "timer"};
+  Handler callbackHandler{log, "callback"};
+  Handler fdHandler{log, "fd", [this] { events->setReads(false); }};
+  std::shared_ptr<Platform::TimerControl> timer = Platform::getTimerControl(&timerHandler);
+  std::shared_ptr<Platform::CallbackControl> callback =
+      Platform::getCallbackControl(&callbackHandler);
+  std::shared_ptr<Platform::FdControl> events = Platform::getFdControl(&fdHandler);
+
+  void arm() {
+    timer->setTimeout(0.02);
+    callback->requestCallback();
+    events->setFd(pair.ends[0]);
+    ASSERT_EQ(write(pair.ends[1], "x", 1), 1);
+  }
+  void TearDown() override {
+    timer.reset();
+    callback.reset();
+    events.reset();
+    LoopFixture::TearDown();
+  }
+  /// Serves everything that was armed; 0 when all of it came.
+  int serveAll() {
+    Platform::doEventLoop();
+    return log == RunLog{"fd read " + std::to_string(pair.ends[0]), "callback", "timer"} ? 0 : 1;
+  }
+};
+
+TEST_F(ForkTest, AChildRebuildsItsLoopWhileAThreadOfTheParentHeldTheGlobalLock) {
+  arm();
+  std::latch held(1);
+  std::latch done(1);
+  std::jthread holder([&] {
+    Platform::LocoGuard guard;
+    held.count_down();
+    done.wait();
+  });
+  held.wait();
+  const auto child = runForked([&] {
+    if (!Platform::isForkedChild()) return 2;
+    Tarvo::leForkReinit();
+    Platform::setTraceFormat("pid,handle");
+    const auto trace = Platform::getDebugHandler("Child");
+    Platform::dumpDebugMsg("traced", 6, 0, trace.get(), "", "", 0);
+    return serveAll();
+  });
+  done.count_down();
+  EXPECT_EQ(child.exitCode, 0);
+  EXPECT_THAT(child.err, testing::MatchesRegex("[0-9]+ Child traced\n"));
+  EXPECT_FALSE(Platform::isForkedChild());
+  EXPECT_EQ(serveAll(), 0);  // the parent is undisturbed
+}
+
+TEST_F(ForkTest, AChildThatOnlyCleansUpLeavesTheParentInPeace) {
+  arm();
+  Platform::LocoGuard guard;  // and held by the forking thread itself it stays held
+  const auto child = runForked([&] {
+    const bool kept = Platform::loco().owns_lock();
+    Platform::loco().unlock();
+    const bool free = !Platform::loco().owns_lock();
+    Platform::loco().lock();
+    timer.reset();
+    callback.reset();
+    events.reset();
+    Tarvo::leFree();
+    return kept && free ? 0 : 1;
+  });
+  EXPECT_EQ(child.exitCode, 0);
+  EXPECT_EQ(serveAll(), 0);
+}
+
+}  // namespace
