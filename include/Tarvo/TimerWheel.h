@@ -111,6 +111,15 @@ inline TimerWheelState TimerWheelEvent::state() const {
   }
 }
 
+inline void TimerWheelEvent::stateIs(TimerWheelState state) {
+  const TimerWheelState old = this->state();
+  if (state == old) return;
+  if ((old != notLinked && state != notLinked) || state > inTimersExpiryingSoon) [[unlikely]] {
+    failStateChange(old, state);
+  }
+  flags_ = (flags_ & ~stateFlags) | (firstStateFlag << state);
+}
+
 /// The event that a record belongs to.
 TARVO_EXPORT TimerWheelEvent* timeoutLink2TimerWheelEvent(Impl::TimeoutRecord* record);
 

@@ -35,15 +35,6 @@ void TimerWheelEvent::failState() const {
   TARVO_FAIL("Invalid flag combination {}", flags);
 }
 
-void TimerWheelEvent::stateIs(TimerWheelState state) {
-  const TimerWheelState old = this->state();
-  if (state == old) return;
-  if ((old != notLinked && state != notLinked) || state > inTimersExpiryingSoon) [[unlikely]] {
-    failStateChange(old, state);
-  }
-  flags_ = (flags_ & ~stateFlags) | (firstStateFlag << state);
-}
-
 void TimerWheelEvent::failStateChange(TimerWheelState from, TimerWheelState to) {
   TARVO_ASSERT(from == notLinked || to == notLinked, "State change {} -> {} must go via {}", from,
                to, notLinked);
