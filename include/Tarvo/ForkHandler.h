@@ -7,7 +7,8 @@
 /// the forking thread itself held it), and the thread id is the child's. A child that goes on with
 /// the event loop calls leForkReinit() (Tarvo/LibeventFactory.h); then timers, callbacks and
 /// descriptors that the forking thread had armed work in it, apart from the parent's. The parent is
-/// not touched.
+/// not touched. (A child that was forked by a handler runs its loop only after that handler has
+/// returned.)
 ///
 ///     if (fork() == 0) {
 ///       Tarvo::leForkReinit();

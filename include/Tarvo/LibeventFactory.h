@@ -20,7 +20,8 @@ struct timeval;
 extern "C" {
 /// Sets `out` to the expiry of the earliest pending timeout, on the base's own clock, and returns
 /// 0; non-zero when none is pending. Counts timeouts of every kind: plain, common, and those of I/O
-/// events, whoever added them.
+/// events, whoever added them. (One cannot be seen: an event
+/// for reading or writing that was given descriptor -1.)
 TARVO_EXPORT int event_base_get_first_timeout(event_base* base, timeval* out);
 /// Makes every pending timeout of the base due `delta` earlier; their order stays.
 TARVO_EXPORT void event_base_timeout_subtract_offset(event_base* base, const timeval* delta);

@@ -158,7 +158,7 @@ TARVO_EXPORT std::shared_ptr<FdControl> getFdControl(FdEventHandler* handler);
 /// loop was broken, -1 on an error.
 TARVO_EXPORT int doEventLoop();
 /// The same for `maxSeconds`, also when there is nothing to wait for, and returns 0. With infinity
-/// there is no limit and the call is doEventLoop().
+/// there is no limit and the call returns as doEventLoop() does.
 TARVO_EXPORT int doEventLoop(double maxSeconds);
 
 /// The loop for functions that wait for a condition and look at it after each return: with virtual

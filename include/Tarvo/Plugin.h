@@ -17,8 +17,9 @@
 ///
 /// When registration fails inside loadPlugin(), the exception does not fly through the dynamic
 /// loader, which would leave the loader locked for ever: registerPlugin() returns, the library's
-/// other initialisers run, and loadPlugin() throws. A program that opens a plug-in with dlopen()
-/// itself has no such protection; there the exception leaves the initialiser.
+/// other initialisers run, and loadPlugin() throws. A loadPlugin() that fails inside another one's
+/// library returns null there, and the outer one throws. A program that opens a plug-in with
+/// dlopen() itself has no such protection; there the exception leaves the initialiser.
 ///
 /// Both operations hold the global lock from beginning to end, and leave it free also when they
 /// fail. Plug-ins are never unloaded.

@@ -148,6 +148,8 @@ class TARVO_EXPORT TimerWheel : private Platform::TimeoutHandler,
   using ExactTimes = std::map<double, TimersAtTimeout>;
 
   void setCurrentTime(double now);
+  void armMasterTimer(double delay, double expiry);
+  void serve();
   void bucketDueTicks();
   void serveDue(double now);
   void leaveBucket(TimerWheelEvent* event);
@@ -159,7 +161,8 @@ class TARVO_EXPORT TimerWheel : private Platform::TimeoutHandler,
 };
 
 /// The shared wheel, at default priority: one per thread where the thread has singletons of its
-/// own, otherwise one for the process, which belongs to the thread that asked first.
+/// own, otherwise one for the process, which belongs to the thread that asked first. It goes
+/// with that thread's event base; the next call makes another.
 TARVO_EXPORT std::shared_ptr<TimerWheel> getTimerWheel();
 
 /// A wheel of the caller's own, whose master timer has `priority`.

@@ -47,8 +47,14 @@ bool onMainThread() { return mainThread; }
 
 void baseIsShared() { sharedWithParent = ev_base != nullptr; }
 
-void deleteEvent(event& ev) {
+void leaveParentAlone() {
   if (sharedWithParent) leForkReinit();
+}
+
+bool insideLoop() { return dispatching; }
+
+void deleteEvent(event& ev) {
+  leaveParentAlone();
   event_del(&ev);
 }
 
@@ -112,7 +118,7 @@ void leRegisterBase(event_base* base) {
 }
 
 event_base* leInit() {
-  if (sharedWithParent) leForkReinit();
+  Impl::leaveParentAlone();
   if (ev_base != nullptr) return ev_base;
   // The callbacks belong to the process; threads that start at once must not set them together.
   [[maybe_unused]] static const bool set =
@@ -124,7 +130,7 @@ event_base* leInit() {
 void leFree() {
   if (ev_base == nullptr) return;
   TARVO_ASSERT(!dispatching, "the loop of this base is running");
-  if (sharedWithParent) leForkReinit();
+  Impl::leaveParentAlone();
   if (const std::unique_ptr<std::vector<void (*)()>> all{std::exchange(releases, nullptr)}) {
     for (const auto release : *all) release();
   }
@@ -139,8 +145,10 @@ void leForkReinit() {
     leInit();
     return;
   }
-  const int result = event_reinit(ev_base);
-  TARVO_ASSERT(result == 0, "event_reinit() failed: {}", result);
+  setMainThread();  // the child's only thread is its main thread
+  if (event_reinit(ev_base) != 0) {
+    TARVO_TRACE(Impl::libeventTrace, 1, "a descriptor that was closed is not watched any more");
+  }
 }
 
 void setMainThread() { mainThread = isMainThread(); }

@@ -21,6 +21,12 @@ bool onMainThread();
 /// before it is next used.
 void baseIsShared();
 
+/// Rebuilds a base that is still shared with the parent.
+void leaveParentAlone();
+
+/// Whether the calling thread is inside its loop.
+bool insideLoop();
+
 /// Deletes an event. In a forked child the parent's registrations are left alone.
 void deleteEvent(event& ev);
 

@@ -15,6 +15,7 @@
 #include "platform/EventTime.h"
 #include "platform/LibeventBase.h"
 #include "platform/LibeventControls.h"
+#include "platform/VirtualTime.h"
 
 namespace Tarvo {
 
@@ -44,14 +45,37 @@ namespace {
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 
+/// One jump and one pass: to the first timer, or by `maxSeconds` when that is sooner. The switch
+/// may have been turned off meanwhile, so it is not asked.
+int jumpAndServe(double maxSeconds) {
+  if (Impl::insideLoop()) return Impl::dispatchBase(leInit());  // refused, and time stands still
+  const timeval limit = Impl::delayToTimeval(maxSeconds);
+  timeval delay{0, 0};
+  const bool hasTimer = Impl::delayToFirstTimer(&delay);
+  // Without a timer and without a limit there is nowhere to jump to.
+  const bool toLimit = maxSeconds != infinity && (!hasTimer || !Impl::isEarlier(delay, limit));
+  return eventLoopFastForward(toLimit ? &limit : &delay);
+}
+
 /// Jumps from timer to timer until the thread's clock has gone on by `maxSeconds`.
 int fastForwardLoop(double maxSeconds) {
-  const double end = Tarvo::time() + maxSeconds;
+  const double end = Tarvo::time() + std::min(maxSeconds, Impl::longestDelay);
   int result = 0;
   do {
-    result = eventLoopFastForwardToFirstTimer(std::max(0.0, end - Tarvo::time()));
+    const double left = std::max(0.0, end - Tarvo::time());
+    if (!leFastForward()) return eventLoopTimeout(left);  // turned off meanwhile
+    result = jumpAndServe(left);
   } while (result >= 0 && Tarvo::time() < end);
   return result;
+}
+
+/// Jumps from timer to timer as long as there is one, then waits for the rest.
+int fastForwardWithoutLimit() {
+  timeval delay;
+  while (leFastForward() && Impl::delayToFirstTimer(&delay)) {
+    if (const int result = jumpAndServe(infinity); result < 0) return result;
+  }
+  return doLeEventLoop();
 }
 
 }  // namespace
@@ -59,7 +83,9 @@ int fastForwardLoop(double maxSeconds) {
 int doLeEventLoop() {
   event_base* base = leInit();
   timeval delta;
-  if (leFastForward() && fastForwardDelayToFirstTimer(&delta)) applyFastForwardDelta(&delta);
+  if (leFastForward() && !Impl::insideLoop() && Impl::delayToFirstTimer(&delta)) {
+    applyFastForwardDelta(&delta);
+  }
   return Impl::dispatchBase(base);
 }
 
@@ -68,14 +94,13 @@ int doLeEventLoop(double maxSeconds) {
   leInit();
   TARVO_ASSERT(!std::isnan(maxSeconds), "a limit of NaN seconds");
   if (!leFastForward()) return eventLoopTimeout(maxSeconds);
-  return maxSeconds == infinity ? doLeEventLoop() : fastForwardLoop(maxSeconds);
+  return maxSeconds == infinity ? fastForwardWithoutLimit() : fastForwardLoop(maxSeconds);
 }
 
 int doLeEventLoopInWaitfor(double maxSeconds) {
   TARVO_TRACE(libeventTrace, 5, "maxTimeout {}", maxSeconds);
   leInit();
-  return leFastForward() ? eventLoopFastForwardToFirstTimer(maxSeconds)
-                         : eventLoopTimeout(maxSeconds);
+  return leFastForward() ? jumpAndServe(maxSeconds) : eventLoopTimeout(maxSeconds);
 }
 
 int eventLoopTimeout(double seconds) {
@@ -95,12 +120,7 @@ int eventLoopFastForward(const timeval* delta) {
 int eventLoopFastForwardToFirstTimer(double maxSeconds) {
   TARVO_TRACE(libeventTrace, 5, "maxTimeout {}", maxSeconds);
   TARVO_ASSERT(leFastForward(), "Called without fastForward enabled");
-  const timeval limit = Impl::delayToTimeval(maxSeconds);
-  timeval delay{0, 0};
-  const bool hasTimer = fastForwardDelayToFirstTimer(&delay);
-  // Without a timer and without a limit there is nowhere to jump to.
-  const bool toLimit = maxSeconds != infinity && (!hasTimer || !Impl::isEarlier(delay, limit));
-  return eventLoopFastForward(toLimit ? &limit : &delay);
+  return jumpAndServe(maxSeconds);
 }
 
 double waitForDefaultTimeout() {

@@ -66,19 +66,18 @@ void shift(event_base* base, const timeval& delta) {
   event_base_foreach_event(base, subtract, const_cast<timeval*>(&delta));
 }
 
-/// Seconds until the event is due, as libevent itself tells.
-double dueIn(const event& ev) {
-  timeval when;
-  if (event_pending(&ev, EV_TIMEOUT, &when) == 0) return -1;
-  timeval now;
-  gettimeofday(&now, nullptr);
-  return toSeconds(when) - toSeconds(now);
+/// When the event is due, as libevent itself tells.
+double dueAt(const event& ev) {
+  timeval when{0, 0};
+  event_pending(&ev, EV_TIMEOUT, &when);
+  return toSeconds(when);
 }
 
 /// One timeout of each kind, far apart, on a base of its own.
 bool operationsWork() {
-  event_base* base = leCreateBase();
   const int fd = eventfd(0, EFD_CLOEXEC);
+  if (fd < 0) MemoryResourceException::throwException("no descriptor to try virtual time with");
+  event_base* base = leCreateBase();
   const timeval delays[] = {{3000, 0}, {4000, 0}, {5000, 0}};
   event plain;
   event common;
@@ -90,17 +89,19 @@ bool operationsWork() {
   event_add(&common, event_base_init_common_timeout(base, &delays[1]));
   event_add(&io, &delays[2]);
 
+  const timeval delta{1000, 1};
+  const event* const events[] = {&plain, &common, &io};
+  double expected[3];
+  for (int i = 0; i < 3; ++i) expected[i] = dueAt(*events[i]) - toSeconds(delta);
   timeval before;
   timeval after;
   bool work = earliestOf(base, &before) == 0;
-  shift(base, {1000, 1});
+  shift(base, delta);
   work = work && earliestOf(base, &after) == 0 &&
-         toSeconds(difference(before, after)) == toSeconds({1000, 1});
-  double expected = 2000;
-  for (const event* ev : {&plain, &common, &io}) {
-    constexpr double tolerance = 100;  // of the wall clock, which may be set meanwhile
-    work = work && std::abs(dueIn(*ev) - expected) < tolerance;
-    expected += 1000;
+         toSeconds(difference(before, after)) == toSeconds(delta);
+  for (int i = 0; i < 3; ++i) {
+    constexpr double tolerance = 100;  // the wall clock, in which libevent tells it, may be set
+    work = work && std::abs(dueAt(*events[i]) - expected[i]) < tolerance;
   }
   for (event* ev : {&plain, &common, &io}) event_del(ev);
   work = work && earliestOf(base, &after) != 0;

@@ -3,6 +3,8 @@
 
 #include <cxxabi.h>
 
+#include "platform/LibeventBase.h"
+
 namespace Tarvo::Impl {
 
 /// Tells a running notification whether the object that holds this was destroyed meanwhile.
@@ -56,6 +58,7 @@ void runNotification(Notification notification) {
   } catch (...) {
     keepExceptionForLoop();
   }
+  leaveParentAlone();  // a notification that has forked goes on in the child too
 }
 
 }  // namespace Tarvo::Impl

@@ -57,21 +57,7 @@ void add(Plugin* plugin) {
   registry().emplace(name, plugin);
 }
 
-}  // namespace
-
-void registerPlugin(Plugin* plugin) {
-  const LocoGuard guard;
-  Loading* loading = Loading::innermost();
-  if (loading == nullptr) return add(plugin);
-  try {
-    add(plugin);
-  } catch (...) {
-    loading->failed(std::current_exception());
-  }
-}
-
-Plugin* loadPlugin(const char* name) {
-  const LocoGuard guard;
+Plugin* load(const char* name) {
   TARVO_ASSERT(name != nullptr, "the name of a plug-in must not be null");
   if (Plugin* plugin = find(name)) {
     TARVO_TRACE(pluginTrace, 3, "{} already loaded", name);
@@ -88,6 +74,31 @@ Plugin* loadPlugin(const char* name) {
   TARVO_ASSERT(plugin != nullptr, "Phooey -- plugin {} failed to register", name);
   TARVO_TRACE(pluginTrace, 2, "Yay!  Plugin {} loaded", name);
   return plugin;
+}
+
+}  // namespace
+
+void registerPlugin(Plugin* plugin) {
+  const LocoGuard guard;
+  Loading* loading = Loading::innermost();
+  if (loading == nullptr) return add(plugin);
+  try {
+    add(plugin);
+  } catch (...) {
+    loading->failed(std::current_exception());
+  }
+}
+
+Plugin* loadPlugin(const char* name) {
+  const LocoGuard guard;
+  Loading* outer = Loading::innermost();
+  if (outer == nullptr) return load(name);
+  try {
+    return load(name);
+  } catch (...) {
+    outer->failed(std::current_exception());
+    return nullptr;
+  }
 }
 
 }  // namespace Tarvo::Platform

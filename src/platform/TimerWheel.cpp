@@ -4,11 +4,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <exception>
+#include <new>
 #include <utility>
 
 #include "Tarvo/Allocator.h"
 
-#include "Tarvo/LibeventFactory.h"
+#include "Tarvo/Loco.h"
 #include "Tarvo/Thread.h"
 #include "platform/LibeventBase.h"
 #include "platform/Notification.h"
@@ -49,11 +51,19 @@ TimerWheel::TimerWheel(Platform::EventPriority priority)
 
 TimerWheel::~TimerWheel() {
   // None should be left; but one that is must not point into a wheel that is gone.
-  timeouts_->advance(~Impl::TimingWheel::Tick{0});
-  while (Impl::TimeoutRecord* record = timeouts_->takeExpired()) {
-    TimerWheelEvent* event = timeoutLink2TimerWheelEvent(record);
+  const auto letGo = [](TimerWheelEvent* event) {
     event->stateIs(notLinked);
     event->expirationTime_ = infinity;
+  };
+  timeouts_->advance(~Tick{0});
+  while (Impl::TimeoutRecord* record = timeouts_->takeExpired()) {
+    letGo(timeoutLink2TimerWheelEvent(record));
+  }
+  for (auto& [expiry, bucket] : *timersExpiryingSoon_) {
+    while (Impl::TimeoutRecord* record = bucket.first()) {
+      bucket.remove(*record);
+      letGo(timeoutLink2TimerWheelEvent(record));
+    }
   }
 }
 
@@ -75,7 +85,13 @@ void TimerWheel::timerStart(TimerWheelEvent* event, double delay) {
               expiry, tick);
   timeouts_->add(*event, tick);
   event->stateIs(inTimerWheel);
-  if (masterExpiry_ > expiry) setMasterTimer();
+  if (masterExpiry_ <= expiry) return;
+  try {
+    setMasterTimer();
+  } catch (...) {
+    timerStop(event);  // a start that failed has started nothing
+    throw;
+  }
 }
 
 void TimerWheel::timerStop(TimerWheelEvent* event) {
@@ -116,23 +132,24 @@ void TimerWheel::setMasterTimer() {
   const double now = Tarvo::time();
   setCurrentTime(now);
   double delay = infinity;
+  double expiry = infinity;
 
-  for (const auto& [key, bucket] : *timersExpiryingSoon_) {
-    if (bucket.empty()) continue;
-    delay = key <= now ? 0.0 : key - now;
-    masterExpiry_ = key;
+  const auto first = std::find_if(timersExpiryingSoon_->begin(), timersExpiryingSoon_->end(),
+                                  [](const auto& entry) { return !entry.second.empty(); });
+  if (first != timersExpiryingSoon_->end()) {
+    expiry = first->first;
+    delay = std::max(0.0, expiry - now);
     TARVO_TRACE(timerWheelTrace, 8,
                 "has {} timers, firstExpiryTime={} now={}, set master timer timeout {}",
-                key <= now ? "expired" : "scheduled", key, now, delay);
-    break;
+                expiry <= now ? "expired" : "scheduled", expiry, now, delay);
   }
   // A timer may have been started into the tick of those, and be due before them.
   if (timeouts_->hasExpired()) {
     TARVO_TRACE(timerWheelTrace, 8, "has expired timers, set master timer timeout 0");
     delay = 0.0;
-    masterExpiry_ = 0.0;
+    expiry = 0.0;
   } else if (timeouts_->hasPending()) {
-    const auto ticks = timeouts_->ticksToNext();
+    const Tick ticks = timeouts_->ticksToNext();
     const double wheelDelay = static_cast<double>(ticks) / ticksPerSecond;
     if (wheelDelay < delay) {
       TARVO_TRACE(
@@ -140,31 +157,50 @@ void TimerWheel::setMasterTimer() {
           "has scheduled timers, first timer expiry in {} ticks, set master timer timeout {}",
           ticks, wheelDelay);
       delay = wheelDelay;
-      masterExpiry_ = now + delay;
+      expiry = now + delay;
     }
-  } else if (delay == infinity) {
-    TARVO_TRACE(timerWheelTrace, 8, "has no timers, del master timer timeout");
-    masterExpiry_ = infinity;
   }
-  masterTimer_->setTimeout(delay);  // infinity disarms
+  armMasterTimer(delay, expiry);
+}
+
+void TimerWheel::armMasterTimer(double delay, double expiry) {
+  masterExpiry_ = infinity;  // what it is when arming fails
+  if (delay == infinity) {
+    TARVO_TRACE(timerWheelTrace, 8, "has no timers, del master timer timeout");
+    masterTimer_->delTimeout();
+  } else {
+    masterTimer_->setTimeout(delay);
+    masterExpiry_ = expiry;
+  }
 }
 
 void TimerWheel::timeout() {
-  const auto self = shared_from_this();  // a callback may drop the last other reference
+  const auto self = weak_from_this().lock();  // a callback may drop the last other reference
+  try {
+    serve();
+  } catch (abi::__forced_unwind&) {
+    throw;
+  } catch (...) {
+    if (self == nullptr || self.use_count() > 1) throw;
+    // Whoever called will ask this wheel what to do with the exception, and it is about to go.
+    Impl::keepExceptionForLoop();
+  }
+}
+
+void TimerWheel::serve() {
   TARVO_TRACE(timerWheelTrace, 8, "master timer expired");
   const double now = Tarvo::time();
   setCurrentTime(now);
   try {
     bucketDueTicks();
     serveDue(now);
-  } catch (abi::__forced_unwind&) {
-    throw;
   } catch (...) {
-    setMasterTimer();  // the rest that was due comes with the next loop
-    if (self.use_count() > 1) throw;
-    // Whoever called will ask this wheel what to do with the exception, and it is about to go.
-    Impl::keepExceptionForLoop();
-    return;
+    const auto failure = std::current_exception();
+    try {
+      setMasterTimer();           // the rest that was due comes with the next loop
+    } catch (const Exception&) {  // no room for it; the first failure says more
+    }
+    std::rethrow_exception(failure);
   }
   setMasterTimer();
 }
@@ -172,28 +208,37 @@ void TimerWheel::timeout() {
 void TimerWheel::bucketDueTicks() {
   while (Impl::TimeoutRecord* record = timeouts_->takeExpired()) {
     TimerWheelEvent* event = timeoutLink2TimerWheelEvent(record);
-    event->stateIs(notLinked);
-    (*timersExpiryingSoon_)[event->expirationTime_].append(*event);
-    event->stateIs(inTimersExpiryingSoon);
+    try {
+      TimersAtTimeout& bucket = (*timersExpiryingSoon_)[event->expirationTime_];
+      event->stateIs(notLinked);
+      bucket.append(*event);
+      event->stateIs(inTimersExpiryingSoon);
+    } catch (const std::bad_alloc&) {
+      timeouts_->add(*event, event->expires_);
+      throw;
+    }
   }
 }
 
 void TimerWheel::serveDue(double now) {
+  // A callback may change any bucket, and may even serve the wheel itself: nothing but the map is
+  // looked at across one.
   while (!timersExpiryingSoon_->empty()) {
-    const auto bucket = timersExpiryingSoon_->begin();
-    if (bucket->first > now) {
+    const auto soonest = timersExpiryingSoon_->begin();
+    if (soonest->first > now) {
       TARVO_TRACE(timerWheelTrace, 9, "Defer processing timers with expiry time {} > now {}",
-                  bucket->first, now);
+                  soonest->first, now);
       return;
     }
-    // Callbacks may stop events of this bucket, but only this loop erases it.
-    while (Impl::TimeoutRecord* record = bucket->second.first()) {
-      TimerWheelEvent* event = timeoutLink2TimerWheelEvent(record);
-      bucket->second.remove(*event);
-      event->stateIs(notLinked);
-      timerExpired(event);
+    Impl::TimeoutRecord* record = soonest->second.first();
+    if (record == nullptr) {
+      timersExpiryingSoon_->erase(soonest);
+      continue;
     }
-    timersExpiryingSoon_->erase(bucket);
+    TimerWheelEvent* event = timeoutLink2TimerWheelEvent(record);
+    soonest->second.remove(*event);
+    event->stateIs(notLinked);
+    timerExpired(event);
   }
 }
 
@@ -203,8 +248,9 @@ std::shared_ptr<TimerWheel> makeWheel(Platform::EventPriority priority) {
   return std::allocate_shared<TimerWheel>(Allocator<TimerWheel>(), priority);
 }
 
-// A plain pointer, so that it outlives the thread's other objects; it goes with the thread's base.
+// Plain pointers, so that they outlive other objects; a wheel goes with the base it hangs on.
 thread_local std::shared_ptr<TimerWheel>* threadWheel = nullptr;
+std::shared_ptr<TimerWheel>* processWheel = nullptr;  // guarded by the global lock
 
 }  // namespace
 
@@ -216,9 +262,15 @@ std::shared_ptr<TimerWheel> getTimerWheel() {
     }
     return *threadWheel;
   }
-  static const auto& wheel =
-      *new std::shared_ptr<TimerWheel>(makeWheel(Platform::eventPriorityDefault));
-  return wheel;
+  const Platform::LocoGuard guard;
+  if (processWheel == nullptr) {
+    processWheel = new std::shared_ptr<TimerWheel>(makeWheel(Platform::eventPriorityDefault));
+    Impl::beforeBaseIsFreed([] {
+      const Platform::LocoGuard release;
+      delete std::exchange(processWheel, nullptr);
+    });
+  }
+  return *processWheel;
 }
 
 std::shared_ptr<TimerWheel> getTimerWheelForTaskScheduler(Platform::EventPriority priority) {

@@ -17,7 +17,7 @@ class TimerWheel::TimersAtTimeout : private Impl::TimeoutList {
 
   void append(Impl::TimeoutRecord& event) {
     TARVO_ASSERT(event.pending_ == nullptr, "Event {} linked to {}",
-                 static_cast<const void*>(&event), static_cast<const void*>(event.pending_));
+                 timeoutLink2TimerWheelEvent(&event), static_cast<const void*>(event.pending_));
     TimeoutList::append(event);
   }
   void remove(Impl::TimeoutRecord& event) {

@@ -36,7 +36,8 @@ void TimingWheel::remove(TimeoutRecord& record) {
   TimeoutList& list = *record.pending_;
   list.remove(record);
   if (!list.empty() || &list == &expired_) return;
-  // It has been where its expiry says, ever since the present last moved past a higher digit.
+  // It hangs where its expiry says: the present has not moved past a higher digit since.
+  TARVO_CHECK(record.expires_ > now_ && "the timer runs on another wheel");
   const unsigned level = levelOf(record.expires_ ^ now_);
   const unsigned slot = digit(record.expires_, level);
   TARVO_CHECK(&list == &levels_[level].slots[slot] && "the timer runs on another wheel");
@@ -63,13 +64,10 @@ void TimingWheel::advance(Tick now) {
   const unsigned top = levelOf(now ^ now_);
   const std::uint64_t upToNew = (std::uint64_t{2} << digit(now, top)) - 1;
   const std::uint64_t upToOld = (std::uint64_t{2} << digit(now_, top)) - 1;
-  // From the top down: of two timers of one tick, the one on the higher level was added earlier.
   TimeoutList due;
   collect(top, upToNew & ~upToOld, due);
-  for (std::uint32_t below = occupiedLevels_ & ((1U << top) - 1); below != 0;) {
-    const unsigned level = static_cast<unsigned>(std::bit_width(below)) - 1;
-    collect(level, ~std::uint64_t{0}, due);
-    below &= ~(1U << level);
+  for (std::uint32_t below = occupiedLevels_ & ((1U << top) - 1); below != 0; below &= below - 1) {
+    collect(static_cast<unsigned>(std::countr_zero(below)), ~std::uint64_t{0}, due);
   }
   now_ = now;
   while (TimeoutRecord* record = due.first()) {

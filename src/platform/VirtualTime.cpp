@@ -10,6 +10,7 @@
 #include "platform/EventTime.h"
 #include "platform/LibeventBase.h"
 #include "platform/LibeventTimeouts.h"
+#include "platform/VirtualTime.h"
 
 namespace Tarvo {
 
@@ -50,7 +51,8 @@ void setLeFastForward(bool on) {
   leInit();
   TARVO_ASSERT(Impl::onMainThread(), "FastForward invoked from non-main thread");
   if (fastForward.exchange(on, std::memory_order_relaxed) == on) return;
-  for (const auto notifier : notifiers()) notifier();
+  const auto all = notifiers();  // one of them may add another
+  for (const auto notifier : all) notifier();
 }
 
 bool leFastForward() { return fastForward.load(std::memory_order_relaxed); }
@@ -74,7 +76,15 @@ void applyFastForwardDelta(const timeval* delta) {
 
 bool fastForwardDelayToFirstTimer(timeval* out) {
   TARVO_ASSERT(leFastForward(), "Called without fast forward enabled");
+  return Impl::delayToFirstTimer(out);
+}
+
+bool Impl::delayToFirstTimer(timeval* out) {
   event_base* base = leInit();
+  if (event_base_get_num_events(base, EVENT_BASE_COUNT_ACTIVE) > 0) {
+    *out = {0, 0};
+    return true;
+  }
   timeval first;
   if (event_base_get_first_timeout(base, &first) != 0) {
     TARVO_TRACE(libeventTrace, 9, "no timers");
