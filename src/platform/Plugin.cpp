@@ -34,12 +34,18 @@ class Loading {
   Loading& operator=(const Loading&) = delete;
   ~Loading() { innermost_ = outer_; }
 
-  static Loading* innermost() { return innermost_; }
-  void failed(std::exception_ptr failure) {
-    if (!failure_) failure_ = std::move(failure);
-  }
-  void rethrow() const {
+  /// Whether the library could be opened. Throws what its initialisers failed with.
+  bool open(const char* file) {
+    const bool opened = dlopen(file, RTLD_NOW | RTLD_GLOBAL) != nullptr;
     if (failure_) std::rethrow_exception(failure_);
+    return opened;
+  }
+
+  /// To be called while an exception is handled: leaves it to the dlopen() under way, or throws it
+  /// again when there is none.
+  static void failed() {
+    if (innermost_ == nullptr) throw;
+    if (!innermost_->failure_) innermost_->failure_ = std::current_exception();
   }
 
  private:
@@ -49,54 +55,40 @@ class Loading {
 };
 thread_local Loading* Loading::innermost_ = nullptr;
 
-void add(Plugin* plugin) {
-  TARVO_ASSERT(plugin != nullptr && plugin->name() != nullptr, "a plug-in without a name");
-  const String name = plugin->name();
-  TARVO_ASSERT(find(name) == nullptr, "Plugin {} already registered", name);
-  TARVO_TRACE(pluginTrace, 2, "adding plugin {}", name);
-  registry().emplace(name, plugin);
-}
-
-Plugin* load(const char* name) {
-  TARVO_ASSERT(name != nullptr, "the name of a plug-in must not be null");
-  if (Plugin* plugin = find(name)) {
-    TARVO_TRACE(pluginTrace, 3, "{} already loaded", name);
-    return plugin;
-  }
-  const String file = fmt::format("lib{}.so", name);
-  Loading loading;
-  if (dlopen(file.c_str(), RTLD_NOW | RTLD_GLOBAL) == nullptr) {
-    TARVO_TRACE(pluginTrace, 0, "Failed to load plugin {}: {}", file, dlerror());
-    return nullptr;
-  }
-  loading.rethrow();
-  Plugin* plugin = find(name);
-  TARVO_ASSERT(plugin != nullptr, "Phooey -- plugin {} failed to register", name);
-  TARVO_TRACE(pluginTrace, 2, "Yay!  Plugin {} loaded", name);
-  return plugin;
-}
-
 }  // namespace
 
 void registerPlugin(Plugin* plugin) {
   const LocoGuard guard;
-  Loading* loading = Loading::innermost();
-  if (loading == nullptr) return add(plugin);
   try {
-    add(plugin);
+    TARVO_ASSERT(plugin != nullptr && plugin->name() != nullptr, "a plug-in without a name");
+    const String name = plugin->name();
+    TARVO_ASSERT(find(name) == nullptr, "Plugin {} already registered", name);
+    TARVO_TRACE(pluginTrace, 2, "adding plugin {}", name);
+    registry().emplace(name, plugin);
   } catch (...) {
-    loading->failed(std::current_exception());
+    Loading::failed();
   }
 }
 
 Plugin* loadPlugin(const char* name) {
   const LocoGuard guard;
-  Loading* outer = Loading::innermost();
-  if (outer == nullptr) return load(name);
   try {
-    return load(name);
+    TARVO_ASSERT(name != nullptr, "the name of a plug-in must not be null");
+    if (Plugin* plugin = find(name)) {
+      TARVO_TRACE(pluginTrace, 3, "{} already loaded", name);
+      return plugin;
+    }
+    const String file = fmt::format("lib{}.so", name);
+    if (Loading loading; !loading.open(file.c_str())) {
+      TARVO_TRACE(pluginTrace, 0, "Failed to load plugin {}: {}", file, dlerror());
+      return nullptr;
+    }
+    Plugin* plugin = find(name);
+    TARVO_ASSERT(plugin != nullptr, "Phooey -- plugin {} failed to register", name);
+    TARVO_TRACE(pluginTrace, 2, "Yay!  Plugin {} loaded", name);
+    return plugin;
   } catch (...) {
-    outer->failed(std::current_exception());
+    Loading::failed();
     return nullptr;
   }
 }
