@@ -2,9 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include <mutex>
 #include <thread>
-#include <vector>
 
 #include "support/Failure.h"
 
@@ -47,28 +45,6 @@ TEST(LockingTest, ARecursiveLockIsFreeAfterAsManyReleases) {
   EXPECT_THAT(failureOf([&] { lock.unlock(); }),
               HasSubstr("RecursiveLock::" + notHeld + "0 me:" + std::to_string(pthread_self()) +
                         " lockCount:0"));
-}
-
-TEST(LockingTest, LocksExcludeEachOther) {
-  Lock lock;
-  RecursiveLock recursive;
-  long first = 0;
-  long second = 0;
-  {
-    std::vector<std::jthread> threads(4);
-    for (auto& thread : threads) {
-      thread = std::jthread([&] {
-        for (int i = 0; i < 5000; ++i) {
-          if (const std::lock_guard guard(lock); true) ++first;
-          const std::lock_guard outer(recursive);
-          const std::lock_guard inner(recursive);
-          ++second;
-        }
-      });
-    }
-  }
-  EXPECT_EQ(first, 20000);
-  EXPECT_EQ(second, 20000);
 }
 
 TEST(LockingTest, AConditionalGuardHandsItsLockOn) {

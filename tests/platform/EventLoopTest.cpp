@@ -4,8 +4,6 @@
 #include <cmath>
 #include <limits>
 
-#include "Tarvo/Debug.h"
-#include "platform/EventTime.h"
 #include "support/Failure.h"
 #include "support/LoopFixture.h"
 
@@ -53,9 +51,6 @@ TEST_F(EventLoopTest, DelaysOfAnySizeAreTaken) {
   timer->delTimeout();
   timer->delTimeout();
   EXPECT_EQ(Platform::doEventLoop(infinity), 1);
-
-  const auto tv = Tarvo::Impl::delayToTimeval(2.9999999);
-  EXPECT_EQ(std::make_pair(tv.tv_sec, tv.tv_usec), std::make_pair(time_t{2}, suseconds_t{999999}));
 }
 
 TEST_F(EventLoopTest, ATimerCountsFromTheMomentItIsSet) {
@@ -100,19 +95,6 @@ TEST_F(EventLoopTest, StrictHighEventsGoFirst) {
   highTimer->setTimeout(0);
   Platform::doEventLoop();
   EXPECT_THAT(log, ElementsAre("high", "default"));
-
-  log.clear();
-  highTimer->setTimeout(0);
-  EXPECT_EQ(Platform::doEventLoop(0), 0);  // even the end of the loop comes after it
-  EXPECT_THAT(log, ElementsAre("high"));
-}
-
-TEST_F(EventLoopTest, ABoundedLoopEndsInTime) {
-  EXPECT_EQ(Platform::doEventLoop(), 1);  // nothing to wait for
-  const double begin = Tarvo::time();
-  EXPECT_EQ(Platform::doEventLoop(0.05), 0);
-  EXPECT_GE(Tarvo::time() - begin, 0.04);
-  EXPECT_EQ(Platform::doEventLoop(-1), 0);
 }
 
 TEST_F(EventLoopTest, ALoopWithinALoopIsRefused) {
@@ -128,34 +110,6 @@ TEST_F(EventLoopTest, ALoopWithinALoopIsRefused) {
   EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("reentrant invocation"));
   EXPECT_EQ(inner, -1);
   EXPECT_THAT(log, ElementsAre("outer", "other"));
-}
-
-TEST_F(EventLoopTest, ABaseIsMadeOncePerThread) {
-  event_base* base = Tarvo::leInit();
-  EXPECT_EQ(Tarvo::leInit(), base);
-  Tarvo::leRegisterBase(base);
-  event_base* other = Tarvo::leCreateBase();
-  EXPECT_THAT(failureOf([&] { Tarvo::leRegisterBase(other); }),
-              HasSubstr("but a thread_local  base already exists: "));
-  event_base_free(other);
-  EXPECT_EQ(event_base_get_npriorities(base), 2);
-  Tarvo::leFree();
-  EXPECT_FALSE(Tarvo::leInitialized());
-  Tarvo::leFree();
-}
-
-TEST_F(EventLoopTest, ReportsOfTheEventLibraryAreTraced) {
-  Tarvo::Platform::setTraceFormat("handle,level");
-  testing::internal::CaptureStderr();
-  Tarvo::le_debug_cb(2, "careful");
-  Tarvo::le_debug_cb(3, "wrong");
-  Tarvo::le_debug_cb(0, "chatter");
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "TarvoLibevent 1 Tarvo::le_debug_cb() libevent: careful\n"
-            "TarvoLibevent 0 Tarvo::le_debug_cb() libevent: wrong\n");
-  EXPECT_THAT(failureOf([] { Tarvo::le_debug_cb(9, "odd"); }),
-              HasSubstr("invalid libevent severity:9 msg:odd"));
-  EXPECT_THAT(failureOf([] { Tarvo::le_fatal_cb(4); }), HasSubstr("libevent fatal error:4"));
 }
 
 }  // namespace

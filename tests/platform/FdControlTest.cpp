@@ -52,25 +52,6 @@ TEST_F(FdControlTest, ReadsGoOnAndAWriteComesOnce) {
   EXPECT_EQ(Platform::doEventLoop(), 1);  // nothing is watched any more
 }
 
-TEST_F(FdControlTest, WithdrawnEventsDoNotCome) {
-  Handler handler(log, "h");
-  const auto control = Platform::getFdControl(&handler);
-  ASSERT_EQ(write(peer, "x", 1), 1);
-  control->setFd(fd);
-  control->clearEvents();
-  EXPECT_EQ(control->getFd(), fd);
-  EXPECT_EQ(Platform::doEventLoop(), 1);
-  control->setReads(true);
-  runUntil(handler, 1);
-  EXPECT_THAT(log, ElementsAre(at("h read ", fd)));
-  control->delFd();
-  EXPECT_EQ(control->getFd(), -1);
-  EXPECT_EQ(Platform::doEventLoop(), 1);
-  control->setFd(fd);  // the choice of reads has stayed
-  runUntil(handler, 1);
-  EXPECT_EQ(log.size(), 2U);
-}
-
 TEST_F(FdControlTest, AReusedNumberBelongsToItsNewOwner) {
   Handler oldOwner(log, "old");
   Handler newOwner(log, "new");

@@ -3,11 +3,8 @@
 #include <gmock/gmock.h>
 
 #include <cmath>
-#include <random>
 #include <stdexcept>
-#include <thread>
 
-#include "Tarvo/Thread.h"
 #include "support/Failure.h"
 #include "support/LoopFixture.h"
 
@@ -173,40 +170,6 @@ TEST_F(TimerWheelTest, DestroyingARunningEventEndsTheProcess) {
         event.reset();
       },
       "destroyed while inTimerWheel");
-}
-
-TEST_F(TimerWheelTest, RunsAsASortedListWould) {
-  std::mt19937 random(7);
-  std::multimap<double, std::string> expected;
-  std::vector<std::unique_ptr<Event>> events;
-  for (int i = 0; i < 300; ++i) {
-    events.push_back(std::make_unique<Event>(log, std::to_string(i)));
-    events.back()->start(wheel, static_cast<double>(random() % 100000) / 1000.0);
-  }
-  for (int i = 0; i < 300; ++i) {
-    if (i % 7 == 0) {
-      events[static_cast<size_t>(i)]->delTimeout(wheel);
-    } else {
-      expected.emplace(events[static_cast<size_t>(i)]->due, std::to_string(i));
-    }
-  }
-  Platform::doEventLoop(101);
-  RunLog order;
-  for (const auto& entry : expected) order.push_back(entry.second);
-  EXPECT_EQ(log, order);
-}
-
-TEST_F(TimerWheelTest, ThereIsOneWheelPerThreadThatAsksForIt) {
-  std::weak_ptr<Tarvo::TimerWheel> wheels[2];
-  for (auto& seen : wheels) {
-    std::jthread([&] {
-      Tarvo::useThreadLocalSingletons();
-      seen = Tarvo::getTimerWheel();
-      EXPECT_EQ(Tarvo::getTimerWheel(), seen.lock());
-      Tarvo::leFree();  // the thread's wheel goes with its base
-      EXPECT_TRUE(seen.expired());
-    });
-  }
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include "Tarvo/Introspection.h"
 #include "Tarvo/Platform.h"
-#include "support/Failure.h"
 
 namespace {
 
@@ -16,15 +15,6 @@ TEST(ValuePrinterTest, UsesThePrinterOfItsTypeOrTheBytes) {
   EXPECT_EQ(printer->toString(value), "pair 10");
   Tarvo::introspectionPrinterIs("Pair", nullptr);
   EXPECT_EQ(printer->toString(value), "000aff10");
-}
-
-TEST(ValuePrinterTest, WhatThisLibraryDoesNotOffer) {
-  EXPECT_NE(testsupport::failureOf([] {
-              Tarvo::Platform::refCountingEnabledIs(true);
-            }).find("not available in libTarvo.so"),
-            Tarvo::String::npos);
-  EXPECT_THROW(Tarvo::Platform::refCountingEnabled(), Tarvo::AssertException);
-  EXPECT_FALSE(Tarvo::Platform::releaseMode());
 }
 
 }  // namespace

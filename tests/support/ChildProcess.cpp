@@ -4,74 +4,43 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <memory>
-#include <stdexcept>
 
 namespace testsupport {
 
 namespace {
 
-struct Capture {
-  std::unique_ptr<FILE, int (*)(FILE*)> file{std::tmpfile(), std::fclose};
-
-  int fd() const { return fileno(file.get()); }
-  std::string text() const {
-    std::string all;
-    char buffer[4096];
-    std::rewind(file.get());
-    while (const size_t n = std::fread(buffer, 1, sizeof buffer, file.get())) all.append(buffer, n);
-    return all;
-  }
-};
-
-ChildResult runChild(const std::function<void()>& child) {
-  const Capture out;
-  const Capture err;
-  std::fflush(nullptr);
-  const pid_t pid = fork();
-  if (pid < 0) throw std::runtime_error(std::strerror(errno));
-  if (pid == 0) {
-    dup2(out.fd(), STDOUT_FILENO);
-    dup2(err.fd(), STDERR_FILENO);
-    child();
-    _exit(127);
-  }
-  int status = 0;
-  while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-  }
-  ChildResult result;
-  if (WIFEXITED(status)) result.exitCode = WEXITSTATUS(status);
-  if (WIFSIGNALED(status)) result.signal = WTERMSIG(status);
-  result.out = out.text();
-  result.err = err.text();
-  return result;
+std::string closeAndRead(FILE* file) {
+  std::string all;
+  std::rewind(file);
+  for (int c = 0; (c = std::fgetc(file)) != EOF;) all += static_cast<char>(c);
+  std::fclose(file);
+  return all;
 }
 
 }  // namespace
 
-ChildResult runProgram(const std::vector<std::string>& command,
-                       const std::vector<std::string>& environment) {
-  return runChild([&] {
-    for (const char* name : {"TRACE", "TRACEFILE", "TRACEFORMAT", "TARVO_BACKTRACE_VERBOSITY"}) {
-      unsetenv(name);
-    }
-    for (const std::string& entry : environment) putenv(strdup(entry.c_str()));
-    std::vector<char*> argv;
-    for (const std::string& word : command) argv.push_back(strdup(word.c_str()));
-    argv.push_back(nullptr);
-    execv(argv[0], argv.data());
-    std::perror(argv[0]);
-  });
-}
-
 ChildResult runForked(const std::function<int()>& body) {
-  return runChild([&] {
+  FILE* out = std::tmpfile();
+  FILE* err = std::tmpfile();
+  std::fflush(nullptr);
+  const pid_t pid = fork();
+  if (pid == 0) {
+    dup2(fileno(out), STDOUT_FILENO);
+    dup2(fileno(err), STDERR_FILENO);
     const int code = body();
     std::fflush(nullptr);
     _exit(code);
-  });
+  }
+  int status = 0;
+  waitpid(pid, &status, 0);
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, WIFSIGNALED(status) ? WTERMSIG(status) : 0,
+          closeAndRead(out), closeAndRead(err)};
+}
+
+ChildResult runProgram(const std::string& command) {
+  const std::string line =
+      "exec env -u TRACE -u TRACEFILE -u TRACEFORMAT -u TARVO_BACKTRACE_VERBOSITY " + command;
+  return runForked([&] { return execl("/bin/sh", "sh", "-c", line.c_str(), nullptr); });
 }
 
 }  // namespace testsupport

@@ -3,7 +3,6 @@
 
 #include <functional>
 #include <string>
-#include <vector>
 
 namespace testsupport {
 
@@ -14,13 +13,11 @@ struct ChildResult {
   std::string err;
 };
 
-/// Runs a program to its end. `environment` ("NAME=value") is added to the test's own, from which
-/// every variable that the library reads has been removed.
-ChildResult runProgram(const std::vector<std::string>& command,
-                       const std::vector<std::string>& environment = {});
-
 /// Runs `body` in a forked child, which exits with what it returns.
 ChildResult runForked(const std::function<int()>& body);
+
+/// Runs `env command`, without the variables that the library reads but for those in the command.
+ChildResult runProgram(const std::string& command);
 
 }  // namespace testsupport
 

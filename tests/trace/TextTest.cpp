@@ -1,13 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <iomanip>
-#include <memory>
 #include <sstream>
 
 #include "Tarvo/Assert.h"
 #include "Tarvo/DisplayPointer.h"
 #include "Tarvo/Platform.h"
-#include "Tarvo/TypeName.h"
 
 namespace {
 
@@ -54,27 +52,4 @@ TEST(TextTest, APointerLeavesTheStreamAsItWas) {
             " NULL");
 }
 
-TEST(TextTest, TypeNamesAreReadable) {
-  EXPECT_EQ(Tarvo::typeName(typeid(std::shared_ptr<int>).name()), "std::shared_ptr<int>");
-  EXPECT_EQ(Tarvo::typeName("not mangled"), "not mangled");
-}
-
-struct Twice {
-  int value;
-};
-
-}  // namespace
-
-template <>
-struct fmt::formatter<Twice> {
-  constexpr auto parse(fmt::format_parse_context& context) { return context.begin(); }
-  auto format(const Twice& twice, fmt::format_context& context) const {
-    return Tarvo::Fmtrace::Impl::vformat_to(context, "{0}{0}", fmt::make_format_args(twice.value));
-  }
-};
-
-namespace {
-TEST(TextTest, FormattersMayBeWrittenAsFormatStrings) {
-  EXPECT_EQ(message(false, "<{}>", Twice{4}), "<44>");
-}
 }  // namespace

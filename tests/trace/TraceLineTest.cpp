@@ -41,9 +41,7 @@ TEST_F(TraceLineTest, FieldsStandInTheirFixedOrder) {
   EXPECT_EQ(line("level,,handle,"), "Line 1 msg\n");
   EXPECT_EQ(line("tid"), std::to_string(Tarvo::gettid()) + " msg\n");
   EXPECT_EQ(line(""), "msg\n");
-}
-
-TEST_F(TraceLineTest, ANullNameCostsTheRestOfThePrefix) {
+  // A null name costs the rest of the prefix.
   EXPECT_EQ(line("level,line-info,func-name", nullptr), "1 msg\n");
   EXPECT_EQ(line("level,line-info,func-name", "File.cpp", nullptr), "1 File.cpp:42 msg\n");
 }
@@ -114,29 +112,6 @@ struct TraceFileTest : TraceLineTest {
   }
   String path = testing::TempDir() + "trace." + std::to_string(getpid());
 };
-
-TEST_F(TraceFileTest, FollowsTheVariableAtEverySetUp) {
-  setTraceFormat("level");
-  setenv("TRACEFILE", "/nowhere/at/all", 1);
-  EXPECT_EQ(captured([&] {
-              Tarvo::Platform::setupTarvoDebug("");
-              Tarvo::Platform::dumpDebugMsg("err", 3, 1, handler.get(), "", "", 0);
-            }),
-            "Error opening TRACEFILE=/nowhere/at/all\nDefaulting to std::cerr for trace output.\n1 "
-            "err\n");
-  setenv("TRACEFILE", path.c_str(), 1);
-  Tarvo::Platform::setupTarvoDebug("");
-  Tarvo::Platform::dumpDebugMsg("one", 3, 1, handler.get(), "", "", 0);
-  Tarvo::Platform::setupTarvoDebug("");  // the same file stays as it is
-  Tarvo::Platform::dumpDebugMsg("two", 3, 1, handler.get(), "", "", 0);
-  EXPECT_EQ(contents(path), "1 one\n1 two\n");
-  unsetenv("TRACEFILE");
-  Tarvo::Platform::setupTarvoDebug("");
-  EXPECT_EQ(line("level"), "1 msg\n");
-  setenv("TRACEFILE", path.c_str(), 1);
-  Tarvo::Platform::setupTarvoDebug("");
-  EXPECT_EQ(contents(path), "");
-}
 
 TEST_F(TraceFileTest, LinesOfManyThreadsStayWhole) {
   setTraceFormat("tid,level");
