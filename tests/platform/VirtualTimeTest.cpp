@@ -99,9 +99,9 @@ TEST_F(VirtualTimeTest, TheOrderIsThatOfRealTime) {
     for (int i = 0; i < 8; ++i) {
       handlers.push_back(std::make_unique<Handler>(log, std::to_string(i)));
       timers.push_back(Platform::getTimerControl(handlers.back().get()));
-      timers.back()->setTimeout(0.02 * ((i * 5) % 8));
+      timers.back()->setTimeout(0.05 * ((i * 5) % 8));
     }
-    Platform::doEventLoop(fast ? 1 : 0.3);
+    Platform::doEventLoop(fast ? 1 : 0.5);
     orders.push_back(log);
   }
   EXPECT_EQ(orders[0], orders[1]);

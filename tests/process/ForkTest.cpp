@@ -25,7 +25,7 @@ struct ForkTest : LoopFixture {
   std::shared_ptr<Platform::FdControl> events = Platform::getFdControl(&fdHandler);
 
   void arm() {
-    timer->setTimeout(0.02);
+    timer->setTimeout(0.2);
     callback->requestCallback();
     events->setFd(pair.ends[0]);
     ASSERT_EQ(write(pair.ends[1], "x", 1), 1);
