@@ -18,6 +18,8 @@
 /// are checked when they are compiled; arguments are evaluated only when the assertion fails and
 /// are shown as displayed() says.
 
+#include <exception>
+
 #include "Tarvo/Exception.h"
 #include "Tarvo/Export.h"
 #include "Tarvo/Fmt.h"
@@ -56,6 +58,17 @@ template <typename... Args>
                                               const Args&... args) noexcept {
   vabortWithText(file, line, func, fmt::string_view(format),
                  fmt::make_format_args(displayed(args)...));
+}
+
+/// Runs the checks of a destructor. What they throw ends the process, with its report: when it left
+/// the destructor by itself, the compiler could end the process without one.
+template <typename Checks>
+void checkInDestructor(Checks checks) noexcept {
+  try {
+    checks();
+  } catch (...) {
+    std::terminate();
+  }
 }
 
 }  // namespace Tarvo::Impl

@@ -26,7 +26,9 @@ std::ostream& operator<<(std::ostream& out, TimerWheelState state) {
 TimerWheelEvent::TimerWheelEvent() { flags_ |= firstStateFlag << notLinked; }
 
 TimerWheelEvent::~TimerWheelEvent() {
-  TARVO_ASSERT(state() == notLinked, "TimerWheelEvent {} destroyed while {}", this, state());
+  Impl::checkInDestructor([this] {
+    TARVO_ASSERT(state() == notLinked, "TimerWheelEvent {} destroyed while {}", this, state());
+  });
 }
 
 void TimerWheelEvent::failState() const {

@@ -10,7 +10,9 @@ namespace Tarvo {
 class TimerWheel::TimersAtTimeout : private Impl::TimeoutList {
  public:
   TimersAtTimeout() = default;
-  ~TimersAtTimeout() { TARVO_ASSERT(empty(), "Destroyed while non-empty"); }
+  ~TimersAtTimeout() {
+    Impl::checkInDestructor([this] { TARVO_ASSERT(empty(), "Destroyed while non-empty"); });
+  }
 
   using TimeoutList::empty;
   using TimeoutList::first;
