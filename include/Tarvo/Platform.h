@@ -80,7 +80,8 @@ class TARVO_EXPORT TimerControl {
   virtual void setTimeout(double seconds) = 0;
   /// Disarms; harmless when not armed.
   virtual void delTimeout() = 0;
-  /// Seconds left, 0.0 when the expiry is past, infinity when not armed.
+  /// Seconds left, 0.0 when the expiry is past, infinity when not armed. On the event loop told in
+  /// steps of its coarse clock.
   virtual double remainingTimeout() const = 0;
 };
 
