@@ -197,6 +197,8 @@ void TimerWheel::serve() {
   try {
     bucketDueTicks();
     serveDue(now);
+  } catch (abi::__forced_unwind&) {
+    throw;  // no exception that could be kept and thrown again: the thread is going
   } catch (...) {
     const auto failure = std::current_exception();
     try {

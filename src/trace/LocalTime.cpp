@@ -12,8 +12,8 @@ namespace {
 
 constexpr std::time_t quarterHour = 15 * 60;
 
-/// The offset of one quarter of an hour in one word, so that all threads can share it: the number
-/// of the quarter, the C library's zone and the offset, folded.
+/// The offset of one quarter of an hour, shared by all threads: the number of the quarter since the
+/// epoch, the C library's zone at that time, and the offset.
 struct SharedOffset {
   std::atomic<std::int64_t> quarter{-1};
   std::atomic<long> zone{0};
