@@ -11,6 +11,7 @@
 #include "foundation/Terminate.h"
 #include "platform/LibeventBase.h"
 #include "platform/TraceHandles.h"
+#include "scheduler/SchedulerTrace.h"
 
 namespace Tarvo {
 
@@ -44,6 +45,7 @@ void startUp() {
   // 5. The modules' handles.
   Impl::libeventTrace = makeHandle("TarvoLibevent");
   Impl::pluginTrace = makeHandle("TarvoPlugin");
+  Impl::taskSchedulerTrace = makeHandle("TaskScheduler");
   Impl::timerWheelTrace = makeHandle("TarvoTimerWheel");
 }
 
@@ -53,6 +55,7 @@ void startUp() {
 
 Platform::DebugHandler* Impl::libeventTrace = nullptr;
 Platform::DebugHandler* Impl::pluginTrace = nullptr;
+Platform::DebugHandler* Impl::taskSchedulerTrace = nullptr;
 Platform::DebugHandler* Impl::timerWheelTrace = nullptr;
 
 }  // namespace Tarvo

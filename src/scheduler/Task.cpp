@@ -1,0 +1,56 @@
+#include "Tarvo/Task.h"
+
+#include <ostream>
+#include <utility>
+
+#include "Tarvo/Assert.h"
+#include "Tarvo/TaskScheduler.h"
+
+namespace Tarvo {
+
+namespace {
+
+/// Names are interned in the scheduler's cache, so everything is checked before the first one.
+std::shared_ptr<TaskScheduler> checked(std::shared_ptr<TaskScheduler> scheduler) {
+  TARVO_ASSERT(scheduler != nullptr, "Need a TaskScheduler");
+  scheduler->sanityCheckCurrentRunningThread();
+  return scheduler;
+}
+
+}  // namespace
+
+_TaskBase::_TaskBase(std::shared_ptr<TaskScheduler> scheduler, TaskPriority priority,
+                     const String& name)
+    : taskScheduler_(checked(std::move(scheduler))),
+      taskName_(taskScheduler_->constStringCache(), name),
+      taskStatsName_(taskName_),
+      taskLabel_(taskScheduler_->constStringCache(), priority.oneCharString() + " " + name) {}
+
+_TaskBase::~_TaskBase() = default;
+
+void _TaskBase::taskStatsNameIs(const String& name) {
+  taskScheduler_->sanityCheckCurrentRunningThread();
+  taskStatsName_ = ConstStringRef(taskScheduler_->constStringCache(), name);
+}
+
+void _TaskBase::handleTaskBusy() {}
+void _TaskBase::handleResetStats() {}
+
+std::ostream& operator<<(std::ostream& out, const _TaskBase& task) {
+  return out << task.taskLabel();
+}
+
+Task::Task(std::shared_ptr<TaskScheduler> scheduler, TaskPriority priority, const String& name)
+    : TaskImpl(std::move(scheduler), priority, name) {}
+
+Task::Task(TaskScheduler* scheduler, TaskPriority priority, const String& name)
+    : Task(scheduler == nullptr ? nullptr : scheduler->shared_from_this(), priority, name) {}
+
+Task::~Task() { handleDestroy(); }
+
+bool Task::taskScheduled() const { return TaskImpl::taskScheduled(); }
+void Task::scheduleTask() { TaskImpl::scheduleTask(); }
+void Task::taskRunFromTest() { TaskImpl::taskRunFromTest(); }
+TaskStat::TaskStatus Task::taskStatus() const { return TaskImpl::taskStatus(); }
+
+}  // namespace Tarvo

@@ -1,0 +1,303 @@
+#include <algorithm>
+#include <utility>
+
+#include "Tarvo/Platform.h"
+#include "Tarvo/TaskScheduler.h"
+#include "scheduler/SchedulerTrace.h"
+#include "scheduler/WorkMark.h"
+
+namespace Tarvo {
+
+using Impl::taskSchedulerTrace;
+
+TaskImpl::TaskImpl(std::shared_ptr<TaskScheduler> scheduler, TaskPriority priority,
+                   const String& name)
+    : _TaskBase(std::move(scheduler), priority, name),
+      taskPriority_(priority),
+      taskQuantum_(taskScheduler()->defaultTaskQuantum()),
+      taskKey_(taskScheduler()->root()->newTaskKey()) {
+  try {
+    taskShouldYieldModeReevaluate();
+    handleInitialized();
+  } catch (...) {
+    taskTestYieldRatioEffectiveIs(0);
+    throw;
+  }
+}
+
+TaskImpl::~TaskImpl() { handleDestroy(); }
+
+void TaskImpl::handleInitialized() { taskScheduler()->taskRegister(this); }
+
+void TaskImpl::handleDestroy() {
+  TaskImpl::unscheduleTask();
+  if (taskMagicNumber_ == taskMagicNumberDestroyed) return;
+  taskTestYieldRatioEffectiveIs(0);
+  taskScheduler()->taskUnregister(this);
+  taskMagicNumber_ = taskMagicNumberDestroyed;
+}
+
+void TaskImpl::taskStatsNameIs(const String& name) { _TaskBase::taskStatsNameIs(name); }
+
+bool TaskImpl::taskScheduled() const { return taskOnRunQueue(); }
+
+void TaskImpl::recordEvent(TaskClock::time_point now, TaskSchedulerEventType type) const {
+  taskScheduler()->history().insert(now, type, this);
+}
+
+void TaskImpl::scheduleTask() {
+  TaskScheduler& scheduler = *taskScheduler();
+  scheduler.sanityCheckCurrentRunningThread();
+  if (taskOnRunQueue()) return;
+  const auto now = TaskClock::now();
+  if (taskSuspended()) {
+    recordEvent(now, TaskSchedulerEventType::scheduleSus);
+    return;
+  }
+  TARVO_TRACE(taskSchedulerTrace, 8, "Scheduled {}", *this);
+  recordEvent(now, TaskSchedulerEventType::schedule);
+  taskScheduledTime_ = now;
+  scheduler.runQueues_.queue(taskPriority_).enqueue(*this);
+  scheduler.schedulerHasRunnableTasksIs(true, now);
+  taskBusyIs(taskScheduled(), now);
+}
+
+void TaskImpl::unscheduleTask() {
+  taskScheduler()->sanityCheckCurrentRunningThread();
+  if (!taskOnRunQueue()) return;
+  const auto now = TaskClock::now();
+  unscheduleTaskPrivate(now);
+  taskBusyIs(taskScheduled(), now);
+}
+
+void TaskImpl::unscheduleTaskPrivate(TaskClock::time_point now) {
+  if (!taskOnRunQueue()) return;
+  TARVO_TRACE(taskSchedulerTrace, 8, "Unscheduled {}", *this);
+  recordEvent(now, TaskSchedulerEventType::unschedule);
+  taskScheduler()->runQueues_.queue(taskPriority_).withdraw(*this);
+  schedulingLatencyIs(now);
+}
+
+void TaskImpl::schedulingLatencyIs(TaskClock::time_point now) {
+  taskLastSchedulingLatency_ = nanoseconds(now - taskScheduledTime_);
+  taskSchedulingLatencyHighWaterMark_ =
+      std::max(taskSchedulingLatencyHighWaterMark_, taskLastSchedulingLatency_);
+}
+
+void TaskImpl::taskBusyIs(bool busy, TaskClock::time_point now) {
+  if (busy == taskBusy_) return;
+  taskBusy_ = busy;
+  recordEvent(now, busy ? TaskSchedulerEventType::busy : TaskSchedulerEventType::idle);
+  handleTaskBusy();
+}
+
+void TaskImpl::taskSuspendedIs(bool suspended) {
+  taskScheduler()->sanityCheckCurrentRunningThread();
+  if (suspended == taskSuspended()) return;
+  flagIs(suspendedFlag, suspended);
+  if (suspended) {
+    TARVO_TRACE(taskSchedulerTrace, 1, "Suspend {}", *this);
+    recordEvent(TaskClock::now(), TaskSchedulerEventType::suspendOn);
+    unscheduleTask();
+  } else {
+    TARVO_TRACE(taskSchedulerTrace, 1, "Unsuspend {}", *this);
+    recordEvent(TaskClock::now(), TaskSchedulerEventType::suspendOff);
+    if (!taskScheduled()) scheduleTask();
+  }
+}
+
+TaskClock::time_point TaskImpl::taskDoRun(TaskClock::time_point now) {
+  recordEvent(now, TaskSchedulerEventType::runStart);
+  TARVO_ASSERT(!taskOnRunQueue(), "{} is to run and still on a run queue", *this);
+  TARVO_ASSERT(!taskCurrentlyRunning_, "{} is running already", *this);
+  TARVO_TRACE(taskSchedulerTrace, 8, "Running {}", *this);
+  taskRunStartTime_ = now;
+  if (taskShouldYieldMode_ == TaskShouldYieldMode::virtualTime) {
+    taskScheduler()->virtualRunStartIs(time());
+  }
+  ++taskRunCount_;
+  taskCurrentlyRunning_ = true;
+  try {
+    taskExecute();
+  } catch (...) {
+    closeRun();
+    throw;
+  }
+  taskCurrentlyRunning_ = false;
+  TARVO_ASSERT(taskMagicNumber_ == taskMagicNumberConstructed,
+               "Task: {} taskMagicNumber: {} taskMagicNumberConstructed: {}", *this,
+               taskMagicNumber_, taskMagicNumberConstructed);
+  return closeRun();
+}
+
+TaskClock::time_point TaskImpl::closeRun() {
+  taskCurrentlyRunning_ = false;
+  const auto end = TaskClock::now();
+  const TaskTimeDuration used = nanoseconds(end - taskRunStartTime_);
+  // Quotients, since a multiple of the quantum may be too large for the type.
+  if (taskQuantum_ != 0 && used / 2 >= taskQuantum_) {
+    countViolation(used);
+  } else {
+    TARVO_TRACE(taskSchedulerTrace, 7, "Ran {} used {}", *this, static_cast<Time>(used) / 1e9);
+  }
+  taskRunTimeHighWaterMark_ = std::max(taskRunTimeHighWaterMark_, used);
+  taskTotalRunTime_ += used;
+  recordEvent(end, TaskSchedulerEventType::runEnd);
+  taskBusyIs(taskScheduled(), end);
+  return end;
+}
+
+void TaskImpl::countViolation(TaskTimeDuration used) {
+  TARVO_TRACE(taskSchedulerTrace, 5, "Ran {} used {} {}% violation", *this,
+              static_cast<Time>(used) / 1e9,
+              static_cast<std::int64_t>(static_cast<double>(used) /
+                                        static_cast<double>(taskQuantum_) * 100));
+  ++(used / 5 >= taskQuantum_ ? taskQuantumViolation500_ : taskQuantumViolation200_);
+}
+
+bool TaskImpl::taskShouldYield() const {
+  TARVO_ASSERT(taskCurrentlyRunning_ || taskRunCount_ == 0,
+               "taskCurrentlyRunning: {} taskRunCount: {}", taskCurrentlyRunning_, taskRunCount_);
+  switch (taskShouldYieldMode_) {
+    case TaskShouldYieldMode::steadyClock: {
+      const auto now = TaskClock::now();
+      return now < taskRunStartTime_ || nanoseconds(now - taskRunStartTime_) >= taskQuantum_;
+    }
+    case TaskShouldYieldMode::virtualTime:
+      return time() - taskScheduler()->virtualRunStart() >= static_cast<Time>(taskQuantum_) / 1e9;
+    case TaskShouldYieldMode::testRatio:
+      return ++taskTestYieldCounter_ % taskTestYieldRatioEffective_ == 0;
+  }
+  TARVO_FAIL("Unexpected value {}", static_cast<unsigned>(taskShouldYieldMode_));
+}
+
+void TaskImpl::taskShouldYieldModeIs(TaskShouldYieldMode mode) {
+  taskScheduler()->sanityCheckCurrentRunningThread();
+  if (mode == taskShouldYieldMode_) return;
+  taskShouldYieldMode_ = mode;
+  if (mode == TaskShouldYieldMode::virtualTime && taskCurrentlyRunning_) {
+    taskScheduler()->virtualRunStartIs(time());
+  }
+}
+
+void TaskImpl::taskShouldYieldModeReevaluate() {
+  const TaskSchedulerRoot& root = *taskScheduler()->root();
+  taskTestYieldRatioEffectiveIs(taskTestYieldRatio_ != 0 ? taskTestYieldRatio_
+                                                         : root.taskTestYieldRatio());
+  if (taskTestYieldRatioEffective_ != 0) {
+    taskShouldYieldModeIs(TaskShouldYieldMode::testRatio);
+  } else if (root.virtualTime()) {
+    taskShouldYieldModeIs(TaskShouldYieldMode::virtualTime);
+  } else {
+    taskShouldYieldModeIs(TaskShouldYieldMode::steadyClock);
+  }
+}
+
+void TaskImpl::taskTestYieldRatioIs(unsigned char ratio) {
+  taskScheduler()->sanityCheckCurrentRunningThread();
+  if (ratio == taskTestYieldRatio_) return;
+  taskTestYieldRatio_ = ratio;
+  recordEvent(TaskClock::now(), ratio != 0 ? TaskSchedulerEventType::frcYieldOn
+                                           : TaskSchedulerEventType::frcYieldOff);
+  taskShouldYieldModeReevaluate();
+}
+
+void TaskImpl::taskTestYieldRatioEffectiveIs(unsigned char ratio) {
+  taskScheduler()->sanityCheckCurrentRunningThread();
+  if (ratio == taskTestYieldRatioEffective_) return;
+  const bool wasOn = std::exchange(taskTestYieldRatioEffective_, ratio) != 0;
+  taskTestYieldCounter_ = 0;
+  if (wasOn != (ratio != 0)) taskScheduler()->taskForceYieldInTestNotify(this, ratio != 0);
+}
+
+void TaskImpl::taskQuantumIs(TaskTimeDuration quantum) {
+  TARVO_ASSERT(quantum <= 1'000'000'000, "Quantum: {}", quantum);
+  taskQuantumNoCheckIs(quantum);
+}
+
+void TaskImpl::taskQuantumNoCheckIs(TaskTimeDuration quantum) {
+  taskScheduler()->sanityCheckCurrentRunningThread();
+  if (quantum == taskQuantum_) return;
+  TARVO_ASSERT(quantum > 0, "Quantum: {}", quantum);
+  taskQuantum_ = quantum;
+  TARVO_TRACE(taskSchedulerTrace, 3, "Set quantum {} to {}", *this, quantum);
+}
+
+TaskTimeDuration TaskImpl::taskCurrentRunTime() const {
+  TARVO_ASSERT(taskCurrentlyRunning_, "Task: {} not currently running", *this);
+  if (taskShouldYieldMode_ == TaskShouldYieldMode::virtualTime) {
+    return time2Duration(time() - taskScheduler()->virtualRunStart());
+  }
+  return nanoseconds(TaskClock::now() - taskRunStartTime_);
+}
+
+void TaskImpl::taskWorkCountInc(unsigned long long n) {
+  taskScheduler()->sanityCheckCurrentRunningThread();
+  taskWorkCountTotal_ += n;
+  const auto report = static_cast<float>(n);
+  taskWorkCountDecayAvg_ = taskWorkCountHighWaterMark_ == TaskStat::noMark
+                               ? report
+                               : (9.0F * taskWorkCountDecayAvg_ + report) / 10.0F;
+  Impl::raiseMark(taskWorkCountHighWaterMark_, n);
+}
+
+void TaskImpl::taskWorkPendingIs(unsigned int n) {
+  taskScheduler()->sanityCheckCurrentRunningThread();
+  taskWorkPending_ = n;
+  Impl::raiseMark(taskWorkPendingHighWaterMark_, n);
+}
+
+TaskStat::TaskStatus TaskImpl::taskStatus() const {
+  TaskStat::TaskStatus status;
+  status.taskOnRunQueueIs(taskOnRunQueue());
+  status.taskCurrentlyRunningIs(taskCurrentlyRunning_);
+  status.taskSuspendedIs(taskSuspended());
+  status.taskIsTaskGroupIs(isTaskGroup());
+  return status;
+}
+
+TaskStat TaskImpl::getStats() const {
+  taskScheduler()->sanityCheckCurrentRunningThread();
+  TaskStat stat(taskStatsNameRef(), taskKey_, taskPriority_, taskRunCount_, taskTotalRunTime_,
+                taskWorkCountTotal_, taskWorkCountDecayAvg_, taskWorkCountHighWaterMark_,
+                taskWorkPending_, taskWorkPendingHighWaterMark_, taskQuantumViolation500_,
+                taskQuantumViolation200_, taskRunTimeHighWaterMark_, taskLastSchedulingLatency_,
+                taskSchedulingLatencyHighWaterMark_);
+  stat.taskStatusIs(taskStatus());
+  return stat;
+}
+
+void TaskImpl::resetStats() {
+  taskScheduler()->sanityCheckCurrentRunningThread();
+  taskLastSchedulingLatency_ = 0;
+  taskSchedulingLatencyHighWaterMark_ = 0;
+  taskTotalRunTime_ = 0;
+  taskRunTimeHighWaterMark_ = 0;
+  taskWorkCountTotal_ = 0;
+  taskWorkCountDecayAvg_ = 0;
+  taskWorkCountHighWaterMark_ = TaskStat::noMark;
+  taskWorkPending_ = 0;
+  taskWorkPendingHighWaterMark_ = TaskStat::noMark;
+  taskQuantumViolation500_ = 0;
+  taskQuantumViolation200_ = 0;
+  taskRunCount_ = 0;
+  handleResetStats();
+}
+
+void TaskImpl::taskRunFromTest() {
+  taskScheduler()->sanityCheckCurrentRunningThread();
+  const auto self = weak_from_this().lock();
+  const auto now = TaskClock::now();
+  if (taskOnRunQueue()) {
+    taskScheduler()->runQueues_.queue(taskPriority_).dequeue(*this);
+    schedulingLatencyIs(now);
+  }
+  taskDoRun(now);
+}
+
+void TaskImpl::taskRunAndRecordFromTest() {
+  taskScheduler()->checkSchedulerLatency(TaskClock::now());
+  taskRunFromTest();
+}
+
+}  // namespace Tarvo

@@ -1,0 +1,37 @@
+#include "scheduler/TaskNameIndex.h"
+
+namespace Tarvo {
+
+void TaskNameIndex::remove(TaskImpl& task) {
+  const auto entry = byName_.find(task.taskNameRef());
+  decltype(Entry::tasks)::unlink(task);
+  if (entry->second.tasks.empty() && entry->second.completed == nullptr) byName_.erase(entry);
+}
+
+bool TaskNameIndex::addCompleted(const TaskStat& finished) {
+  std::unique_ptr<TaskStat>& record = byName_[finished.taskNameRef()].completed;
+  if (record != nullptr) {
+    *record += finished;
+    return false;
+  }
+  record = std::make_unique<TaskStat>(finished);
+  record->taskCompletedCountIs(1);
+  return true;
+}
+
+const TaskNameIndex::Entry* TaskNameIndex::find(const ConstStringRef& name) const {
+  const auto entry = byName_.find(name);
+  return entry == byName_.end() ? nullptr : &entry->second;
+}
+
+TaskImpl* TaskNameIndex::task(const ConstStringRef& name) const {
+  const Entry* entry = find(name);
+  return entry == nullptr ? nullptr : entry->tasks.first();
+}
+
+const TaskStat* TaskNameIndex::completed(const ConstStringRef& name) const {
+  const Entry* entry = find(name);
+  return entry == nullptr ? nullptr : entry->completed.get();
+}
+
+}  // namespace Tarvo

@@ -1,0 +1,186 @@
+#include "Tarvo/TaskScheduler.h"
+
+#include <algorithm>
+#include <ostream>
+#include <utility>
+
+#include "scheduler/SchedulerTrace.h"
+#include "scheduler/TaskNameIndex.h"
+
+namespace Tarvo {
+
+using Impl::taskSchedulerTrace;
+
+TaskScheduler::TaskScheduler(const String& name, TaskSchedulerRoot* root,
+                             std::shared_ptr<TaskSchedulerHistory> history)
+    : schedulerName_(name),
+      nameIndex_(std::make_unique<TaskNameIndex>()),
+      root_(root),
+      history_(std::move(history)),
+      lastRunRequestTime_(TaskClock::now()),
+      nameCache_(history_, &history_->cache()),
+      schedulerNameRef_(*nameCache_, name) {
+  for (unsigned number = 0; number < TaskPriority::oneBeyondLast; ++number) {
+    const TaskPriority priority(static_cast<std::uint8_t>(number));
+    tasksPerPriority_[priority] = 0;
+    completedTasksPerPriority_[priority] = 0;
+  }
+}
+
+TaskScheduler::~TaskScheduler() {
+  nameIndex_.reset();  // its names live in the history's cache
+}
+
+bool TaskScheduler::resetStatsInProgress() const { return root_->resetStatsInProgress(); }
+
+void TaskScheduler::taskRegister(TaskImpl* task) {
+  sanityCheckCurrentRunningThread();
+  if (task->taskPriority() >= TaskPriority::oneBeyondLast) {
+    TARVO_ABORT("Task: {} has priority {}, which is none", *task, unsigned{task->taskPriority()});
+  }
+  TARVO_TRACE(taskSchedulerTrace, 3, "{} Register {}", *this, *task);
+  if (task->taskRegisteredLink_.isLinked()) TARVO_ABORT("Task: {} already registered", *task);
+  nameIndex_->add(*task);
+  task->recordEvent(TaskClock::now(), TaskSchedulerEventType::create);
+  registeredTasks_.push_back(*task);
+  tasksPerPriorityInc(task->taskPriority());
+}
+
+void TaskScheduler::taskUnregister(TaskImpl* task) {
+  sanityCheckCurrentRunningThread();
+  TARVO_TRACE(taskSchedulerTrace, 3, "{} Unregister {}", *this, *task);
+  if (task->taskOnRunQueue()) TARVO_ABORT("Task: {} scheduled on unregister", *task);
+  if (!task->taskRegisteredLink_.isLinked() || task->taskScheduler().get() != this) {
+    TARVO_ABORT("Task: {} not registered", *task);
+  }
+  task->recordEvent(TaskClock::now(), TaskSchedulerEventType::delete_);
+  RegisteredTasks::unlink(*task);
+  nameIndex_->remove(*task);
+  tasksPerPriorityDec(task->taskPriority());
+  if (task->includeInCompletedTask()) updateCompletedTaskStats(task->getStats());
+}
+
+void TaskScheduler::updateCompletedTaskStats(const TaskStat& finished) {
+  if (nameIndex_->addCompleted(finished)) completedTasksPerPriorityInc(finished.taskPriority());
+}
+
+void TaskScheduler::requestNextRun(TaskClock::time_point now) {
+  lastRunRequestTime_ = now;
+  requestSchedulerRun();
+}
+
+void TaskScheduler::schedulerHasRunnableTasksIs(bool runnable, TaskClock::time_point now) {
+  if (runnable == hasRunnableTasks_) return;
+  hasRunnableTasks_ = runnable;
+  if (!runnable) {
+    recordEvent(now, TaskSchedulerEventType::schedulerIdle);
+    TARVO_TRACE(taskSchedulerTrace, 8, "{} Scheduler idle", *this);
+    return;
+  }
+  TARVO_TRACE(taskSchedulerTrace, 8, "{} Scheduler has runnable tasks, request run", *this);
+  recordEvent(now, TaskSchedulerEventType::schedulerRunnable);
+  try {
+    requestNextRun(now);
+  } catch (...) {
+    hasRunnableTasks_ = false;  // so that the next task asks again
+    throw;
+  }
+}
+
+void TaskScheduler::checkSchedulerLatency(TaskClock::time_point now) {
+  lastSchedulerLatency_ = nanoseconds(now - lastRunRequestTime_);
+  maxSchedulerSlip_ = std::max(maxSchedulerSlip_, lastSchedulerLatency_);
+}
+
+TaskImpl* TaskScheduler::pickOneTask(TaskClock::time_point now, unsigned from) {
+  TaskImpl* task = runQueues_.pickOneTask(from);
+  if (task != nullptr) task->schedulingLatencyIs(now);
+  return task;
+}
+
+void TaskScheduler::handleSchedulerRun() {
+  TARVO_ASSERT(currentlyRunning_.task == nullptr, "{} is in the middle of running {}", *this,
+               *currentlyRunning_.task);
+  const auto now = TaskClock::now();
+  checkSchedulerLatency(now);
+  if (root_->suspended()) {
+    TARVO_TRACE(taskSchedulerTrace, 8, "{} Suspended", *this);
+    recordEvent(now, TaskSchedulerEventType::schedulerRunIgnoredWhileSuspended);
+    return;
+  }
+  TaskImpl* task = pickOneTask(now);
+  if (task == nullptr) {
+    schedulerHasRunnableTasksIs(false, now);
+    return;
+  }
+  // With the last reference to the task goes perhaps the last one to this scheduler: nothing may
+  // come after.
+  CurrentTask done;
+  try {
+    currentlyRunning_ = {task->taskKey(), task->shared_from_this()};
+    const auto end = task->taskDoRun(now);
+    TARVO_TRACE(taskSchedulerTrace, 8, "{} Scheduler completed task, request run", *this);
+    requestNextRun(end);
+  } catch (...) {
+    done = std::exchange(currentlyRunning_, {});
+    requestNextRun(TaskClock::now());  // the others, or the one that finds that there are none
+    throw;
+  }
+  done = std::exchange(currentlyRunning_, {});
+}
+
+unsigned int TaskScheduler::tasksPerPriority(TaskPriority priority) const {
+  return tasksPerPriority_.at(priority);
+}
+
+unsigned int TaskScheduler::completedTasksPerPriority(TaskPriority priority) const {
+  return completedTasksPerPriority_.at(priority);
+}
+
+TaskSchedulerQueueStats TaskScheduler::queueStats() const {
+  TaskSchedulerQueueStats stats;
+  for (const auto& [priority, registered] : tasksPerPriority_) {
+    const auto runnable = static_cast<unsigned int>(runnableTaskCount(priority));
+    stats.try_emplace(priority, priority, runnable, registered - runnable,
+                      completedTasksPerPriority(priority),
+                      static_cast<unsigned int>(runTaskCount(priority)));
+  }
+  return stats;
+}
+
+void TaskScheduler::taskForceYieldInTestNotify(const TaskImpl* task, bool force) {
+  const bool wasEmpty = forceYieldTasks_.empty();
+  if (force) {
+    forceYieldTasks_.insert(task);
+  } else {
+    forceYieldTasks_.erase(task);
+  }
+  if (forceYieldTasks_.empty() != wasEmpty) handleTaskForceYieldInTest();
+}
+
+TaskImpl* TaskScheduler::taskForTest(const String& name) const {
+  return nameIndex_->task(nameCache_->find(name));
+}
+
+std::optional<TaskStat> TaskScheduler::taskStatForTest(const String& name) const {
+  const TaskImpl* task = taskForTest(name);
+  return task == nullptr ? std::nullopt : std::optional(task->getStats());
+}
+
+std::optional<TaskStat> TaskScheduler::completedTaskStatForTest(const String& name) const {
+  const TaskStat* record = nameIndex_->completed(nameCache_->find(name));
+  return record == nullptr ? std::nullopt : std::optional(*record);
+}
+
+TaskScheduler* TaskScheduler::findSchedulerForTest(const String& name) const {
+  for (TaskScheduler* scheduler : root_->schedulers()) {
+    if (scheduler->schedulerName() == name) return scheduler;
+  }
+  return nullptr;
+}
+
+std::ostream& operator<<(std::ostream& out, const TaskScheduler& scheduler) {
+  return out << scheduler.schedulerName();
+}
+
+}  // namespace Tarvo

@@ -1,0 +1,107 @@
+#include "Tarvo/TaskSchedulerHistory.h"
+
+#include <algorithm>
+#include <array>
+#include <ostream>
+#include <stdexcept>
+
+#include "Tarvo/Assert.h"
+#include "Tarvo/Task.h"
+#include "Tarvo/TaskScheduler.h"
+
+namespace Tarvo {
+
+namespace {
+
+constexpr std::array<const char*, 24> displayNames = {
+    "schedule",
+    "unschedule",
+    "run start",
+    "run end",
+    "timerStart",
+    "timerStop",
+    "suspendOn",
+    "suspendOff",
+    "scheduleSus",
+    "frcYieldOn",
+    "frcYieldOff",
+    "idle",
+    "busy",
+    "create",
+    "delete",
+    "schedulerIdle",
+    "schedulerRunnable",
+    "schedulerSuspended",
+    "schedulerUnsuspended",
+    "schedulerRunIgnoredWhileSuspended",
+    "schedulerVirtualTimeOn",
+    "schedulerVirtualTimeOff",
+    "schedulerTestYieldRatioOn",
+    "schedulerTestYieldRatioOff",
+};
+
+unsigned number(TaskSchedulerEventType type) { return static_cast<unsigned>(type); }
+
+bool isTaskEvent(TaskSchedulerEventType type) { return type <= TaskSchedulerEventType::delete_; }
+
+unsigned int checkedCapacity(unsigned int capacity) {
+  if (capacity > TaskSchedulerHistory::capacityMax) throw std::length_error("circular_buffer");
+  return capacity;
+}
+
+[[gnu::cold]] void failType(TaskSchedulerEventType type) {
+  TARVO_ASSERT(number(type) < displayNames.size(), "unexpected eventType={}", number(type));
+  TARVO_FAIL("EventType: {}", number(type));
+}
+
+}  // namespace
+
+String TaskSchedulerHistory::Event::eventTypeDisplay() const {
+  TARVO_ASSERT(number(eventType) < displayNames.size(), "unexpected eventType {}",
+               number(eventType));
+  return displayNames[number(eventType)];
+}
+
+String TaskSchedulerHistory::Event::display() const {
+  return fmt::format("{:<12} {}", eventTypeDisplay(), name.text());
+}
+
+TaskSchedulerHistory::TaskSchedulerHistory(unsigned int capacity)
+    : events_(checkedCapacity(capacity)) {}
+
+void TaskSchedulerHistory::insert(const TaskClock::time_point& now, TaskSchedulerEventType type,
+                                  const _TaskBase* task) {
+  if (!isTaskEvent(type)) [[unlikely]]
+    failType(type);
+  events_.push_front({type, now, task->taskNameRef()});
+}
+
+void TaskSchedulerHistory::insert(const TaskClock::time_point& now, TaskSchedulerEventType type,
+                                  const TaskScheduler* scheduler) {
+  if (isTaskEvent(type) || number(type) >= displayNames.size()) [[unlikely]]
+    failType(type);
+  events_.push_front({type, now, scheduler->schedulerNameRef()});
+}
+
+void TaskSchedulerHistory::capacityIs(unsigned int capacity) {
+  if (capacity == this->capacity()) return;
+  const auto kept = std::min<std::size_t>(events_.size(), checkedCapacity(capacity));
+  Events resized(capacity);
+  for (auto event = events_.begin(); resized.size() < kept; ++event) resized.push_back(*event);
+  events_.swap(resized);
+}
+
+void TaskSchedulerHistory::renderText(std::ostream& out) const {
+  const auto header = fmt::format(
+      "Last {} scheduler events, absolute timestamp and relative to last event", capacity());
+  out << header << '\n' << String(header.size(), '-') << '\n';
+  for (const Event& event : events_) {
+    out << fmt::format("{:>22} ns since boot {:>10} \u00b5s {}\n",
+                       nanoseconds(event.time.time_since_epoch()),
+                       nanoseconds(events_.front().time - event.time) / 1000, event.display())
+        << std::flush;
+  }
+  out << '\n';
+}
+
+}  // namespace Tarvo

@@ -1,0 +1,187 @@
+#include "Tarvo/TaskSchedulerRoot.h"
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <iostream>
+#include <sstream>
+#include <utility>
+
+#include "Tarvo/Allocator.h"
+#include "Tarvo/FdToStream.h"
+#include "Tarvo/Thread.h"
+#include "platform/LibeventBase.h"
+#include "scheduler/SchedulerTrace.h"
+
+namespace Tarvo {
+
+using Impl::taskSchedulerTrace;
+
+TaskSchedulerRoot::TaskSchedulerRoot(const String& name)
+    : TaskScheduler(name, this, std::make_shared<TaskSchedulerHistory>(historyEntryCountDefault)),
+      callbackControl_(Platform::getCallbackControl(this)),
+      threadId_(std::this_thread::get_id()),
+      threadName_(Tarvo::threadName()),
+      pid_(getpid()),
+      randomState_(static_cast<unsigned int>(TaskClock::now().time_since_epoch().count()) ^
+                   static_cast<unsigned int>(Tarvo::gettid())),
+      timerWheel_(getTimerWheelForTaskScheduler(Platform::eventPriorityDefault)) {
+  registerScheduler(this);
+  virtualTimeIs(Platform::fastForward());
+}
+
+TaskSchedulerRoot::~TaskSchedulerRoot() = default;
+
+bool TaskSchedulerRoot::resetStatsInProgress() const { return resetStatsInProgress_; }
+
+void TaskSchedulerRoot::requestSchedulerRun() {
+  if (suspended_) {
+    TARVO_TRACE(taskSchedulerTrace, 8, "{} ignore requestSchedulerRun, scheduler is suspended",
+                *this);
+    return;
+  }
+  callbackControl_->requestCallback();
+}
+
+void TaskSchedulerRoot::handleTaskForceYieldInTest() {}
+
+void TaskSchedulerRoot::taskRegister(TaskImpl* task) { TaskScheduler::taskRegister(task); }
+
+void TaskSchedulerRoot::callback() { handleSchedulerRun(); }
+
+void TaskSchedulerRoot::handleSchedulerRun() {
+  const bool wanted = followFastForward_ && Platform::fastForward();
+  if (wanted != virtualTime_) virtualTimeIs(wanted);
+  TaskScheduler::handleSchedulerRun();
+}
+
+void TaskSchedulerRoot::registerScheduler(TaskScheduler* scheduler) {
+  sanityCheckCurrentRunningThread();
+  if (!schedulers_.insert(scheduler).second) TARVO_ABORT("insert failed for {}", *scheduler);
+}
+
+void TaskSchedulerRoot::unregisterScheduler(TaskScheduler* scheduler) {
+  sanityCheckCurrentRunningThread();
+  if (schedulers_.erase(scheduler) == 0) TARVO_ABORT("delete failed for {}", *scheduler);
+}
+
+unsigned int TaskSchedulerRoot::taskGroupCount() const {
+  return static_cast<unsigned int>(schedulers_.size() - 1);
+}
+
+unsigned int TaskSchedulerRoot::totalRegisteredTaskCount() const {
+  unsigned int sum = 0;
+  for (const TaskScheduler* scheduler : schedulers_) {
+    for (const auto& [priority, stats] : scheduler->queueStats()) {
+      sum += scheduler->tasksPerPriority(priority);
+    }
+  }
+  return sum;
+}
+
+TaskSchedulerQueueStats TaskSchedulerRoot::queueStatsRoot() const {
+  TaskSchedulerQueueStats sum;
+  for (const TaskScheduler* scheduler : schedulers_) sum += scheduler->queueStats();
+  return sum;
+}
+
+void TaskSchedulerRoot::suspendedIs(bool suspended) {
+  sanityCheckCurrentRunningThread();
+  if (suspended == suspended_) return;
+  suspended_ = suspended;
+  const auto now = TaskClock::now();
+  recordEvent(now, suspended ? TaskSchedulerEventType::schedulerSuspended
+                             : TaskSchedulerEventType::schedulerUnsuspended);
+  if (!suspended) requestNextRun(now);
+}
+
+void TaskSchedulerRoot::virtualTimeIs(bool virtualTime) {
+  sanityCheckCurrentRunningThread();
+  if (virtualTime == virtualTime_) return;
+  virtualTime_ = virtualTime;
+  recordEvent(TaskClock::now(), virtualTime ? TaskSchedulerEventType::schedulerVirtualTimeOn
+                                            : TaskSchedulerEventType::schedulerVirtualTimeOff);
+  taskShouldYieldModeReevaluate();
+}
+
+void TaskSchedulerRoot::taskTestYieldRatioIs(unsigned char ratio) {
+  sanityCheckCurrentRunningThread();
+  if (ratio == taskTestYieldRatio_) return;
+  taskTestYieldRatio_ = ratio;
+  recordEvent(TaskClock::now(), ratio != 0 ? TaskSchedulerEventType::schedulerTestYieldRatioOn
+                                           : TaskSchedulerEventType::schedulerTestYieldRatioOff);
+  taskShouldYieldModeReevaluate();
+}
+
+void TaskSchedulerRoot::taskShouldYieldModeReevaluate() {
+  for (const TaskScheduler* scheduler : schedulers_) {
+    for (TaskImpl& task : scheduler->registeredTasks()) task.taskShouldYieldModeReevaluate();
+  }
+}
+
+void TaskSchedulerRoot::threadSanityDisabledIs(bool disabled) {
+  threadSanityDisabled_ = disabled;
+  TARVO_TRACE(taskSchedulerTrace, 2, "{} {}able thread sanity checking", *this,
+              disabled ? "dis" : "en");
+}
+
+void TaskSchedulerRoot::failThreadCheck() const {
+  TARVO_ABORT("Executing in wrong thread {}({}) pid {} scheduler belongs to thread {}({}) pid {}",
+              toThreadIdString(std::this_thread::get_id()), Tarvo::threadName(), getpid(),
+              toThreadIdString(threadId_), threadName_, pid_);
+}
+
+int TaskSchedulerRoot::randomPercent() { return rand_r(&randomState_) / 21474836; }
+
+void TaskSchedulerRoot::clearHistory() noexcept {
+  TARVO_TRACE(taskSchedulerTrace, 2, "{} history cleared", *this);
+  history().clear();
+}
+
+void TaskSchedulerRoot::historyRenderTextForDebug(std::ostream& out) const {
+  history().renderText(out);
+}
+
+void TaskSchedulerRoot::historyRenderTextForDebug(int fd) const {
+  FdToStream out(fd);
+  history().renderText(out);
+}
+
+String TaskSchedulerRoot::historyRenderTextForDebugToString() const {
+  std::ostringstream out;
+  history().renderText(out);
+  return out.str();
+}
+
+void TaskSchedulerRoot::historyRenderTextForDebugStdErr() const { history().renderText(std::cerr); }
+
+namespace {
+
+// A plain pointer, so that the root can also be asked for while the thread's other objects are
+// destroyed; the object at its side lets go of the root when the thread ends.
+thread_local std::shared_ptr<TaskSchedulerRoot>* threadRoot = nullptr;
+
+void releaseThreadRoot() { delete std::exchange(threadRoot, nullptr); }
+
+struct ThreadRootRelease {
+  ~ThreadRootRelease() { releaseThreadRoot(); }
+};
+
+}  // namespace
+
+std::shared_ptr<TaskSchedulerRoot> schedulerRootTarvoNonShared(const String& name) {
+  return std::allocate_shared<TaskSchedulerRoot>(Allocator<TaskSchedulerRoot>(), name);
+}
+
+std::shared_ptr<TaskSchedulerRoot> schedulerRootTarvo() {
+  if (threadRoot == nullptr) {
+    thread_local const ThreadRootRelease atThreadEnd;
+    threadRoot = new std::shared_ptr(schedulerRootTarvoNonShared(
+        isMainThread() ? String("main") : fmt::format("thread:{}", pthread_self())));
+    Impl::beforeBaseIsFreed(releaseThreadRoot);
+  }
+  return *threadRoot;
+}
+
+}  // namespace Tarvo
