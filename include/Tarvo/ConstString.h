@@ -65,7 +65,7 @@ class TARVO_EXPORT ConstStringRef {
   ConstStringRef(const ConstStringRef& other) noexcept : elem_(other.elem_) { hold(); }
   ConstStringRef(ConstStringRef&& other) noexcept : elem_(std::exchange(other.elem_, nullptr)) {}
   ConstStringRef& operator=(const ConstStringRef& other) {
-    ConstStringRef(other).swap(*this);
+    if (elem_ != other.elem_) ConstStringRef(other).swap(*this);
     return *this;
   }
   ConstStringRef& operator=(ConstStringRef&& other) noexcept {

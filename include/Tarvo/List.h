@@ -150,16 +150,21 @@ class ListImpl {
  protected:
   ~ListImpl() = default;
 
- private:
+  LinkNode& front() const { return nodes_.front(); }
   static T& elementOf(LinkNode& node) {
     return *boost::intrusive::get_parent_from_member(&node, ptrToLinkNode);
   }
 
+ private:
   mutable Nodes nodes_;  // a const list hands out elements that may change
 };
 
 template <typename T, ListLinkNode T::*ptrToLinkNode>
-class List final : public ListImpl<T, ListLinkNode, ptrToLinkNode> {};
+class List final : public ListImpl<T, ListLinkNode, ptrToLinkNode> {
+ public:
+  /// What the base says, faster: there are no bookmarks to pass over.
+  T* first() const { return this->empty() ? nullptr : &this->elementOf(this->front()); }
+};
 
 template <typename T, BookmarkListLinkNode T::*ptrToLinkNode>
 class BookmarkList final : public ListImpl<T, BookmarkListLinkNode, ptrToLinkNode> {

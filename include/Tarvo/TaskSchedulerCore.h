@@ -140,7 +140,7 @@ class TARVO_EXPORT TaskScheduler : public std::enable_shared_from_this<TaskSched
   friend class TaskImpl;  // enters its queue
   struct CurrentTask {
     TaskKey key;
-    std::shared_ptr<_TaskBase> task;
+    std::shared_ptr<_TaskBase> task;  // null between runs
   };
 
   String schedulerName_;

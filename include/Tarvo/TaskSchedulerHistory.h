@@ -90,6 +90,8 @@ class TARVO_EXPORT TaskSchedulerHistory {
   ConstStringCache& cache() { return cache_; }
 
  private:
+  void put(TaskClock::time_point now, TaskSchedulerEventType type, const ConstStringRef& name);
+
   ConstStringCache cache_;
   Events events_;
 };

@@ -28,7 +28,8 @@ inline timeval secondsToTimeval(double seconds) {
 
 /// The same for a delay: a negative one is due at once.
 inline timeval delayToTimeval(double seconds) {
-  return secondsToTimeval(seconds < 0 ? 0.0 : seconds);
+  if (seconds <= 0) return {0, 0};
+  return secondsToTimeval(seconds);
 }
 
 inline bool isEarlier(const timeval& a, const timeval& b) {

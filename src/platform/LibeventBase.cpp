@@ -1,6 +1,7 @@
 #include "platform/LibeventBase.h"
 
 #include <event2/event.h>
+#include <event2/event_struct.h>
 #include <event2/thread.h>
 
 #include <exception>
@@ -55,7 +56,8 @@ bool insideLoop() { return dispatching; }
 
 void deleteEvent(event& ev) {
   leaveParentAlone();
-  event_del(&ev);
+  // Asking the base takes its lock, which is much for an event that is in none of its lists.
+  if ((ev.ev_evcallback.evcb_flags & ~EVLIST_INIT) != 0) event_del(&ev);
 }
 
 void addTimeout(event& ev, const timeval& timeout) {

@@ -32,7 +32,11 @@ void LibeventTimerControl::setTimeout(double seconds) {
   delTimeout();
   TARVO_TRACE(libeventTrace, 9, "Timer {} set timeout {}", this, seconds);
   if (seconds == std::numeric_limits<double>::infinity()) return;
-  assign();
+  if (event_get_base(&event_) == leInit()) {
+    eventPrioritySet(&event_, priority_);
+  } else {
+    assign();  // the thread has freed the base and made another
+  }
   // The base counts from the time it read at the start of its turn, which may be long ago.
   if (timerisset(&delay)) event_base_update_cache_time(event_get_base(&event_));
   addTimeout(event_, delay);

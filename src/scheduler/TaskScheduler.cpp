@@ -115,18 +115,19 @@ void TaskScheduler::handleSchedulerRun() {
   }
   // With the last reference to the task goes perhaps the last one to this scheduler: nothing may
   // come after.
-  CurrentTask done;
+  std::shared_ptr<_TaskBase> done;
   try {
-    currentlyRunning_ = {task->taskKey(), task->shared_from_this()};
+    currentlyRunning_.task = task->shared_from_this();
+    currentlyRunning_.key = task->taskKey();
     const auto end = task->taskDoRun(now);
     TARVO_TRACE(taskSchedulerTrace, 8, "{} Scheduler completed task, request run", *this);
     requestNextRun(end);
   } catch (...) {
-    done = std::exchange(currentlyRunning_, {});
+    done = std::move(currentlyRunning_.task);
     requestNextRun(TaskClock::now());  // the others, or the one that finds that there are none
     throw;
   }
-  done = std::exchange(currentlyRunning_, {});
+  done = std::move(currentlyRunning_.task);
 }
 
 unsigned int TaskScheduler::tasksPerPriority(TaskPriority priority) const {

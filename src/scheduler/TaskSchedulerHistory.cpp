@@ -69,18 +69,32 @@ String TaskSchedulerHistory::Event::display() const {
 TaskSchedulerHistory::TaskSchedulerHistory(unsigned int capacity)
     : events_(checkedCapacity(capacity)) {}
 
+void TaskSchedulerHistory::put(TaskClock::time_point now, TaskSchedulerEventType type,
+                               const ConstStringRef& name) {
+  if (!events_.full()) {
+    events_.push_front({type, now, name});
+  } else if (!events_.empty()) {
+    // Turning the ring makes the oldest the newest without moving anything.
+    events_.rotate(events_.end() - 1);
+    Event& event = events_.front();
+    event.eventType = type;
+    event.time = now;
+    event.name = name;
+  }
+}
+
 void TaskSchedulerHistory::insert(const TaskClock::time_point& now, TaskSchedulerEventType type,
                                   const _TaskBase* task) {
   if (!isTaskEvent(type)) [[unlikely]]
     failType(type);
-  events_.push_front({type, now, task->taskNameRef()});
+  put(now, type, task->taskNameRef());
 }
 
 void TaskSchedulerHistory::insert(const TaskClock::time_point& now, TaskSchedulerEventType type,
                                   const TaskScheduler* scheduler) {
   if (isTaskEvent(type) || number(type) >= displayNames.size()) [[unlikely]]
     failType(type);
-  events_.push_front({type, now, scheduler->schedulerNameRef()});
+  put(now, type, scheduler->schedulerNameRef());
 }
 
 void TaskSchedulerHistory::capacityIs(unsigned int capacity) {
