@@ -43,7 +43,6 @@ class TARVO_EXPORT ConstStringRef {
 
     const String& text() const { return text_; }
     std::uint32_t refCount() const { return refCount_; }
-    void refCountInc() const { ++refCount_; }
     /// Gives a reference back. The last one takes the text out of its cache and frees it; without
     /// any nothing happens.
     void refCountDec() const {
@@ -52,6 +51,9 @@ class TARVO_EXPORT ConstStringRef {
     }
 
    private:
+    friend class ConstStringRef;
+
+    void refCountInc() const { ++refCount_; }
     void freeElem() const;
 
     ConstStringCache* cache_;

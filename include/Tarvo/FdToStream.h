@@ -15,8 +15,9 @@ namespace Tarvo {
 ///     Tarvo::FdToStream out(fd);
 ///     out << "ready" << std::endl;
 ///
-/// Waits for a descriptor that does not block; a failed write sets the stream's bad bit and what
-/// could not be written is dropped.
+/// Waits up to a second at a time for a non-blocking descriptor whose reader is slow. A failed
+/// write sets the stream's bad bit, and what could not be written is dropped; a reader that is gone
+/// raises no signal.
 class TARVO_EXPORT FdToStream : public std::ostream {
  public:
   explicit FdToStream(int fd);

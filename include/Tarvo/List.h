@@ -79,7 +79,12 @@ class ListImpl {
 
     Iterator() = default;
     /// Starts at `node`, or at the first element after it when it is a bookmark.
-    Iterator(const ListImpl& list, LinkNode& node) : Iterator(list, Nodes::s_iterator_to(node)) {}
+    /// The node must be in the list.
+    Iterator(const ListImpl& list, LinkNode& node) : list_(&list), at_(Nodes::s_iterator_to(node)) {
+      if (!node.isLinked()) [[unlikely]]
+        TARVO_ABORT("node.isLinked()");
+      passBookmarks();
+    }
 
     T& operator*() const { return elementOf(*at_); }
     T* operator->() const { return &elementOf(*at_); }

@@ -146,7 +146,8 @@ class TARVO_EXPORT TaskImpl : public _TaskBase {
   /// Whether the task stands for a task group.
   bool isTaskGroup() const { return (flags_ & taskGroupFlag) != 0; }
 
-  /// A copy of the task's figures, which resetStats() sets back to the start.
+  /// A copy of the task's figures, which resetStats() sets back to the start. The copy names the
+  /// task by an interned string: it must be gone before the root is.
   TaskStat getStats() const;
   void resetStats();
   unsigned int taskRunCount() const { return taskRunCount_; }

@@ -1,6 +1,7 @@
 #include "Tarvo/FdToStream.h"
 
 #include <poll.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -9,15 +10,49 @@ namespace Tarvo {
 
 namespace {
 
+/// Keeps a reader that is gone from killing the process: the thread does not see the signal that
+/// its write raises.
+class WithoutSigpipe {
+ public:
+  WithoutSigpipe() {
+    sigemptyset(&sigpipe_);
+    sigaddset(&sigpipe_, SIGPIPE);
+    sigset_t pending;
+    sigpending(&pending);
+    wasPending_ = sigismember(&pending, SIGPIPE) == 1;
+    pthread_sigmask(SIG_BLOCK, &sigpipe_, &before_);
+  }
+  WithoutSigpipe(const WithoutSigpipe&) = delete;
+  WithoutSigpipe& operator=(const WithoutSigpipe&) = delete;
+  ~WithoutSigpipe() {
+    constexpr timespec now{0, 0};
+    if (!wasPending_) sigtimedwait(&sigpipe_, nullptr, &now);
+    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+  }
+
+ private:
+  sigset_t sigpipe_;
+  sigset_t before_;
+  bool wasPending_;
+};
+
+constexpr int longestWait = 1000;  // milliseconds
+
+bool isWritableSoon(int fd) {
+  pollfd writable{fd, POLLOUT, 0};
+  const int ready = poll(&writable, 1, longestWait);
+  return ready > 0 || (ready < 0 && errno == EINTR);
+}
+
 bool writeAll(int fd, const char* data, std::size_t size) {
+  const WithoutSigpipe guard;
   while (size > 0) {
     const ssize_t written = write(fd, data, size);
     if (written >= 0) {
       data += written;
       size -= static_cast<std::size_t>(written);
-    } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
-      pollfd writable{fd, POLLOUT, 0};
-      poll(&writable, 1, -1);
+    } else if (errno == EAGAIN) {
+      if (!isWritableSoon(fd)) return false;
     } else if (errno != EINTR) {
       return false;
     }
@@ -42,9 +77,9 @@ FdToStream::Buffer::int_type FdToStream::Buffer::overflow(int_type c) {
 }
 
 int FdToStream::Buffer::sync() {
-  const bool written = writeAll(fd_, pbase(), static_cast<std::size_t>(pptr() - pbase()));
-  reset();
-  return written ? 0 : -1;
+  const auto size = static_cast<std::size_t>(pptr() - pbase());
+  reset();  // what cannot be written is dropped
+  return size == 0 || writeAll(fd_, bytes_.data(), size) ? 0 : -1;
 }
 
 }  // namespace Tarvo

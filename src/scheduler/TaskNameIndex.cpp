@@ -9,13 +9,14 @@ void TaskNameIndex::remove(TaskImpl& task) {
 }
 
 bool TaskNameIndex::addCompleted(const TaskStat& finished) {
-  std::unique_ptr<TaskStat>& record = byName_[finished.taskNameRef()].completed;
-  if (record != nullptr) {
-    *record += finished;
+  if (const auto entry = byName_.find(finished.taskNameRef());
+      entry != byName_.end() && entry->second.completed != nullptr) {
+    *entry->second.completed += finished;
     return false;
   }
-  record = std::make_unique<TaskStat>(finished);
+  auto record = std::make_unique<TaskStat>(finished);
   record->taskCompletedCountIs(1);
+  byName_[finished.taskNameRef()].completed = std::move(record);
   return true;
 }
 

@@ -55,9 +55,15 @@ void TaskScheduler::taskUnregister(TaskImpl* task) {
   }
   task->recordEvent(TaskClock::now(), TaskSchedulerEventType::delete_);
   RegisteredTasks::unlink(*task);
-  nameIndex_->remove(*task);
   tasksPerPriorityDec(task->taskPriority());
-  if (task->includeInCompletedTask()) updateCompletedTaskStats(task->getStats());
+  if (task->includeInCompletedTask()) {
+    try {
+      updateCompletedTaskStats(task->getStats());
+    } catch (const std::bad_alloc&) {  // tasks unregister in their destructors
+      TARVO_TRACE(taskSchedulerTrace, 1, "{} No memory for the figures of {}", *this, *task);
+    }
+  }
+  nameIndex_->remove(*task);
 }
 
 void TaskScheduler::updateCompletedTaskStats(const TaskStat& finished) {

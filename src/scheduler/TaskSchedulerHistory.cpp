@@ -49,11 +49,6 @@ unsigned int checkedCapacity(unsigned int capacity) {
   return capacity;
 }
 
-[[gnu::cold]] void failType(TaskSchedulerEventType type) {
-  TARVO_ASSERT(number(type) < displayNames.size(), "unexpected eventType={}", number(type));
-  TARVO_FAIL("EventType: {}", number(type));
-}
-
 }  // namespace
 
 String TaskSchedulerHistory::Event::eventTypeDisplay() const {
@@ -85,15 +80,15 @@ void TaskSchedulerHistory::put(TaskClock::time_point now, TaskSchedulerEventType
 
 void TaskSchedulerHistory::insert(const TaskClock::time_point& now, TaskSchedulerEventType type,
                                   const _TaskBase* task) {
-  if (!isTaskEvent(type)) [[unlikely]]
-    failType(type);
+  TARVO_ASSERT(number(type) < displayNames.size(), "unexpected eventType={}", number(type));
+  TARVO_ASSERT(isTaskEvent(type), "EventType: {}", number(type));
   put(now, type, task->taskNameRef());
 }
 
 void TaskSchedulerHistory::insert(const TaskClock::time_point& now, TaskSchedulerEventType type,
                                   const TaskScheduler* scheduler) {
-  if (isTaskEvent(type) || number(type) >= displayNames.size()) [[unlikely]]
-    failType(type);
+  TARVO_ASSERT(number(type) < displayNames.size(), "unexpected eventType={}", number(type));
+  TARVO_ASSERT(!isTaskEvent(type), "EventType: {}", number(type));
   put(now, type, scheduler->schedulerNameRef());
 }
 
@@ -106,16 +101,20 @@ void TaskSchedulerHistory::capacityIs(unsigned int capacity) {
 }
 
 void TaskSchedulerHistory::renderText(std::ostream& out) const {
+  const Events events = events_;  // a stream of the caller's may change the history meanwhile
   const auto header = fmt::format(
       "Last {} scheduler events, absolute timestamp and relative to last event", capacity());
-  out << header << '\n' << String(header.size(), '-') << '\n';
-  for (const Event& event : events_) {
-    out << fmt::format("{:>22} ns since boot {:>10} \u00b5s {}\n",
-                       nanoseconds(event.time.time_since_epoch()),
-                       nanoseconds(events_.front().time - event.time) / 1000, event.display())
-        << std::flush;
+  const auto write = [&](const String& line) {
+    out.write(line.data(), static_cast<std::streamsize>(line.size())).put('\n').flush();
+  };
+  write(header);
+  write(String(header.size(), '-'));
+  for (const Event& event : events) {
+    write(fmt::format("{:>22} ns since boot {:>10} \u00b5s {}",
+                      nanoseconds(event.time.time_since_epoch()),
+                      nanoseconds(events.front().time - event.time) / 1000, event.display()));
   }
-  out << '\n';
+  write("");
 }
 
 }  // namespace Tarvo

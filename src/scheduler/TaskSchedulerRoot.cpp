@@ -150,6 +150,7 @@ void TaskSchedulerRoot::historyRenderTextForDebug(int fd) const {
 
 String TaskSchedulerRoot::historyRenderTextForDebugToString() const {
   std::ostringstream out;
+  out.exceptions(std::ios::badbit);  // no memory must not look like a short history
   history().renderText(out);
   return out.str();
 }

@@ -1,0 +1,195 @@
+#include <gmock/gmock.h>
+
+#include <thread>
+
+#include "support/ChildProcess.h"
+#include "support/SchedulerFixture.h"
+
+namespace {
+
+using Tarvo::TaskPriority;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testsupport::failureOf;
+using testsupport::Handler;
+using testsupport::runForked;
+using testsupport::TestTask;
+namespace Platform = testsupport::Platform;
+
+struct RunLoop : testsupport::SchedulerFixture {
+  void runLoop() { Platform::doEventLoop(); }
+};
+
+TEST_F(RunLoop, RunsOneTaskPerTurnInTheOrderOfPriorities) {
+  Handler between(log, "callback");
+  const auto callback = Platform::getCallbackControl(&between);
+  between.action = [&] {
+    if (root->runnableTaskCount() > 0) callback->requestCallback();
+  };
+  std::vector<testsupport::TestTaskPtr> tasks;
+  for (const char* name : {"scavenge", "low", "normal", "normal 2", "high", "absolute"}) {
+    const std::size_t n = tasks.size();
+    tasks.push_back(make(name, TaskPriority(static_cast<std::uint8_t>(n < 3 ? 4 - n : 5 - n))));
+    tasks.back()->scheduleTask();
+  }
+  callback->requestCallback();
+  runLoop();
+  EXPECT_THAT(log, ElementsAre("absolute", "callback", "high", "callback", "normal", "callback",
+                               "normal 2", "callback", "low", "callback", "scavenge", "callback"));
+}
+
+TEST_F(RunLoop, AThrowLeavesTheOthersQueuedAndTheRunClosed) {
+  const auto bad = make("bad", TaskPriority::high, [](TestTask& self) {
+    self.scheduleTask();
+    throw std::runtime_error("bad");
+  });
+  const auto good = make("good");
+  bad->scheduleTask();
+  good->scheduleTask();
+  EXPECT_THROW(runLoop(), std::runtime_error);
+  EXPECT_FALSE(bad->taskCurrentlyRunning());
+  EXPECT_EQ(root->currentlyRunningTask(), nullptr);
+  EXPECT_EQ(events().back(), "run end bad");
+  bad->body = nullptr;
+  runLoop();
+  EXPECT_THAT(log, ElementsAre("bad", "bad", "good"));
+  bad->body = [](TestTask&) { throw 1; };
+  bad->scheduleTask();
+  EXPECT_THROW(runLoop(), int);
+  EXPECT_THAT(events().back(), "idle bad");
+  good->scheduleTask();  // the scheduler was left alone with nothing to run
+  runLoop();
+  EXPECT_EQ(log.back(), "good");
+  good->onBusy = [](TestTask&) { throw 2; };
+  EXPECT_THROW(good->scheduleTask(), int);
+  good->onBusy = nullptr;
+  runLoop();
+  EXPECT_EQ(log.size(), 6U);
+}
+
+TEST_F(RunLoop, BodiesMayDestroyAndRearrangeEverything) {
+  auto victim = make("victim");
+  auto last = make("last");
+  auto suspended = make("suspended");
+  testsupport::TestTaskPtr self = make("self", TaskPriority::high, [&](TestTask& task) {
+    victim.reset();
+    suspended->taskSuspendedIs(true);
+    last->unscheduleTask();
+    last->scheduleTask();
+    task.taskQuantumIs(1'000'000);
+    task.scheduleTask();
+    task.taskSuspendedIs(true);
+    EXPECT_EQ(root->currentlyRunningTask(), &task);
+    EXPECT_EQ(task.getStats().taskStatusString(), "*h");
+    self.reset();
+    EXPECT_EQ(Platform::doEventLoop(0.0), -1) << "no loop inside a run";
+    EXPECT_THAT(failureOf([&] { root->handleSchedulerRun(); }),
+                HasSubstr("root is in the middle of running H self"));
+  });
+  for (const auto& task : {self, victim, suspended, last}) task->scheduleTask();
+  runLoop();
+  EXPECT_THAT(log, ElementsAre("self", "last"));
+  EXPECT_EQ(root->completedTaskStatForTest("self")->taskCompletedCount(), 1U);
+  suspended->body = [&](TestTask&) { root->suspendedIs(true); };
+  suspended->taskSuspendedIs(false);
+  last->scheduleTask();
+  runLoop();
+  EXPECT_EQ(log.back(), "suspended");
+  EXPECT_EQ(root->runnableTaskCount(TaskPriority::normal), 1U);
+  root->suspendedIs(false);
+  runLoop();
+  EXPECT_THAT(log, ElementsAre("self", "last", "suspended", "last"));
+}
+
+TEST_F(RunLoop, ARunThatWasRequestedBeforeSuspensionIsIgnored) {
+  const auto task = make("t");
+  task->scheduleTask();
+  root->suspendedIs(true);
+  runLoop();
+  EXPECT_EQ(events().back(), "schedulerRunIgnoredWhileSuspended root");
+  root->suspendedIs(false);
+  task->unscheduleTask();
+  runLoop();
+  EXPECT_THAT(log, IsEmpty());
+  const auto all = events();
+  EXPECT_EQ(std::count(all.begin(), all.end(), "schedulerIdle root"), 1);
+}
+
+TEST_F(RunLoop, APassWithMovedQueuesRunsEachTaskOnce) {
+  const auto again = [](TestTask& self) { self.scheduleTask(); };
+  const auto a = make("a", TaskPriority::normal, again);
+  const auto b = make("b", TaskPriority::normal, again);
+  a->scheduleTask();
+  b->scheduleTask();
+  root->taskRunQueuesMovePersistentToTemporary();
+  root->handleSchedulerRun();
+  const auto late = make("late");
+  late->scheduleTask();
+  EXPECT_THAT(failureOf([&] { root->taskRunQueuesMovePersistentToTemporary(); }),
+              HasSubstr("The temporary run queue should always be empty at this point"));
+  root->taskRunQueuesMoveTemporaryToPersistent();
+  for (const auto& task : {a, b}) task->body = nullptr;
+  runLoop();
+  EXPECT_THAT(log, ElementsAre("a", "b", "a", "late"));
+}
+
+TEST_F(RunLoop, ThreadsHaveRootsOfTheirOwn) {
+  {
+    const auto mine = Tarvo::schedulerRootTarvo();
+    EXPECT_EQ(mine, Tarvo::schedulerRootTarvo());
+    EXPECT_EQ(mine->schedulerName(), "main");
+  }
+  std::weak_ptr<Tarvo::TaskSchedulerRoot> ended;
+  std::thread([&] {
+    const auto its = Tarvo::schedulerRootTarvo();
+    ended = its;
+    EXPECT_EQ(its->schedulerName(), fmt::format("thread:{}", pthread_self()));
+  }).join();
+  EXPECT_TRUE(ended.expired());
+  root.reset();
+  Tarvo::leFree();  // takes the shared root with it
+  root = Tarvo::schedulerRootTarvoNonShared("root");
+}
+
+TEST_F(RunLoop, MisuseEndsTheProcessEvenWhenAssertionsThrow) {
+  const auto task = make("t");
+  const auto lastWords = [&](const std::function<void()>& misuse) {
+    const auto child = runForked([&] {
+      misuse();
+      return 0;
+    });
+    EXPECT_EQ(child.signal, SIGABRT);
+    return child.err;
+  };
+  EXPECT_THAT(lastWords([&] { root->taskRegister(task.get()); }),
+              HasSubstr("Assertion `Task: N t already registered' failed."));
+  EXPECT_THAT(lastWords([&] {
+                task->handleDestroy();
+                root->taskUnregister(task.get());
+              }),
+              HasSubstr("`Task: N t not registered'"));
+  EXPECT_THAT(lastWords([&] {
+                task->scheduleTask();
+                root->taskUnregister(task.get());
+              }),
+              HasSubstr("`Task: N t scheduled on unregister'"));
+  EXPECT_THAT(lastWords([&] { root->registerScheduler(root.get()); }),
+              HasSubstr("`insert failed for root'"));
+  EXPECT_THAT(lastWords([&] {
+                root->unregisterScheduler(root.get());
+                root->unregisterScheduler(root.get());
+              }),
+              HasSubstr("`delete failed for root'"));
+  EXPECT_THAT(lastWords([&] { make("bad", TaskPriority::oneBeyondLast); }),
+              HasSubstr("Task: - bad has priority 5"));
+  EXPECT_THAT(
+      lastWords([&] { std::thread([&] { task->scheduleTask(); }).join(); }),
+      testing::ContainsRegex("Executing in wrong thread [0-9]+\\(.*\\) pid [0-9]+ scheduler "
+                             "belongs to thread [0-9]+\\(.*\\) pid [0-9]+"));
+  root->threadSanityDisabledIs(true);
+  std::thread([&] { task->taskWorkCountInc(1); }).join();
+  EXPECT_EQ(task->taskWorkCountTotal(), 1U);
+}
+
+}  // namespace

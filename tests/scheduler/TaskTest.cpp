@@ -1,0 +1,232 @@
+#include <gmock/gmock.h>
+
+#include <climits>
+
+#include "support/AllocationCounter.h"
+#include "support/SchedulerFixture.h"
+
+namespace {
+
+using Tarvo::TaskPriority;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testsupport::failureOf;
+using testsupport::RunLog;
+using testsupport::TestTask;
+namespace Platform = testsupport::Platform;
+
+struct TaskTest : testsupport::SchedulerFixture {
+  void runLoop() { Platform::doEventLoop(); }
+};
+
+TEST_F(TaskTest, LeavesATrailFromCreationToDeletion) {
+  {
+    const auto task = make("t");
+    task->scheduleTask();
+    task->scheduleTask();
+    EXPECT_EQ(root->runnableTaskCount(), 1U);
+    runLoop();
+    task->scheduleTask();
+    task->unscheduleTask();
+    task->unscheduleTask();
+    task->taskTestYieldRatioIs(3);
+    task->taskTestYieldRatioIs(0);
+    task->scheduleTask();
+    runLoop();
+    root->clearHistory();
+    task->taskSuspendedIs(true);
+    task->scheduleTask();
+    EXPECT_FALSE(task->taskScheduled());
+    task->taskSuspendedIs(false);
+    EXPECT_TRUE(task->taskScheduled());
+    task->taskSuspendedIs(true);
+    runLoop();
+  }
+  EXPECT_THAT(log, ElementsAre("t", "t"));
+  EXPECT_THAT(events(), ElementsAre("suspendOn t", "scheduleSus t", "suspendOff t", "schedule t",
+                                    "schedulerRunnable root", "busy t", "suspendOn t",
+                                    "unschedule t", "idle t", "schedulerIdle root", "delete t"));
+}
+
+TEST_F(TaskTest, ARunIsFramedByItsEvents) {
+  const auto task = make("t", TaskPriority::low, [](TestTask& self) {
+    self.body = nullptr;
+    self.scheduleTask();
+  });
+  task->scheduleTask();
+  runLoop();
+  EXPECT_THAT(events(), ElementsAre("create t", "schedule t", "schedulerRunnable root", "busy t",
+                                    "run start t", "schedule t", "run end t", "run start t",
+                                    "run end t", "idle t", "schedulerIdle root"));
+}
+
+TEST_F(TaskTest, TestRatioCountsOverRunsAndWrapsAt256) {
+  RunLog answers;
+  const auto task = make("t", TaskPriority::normal, [&](TestTask& self) {
+    std::string line;
+    for (int i = 0; i < 100; ++i) line += self.taskShouldYield() ? 'y' : '-';
+    answers.push_back(line);
+  });
+  root->taskTestYieldRatioIs(60);
+  EXPECT_EQ(task->taskTestYieldRatioEffective(), 60);
+  for (int run = 0; run < 4; ++run) task->taskRunFromTest();
+  std::vector<int> yields;
+  for (int i = 0; i < 400; ++i) {
+    if (answers[static_cast<std::size_t>(i) / 100][static_cast<std::size_t>(i) % 100] == 'y') {
+      yields.push_back(i + 1);
+    }
+  }
+  EXPECT_THAT(yields, ElementsAre(60, 120, 180, 240, 256, 316, 376))
+      << "0 is a multiple of everything";
+  answers.clear();
+  task->taskTestYieldRatioIs(3);
+  task->taskRunFromTest();
+  EXPECT_EQ(answers[0].substr(0, 7), "--y--y-");
+  task->taskForceYieldInTestIs(true);
+  task->taskRunFromTest();
+  EXPECT_EQ(answers[1].find('-'), std::string::npos);
+  root->taskTestYieldRatioIs(0);
+  EXPECT_EQ(task->taskShouldYieldMode(), TestTask::TaskShouldYieldMode::testRatio);
+  task->taskTestYieldRatioIs(0);
+  EXPECT_EQ(task->taskShouldYieldMode(), TestTask::TaskShouldYieldMode::steadyClock);
+  EXPECT_THAT(failureOf([&] { task->taskShouldYield(); }),
+              HasSubstr("taskCurrentlyRunning: false taskRunCount: 6"));
+}
+
+TEST_F(TaskTest, QuantaPassInVirtualTimeWhileTheRootFollowsIt) {
+  std::vector<bool> yields;
+  const auto task = make("t", TaskPriority::normal, [&](TestTask& self) {
+    yields.push_back(self.taskShouldYield());
+    if (Platform::fastForward()) Platform::fastForwardBy(0.0199);
+    yields.push_back(self.taskShouldYield());
+    if (Platform::fastForward()) Platform::fastForwardBy(0.0002);
+    yields.push_back(self.taskShouldYield());
+  });
+  task->taskQuantumIs(std::chrono::milliseconds(20));
+  Platform::setFastForward(true);
+  task->scheduleTask();
+  runLoop();
+  EXPECT_THAT(yields, ElementsAre(false, false, true));
+  EXPECT_TRUE(root->virtualTime());
+  EXPECT_LT(task->getStats().taskRunTimeHighWaterMark(), 20'000'000) << "runs are real";
+  EXPECT_THAT(events(), testing::Contains("schedulerVirtualTimeOn root"));
+  root->followFastForwardIs(false);
+  task->scheduleTask();
+  runLoop();
+  EXPECT_FALSE(root->virtualTime());
+  Platform::setFastForward(false);
+
+  EXPECT_THAT(failureOf([&] { task->taskCurrentRunTime(); }),
+              HasSubstr("Task: N t not currently running"));
+}
+
+TEST_F(TaskTest, QuantumHasLimitsAndCountsItsViolations) {
+  const auto task = make("t");
+  EXPECT_THAT(failureOf([&] { task->taskQuantumIs(1'000'000'001); }),
+              HasSubstr("Quantum: 1000000001"));
+  EXPECT_THAT(failureOf([&] { task->taskQuantumNoCheckIs(0); }), HasSubstr("Quantum: 0"));
+  EXPECT_EQ(task->taskQuantum(), 20'000'000);
+  task->taskQuantumIs(1'000'000'000);
+  task->taskRunFromTest();
+  task->taskQuantumNoCheckIs(LLONG_MAX);
+  task->taskRunFromTest();
+  EXPECT_EQ(task->getStats().taskQuantumViolation500(), 0U);
+  task->taskQuantumIs(1);
+  task->taskRunFromTest();
+  EXPECT_EQ(task->getStats().taskQuantumViolation500(), 1U);
+  EXPECT_EQ(task->getStats().taskQuantumViolation200(), 0U);
+  task->resetStats();
+  EXPECT_EQ(task->getStats().taskQuantumViolation500(), 0U);
+  root->defaultTaskQuantumIs(0);
+  const auto unlimited = make("u");
+  unlimited->taskRunFromTest();
+  EXPECT_EQ(unlimited->getStats().taskQuantumViolation500(), 0U);
+}
+
+TEST_F(TaskTest, WorkReportsAverageAndSaturateTheirMarks) {
+  const auto task = make("t");
+  task->taskWorkCountInc(7);
+  EXPECT_EQ(task->taskWorkCountDecayAvg(), 7.0F);
+  task->taskWorkCountInc(17);
+  EXPECT_EQ(task->taskWorkCountDecayAvg(), 8.0F);
+  EXPECT_EQ(task->taskWorkCountHighWaterMark(), 17U);
+  task->taskWorkCountInc(1ULL << 40);
+  EXPECT_EQ(task->taskWorkCountHighWaterMark(), 0xFFFFFFFEU);
+  EXPECT_EQ(task->taskWorkCountTotal(), (1ULL << 40) + 24);
+  EXPECT_EQ(task->taskWorkPendingHighWaterMark(), Tarvo::TaskStat::noMark);
+  task->taskWorkPendingIs(0);
+  EXPECT_EQ(task->taskWorkPendingHighWaterMark(), 0U);
+  task->taskWorkPendingIs(0xFFFFFFFF);
+  EXPECT_EQ(task->taskWorkPendingHighWaterMark(), 0xFFFFFFFEU);
+}
+
+TEST_F(TaskTest, FiguresOfFinishedTasksAreKeptByStatisticsName) {
+  for (int i = 0; i < 3; ++i) {
+    const auto task = make("c" + std::to_string(i), TaskPriority::low);
+    task->taskStatsNameIs("connection");
+    task->taskRunFromTest();
+    EXPECT_EQ(root->taskForTest("c" + std::to_string(i)), task.get());
+    EXPECT_EQ(root->taskStatForTest(task->taskName())->taskName(), "connection");
+  }
+  make("hidden")->includeInCompletedTaskIs(false);
+  EXPECT_EQ(root->completedTaskStatForTest("connection")->taskCompletedCount(), 3U);
+  EXPECT_EQ(root->completedTaskStatForTest("connection")->taskRunCount(), 3U);
+  EXPECT_EQ(root->completedTasksPerPriority(TaskPriority::low), 1U);
+  EXPECT_EQ(root->completedTaskStatForTest("hidden"), std::nullopt);
+  EXPECT_EQ(root->taskForTest("c0"), nullptr);
+  EXPECT_EQ(root->findSchedulerForTest("root"), root.get());
+  EXPECT_EQ(root->taskGroupCount(), 0U);
+}
+
+TEST_F(TaskTest, NeedsASchedulerThatIsShared) {
+  EXPECT_THAT(failureOf([&] {
+                TestTask(std::shared_ptr<Tarvo::TaskScheduler>(), TaskPriority::low, "t", log, {});
+              }),
+              HasSubstr("Need a TaskScheduler"));
+  EXPECT_THAT(failureOf([&] { make("t", TaskPriority(9)); }), HasSubstr("unexpected priority 9"));
+  struct Plain : Tarvo::Task {
+    using Task::Task;
+    void taskExecute() override {}
+  };
+  Tarvo::TaskSchedulerRoot unshared("unshared");
+  EXPECT_THROW(Plain(&unshared, TaskPriority::low, "t"), std::bad_weak_ptr);
+}
+
+TEST_F(TaskTest, ADestroyedTaskIsRecognised) {
+  const auto task = make("t", TaskPriority::normal, [](TestTask& self) {
+    self.handleDestroy();
+    self.handleDestroy();
+  });
+  task->scheduleTask();
+  EXPECT_THAT(failureOf([&] { runLoop(); }), HasSubstr("Task: N t taskMagicNumber: 3735936685 "
+                                                       "taskMagicNumberConstructed: 1119771390"));
+  runLoop();
+  EXPECT_EQ(root->totalRegisteredTaskCount(), 0U);
+}
+
+TEST_F(TaskTest, SchedulingAndRunningAllocateNothing) {
+  struct Cycle : Tarvo::Task {
+    using Task::Task;
+    void taskExecute() override {
+      other->scheduleTask();
+      other->unscheduleTask();
+      if (taskRunCount() < cycles) scheduleTask();
+    }
+    TestTask* other = nullptr;
+    unsigned cycles = 1;  // the first makes what is made at first use
+  };
+  const auto other = make("other");
+  const auto cycle = std::make_shared<Cycle>(root, TaskPriority::normal, "cycle");
+  cycle->other = other.get();
+  cycle->scheduleTask();
+  runLoop();
+  cycle->cycles = 100'000;
+  const auto before = testsupport::allocations();
+  cycle->scheduleTask();
+  runLoop();
+  EXPECT_EQ(testsupport::allocations() - before, 0U);
+  EXPECT_EQ(cycle->taskRunCount(), 100'000U);
+  EXPECT_EQ(root->historyEntryCount(), 100U);
+}
+
+}  // namespace
