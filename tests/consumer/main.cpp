@@ -1,14 +1,15 @@
 #include <Tarvo/CheckIncompat.h>
 #include <Tarvo/Exception.h>
-#include <Tarvo/Platform.h>
+#include <Tarvo/TaskScheduler.h>
 #include <Tarvo/Trace.h>
 
 #include <cstdio>
 
 namespace {
 
-struct Once : Tarvo::Platform::TimeoutHandler {
-  void timeout() override { Tarvo::RuntimeException::throwException("ran"); }
+struct Once : Tarvo::Task {
+  using Task::Task;
+  void taskExecute() override { Tarvo::RuntimeException::throwException("ran"); }
 };
 
 }  // namespace
@@ -16,9 +17,9 @@ struct Once : Tarvo::Platform::TimeoutHandler {
 int main() {
   Tarvo::checkIncompat();
   TARVO_TRACE(Tarvo::Platform::getDebugHandler("TarvoConsumer"), 0, "started {}", 1);
-  Once once;
-  const auto timer = Tarvo::Platform::getTimerControl(&once);
-  timer->setTimeout(0.001);
+  const auto once =
+      std::make_shared<Once>(Tarvo::schedulerRootTarvo(), Tarvo::TaskPriority::normal, "once");
+  once->scheduleTask();
   try {
     Tarvo::Platform::doEventLoop();
   } catch (const Tarvo::RuntimeException& e) {
