@@ -40,7 +40,8 @@ class TARVO_EXPORT TaskRunQueue {
   /// The next task, null without one; it stays queued.
   TaskImpl* first() const { return currentList().first(); }
 
-  /// Both fail an assertion when the temporary list is not empty where it must be.
+  /// All fail an assertion when the temporary list is not empty where it must be.
+  void checkTemporaryIsEmpty() const;
   void movePersistentToTemporary();
   void moveTemporaryToPersistent();
 
@@ -57,7 +58,6 @@ class TARVO_EXPORT TaskRunQueue {
   using TaskList = List<TaskImpl, &TaskImpl::taskRunQueueLink_>;
 
   const TaskList& currentList() const { return usesTemporary_ ? temporary_ : persistent_; }
-  void checkTemporaryIsEmpty() const;
 
   TaskList persistent_;
   TaskList temporary_;
@@ -71,8 +71,9 @@ class TARVO_EXPORT TaskRunQueues {
  public:
   using TaskRunQueue = Tarvo::TaskRunQueue;
 
-  TaskRunQueue& queue(TaskPriority priority) { return queues_[priority]; }
-  const TaskRunQueue& queue(TaskPriority priority) const { return queues_[priority]; }
+  /// Throws std::out_of_range when the priority is none.
+  TaskRunQueue& queue(TaskPriority priority) { return queues_.at(priority); }
+  const TaskRunQueue& queue(TaskPriority priority) const { return queues_.at(priority); }
 
   /// Chooses the next task, among those of priority `from` and less urgent ones, and takes it out
   /// of its queue; null without one.

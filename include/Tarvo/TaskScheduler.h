@@ -51,8 +51,8 @@
 ///
 /// Who owns what: tasks belong to whoever made them, by shared reference, and hold their scheduler;
 /// a scheduler never owns its tasks. A thread's shared root lives until the thread ends or frees
-/// its event base with leFree(), or until the last task is gone, whichever is later; so tasks are
-/// destroyed before leFree().
+/// its event base with leFree(), or until the last task is gone, whichever is later; so tasks, and
+/// roots of one's own, are destroyed before leFree().
 
 #include "Tarvo/Platform.h"              // IWYU pragma: export
 #include "Tarvo/Task.h"                  // IWYU pragma: export

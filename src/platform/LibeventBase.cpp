@@ -28,6 +28,7 @@ thread_local bool sharedWithParent = false;
 thread_local std::vector<void (*)()>* releases = nullptr;
 // A plain pointer, so that the loop also works while the thread's other objects are destroyed.
 thread_local std::exception_ptr* keptException = nullptr;
+thread_local std::vector<std::shared_ptr<void>>* keptObjects = nullptr;
 
 }  // namespace
 
@@ -37,6 +38,12 @@ void keepExceptionForLoop() noexcept {
   // Only one can reach the caller, and the loop runs nothing after the first.
   if (keptException == nullptr) keptException = new std::exception_ptr(std::current_exception());
   event_base_loopbreak(ev_base);
+}
+
+void keepUntilLoopReturns(std::shared_ptr<void> object) {
+  if (!dispatching) return;
+  if (keptObjects == nullptr) keptObjects = new std::vector<std::shared_ptr<void>>;
+  keptObjects->push_back(std::move(object));
 }
 
 void beforeBaseIsFreed(void (*release)()) {
@@ -71,7 +78,10 @@ namespace {
 /// Set while the base runs its events.
 struct DispatchMark {
   DispatchMark() { dispatching = true; }
-  ~DispatchMark() { dispatching = false; }
+  ~DispatchMark() {
+    dispatching = false;
+    delete std::exchange(keptObjects, nullptr);
+  }
 };
 
 void throwKept() {

@@ -3,6 +3,8 @@
 
 #include <sys/time.h>
 
+#include <memory>
+
 struct event;
 struct event_base;
 
@@ -10,6 +12,10 @@ namespace Tarvo::Impl {
 
 /// Dispatches the thread's base and then throws what a notification left for the loop's caller.
 int dispatchBase(event_base* base);
+
+/// Keeps an object until the running loop has returned, for exceptions that leave an object whose
+/// last reference was dropped meanwhile.
+void keepUntilLoopReturns(std::shared_ptr<void> object);
 
 /// Remembers to call `release` before the thread's base is freed, for what hangs on that base.
 void beforeBaseIsFreed(void (*release)());

@@ -11,9 +11,13 @@ namespace Tarvo {
 namespace {
 
 /// Names are interned in the scheduler's cache, so everything is checked before the first one.
-std::shared_ptr<TaskScheduler> checked(std::shared_ptr<TaskScheduler> scheduler) {
+std::shared_ptr<TaskScheduler> checked(std::shared_ptr<TaskScheduler> scheduler,
+                                       TaskPriority priority, const String& name) {
   TARVO_ASSERT(scheduler != nullptr, "Need a TaskScheduler");
   scheduler->sanityCheckCurrentRunningThread();
+  if (priority >= TaskPriority::oneBeyondLast) {
+    TARVO_ABORT("Task: {} has priority {}, which is none", name, unsigned{priority});
+  }
   return scheduler;
 }
 
@@ -21,7 +25,7 @@ std::shared_ptr<TaskScheduler> checked(std::shared_ptr<TaskScheduler> scheduler)
 
 _TaskBase::_TaskBase(std::shared_ptr<TaskScheduler> scheduler, TaskPriority priority,
                      const String& name)
-    : taskScheduler_(checked(std::move(scheduler))),
+    : taskScheduler_(checked(std::move(scheduler), priority, name)),
       taskName_(taskScheduler_->constStringCache(), name),
       taskStatsName_(taskName_),
       taskLabel_(taskScheduler_->constStringCache(), priority.oneCharString() + " " + name) {}

@@ -31,8 +31,8 @@ void TaskImpl::handleInitialized() { taskScheduler()->taskRegister(this); }
 
 void TaskImpl::handleDestroy() {
   TaskImpl::unscheduleTask();
-  if (taskMagicNumber_ == taskMagicNumberDestroyed) return;
   taskTestYieldRatioEffectiveIs(0);
+  if (taskMagicNumber_ == taskMagicNumberDestroyed) return;
   taskScheduler()->taskUnregister(this);
   taskMagicNumber_ = taskMagicNumberDestroyed;
 }
@@ -49,6 +49,8 @@ void TaskImpl::scheduleTask() {
   TaskScheduler& scheduler = *taskScheduler();
   scheduler.sanityCheckCurrentRunningThread();
   if (taskOnRunQueue()) return;
+  TARVO_ASSERT(taskMagicNumber_ == taskMagicNumberConstructed, "{} is scheduled after its end",
+               *this);
   const auto now = TaskClock::now();
   if (taskSuspended()) {
     recordEvent(now, TaskSchedulerEventType::scheduleSus);
@@ -58,7 +60,12 @@ void TaskImpl::scheduleTask() {
   recordEvent(now, TaskSchedulerEventType::schedule);
   taskScheduledTime_ = now;
   scheduler.runQueues_.queue(taskPriority_).enqueue(*this);
-  scheduler.schedulerHasRunnableTasksIs(true, now);
+  try {
+    scheduler.schedulerHasRunnableTasksIs(true, now);
+  } catch (...) {
+    unscheduleTaskPrivate(now);  // nobody would come for it
+    throw;
+  }
   taskBusyIs(taskScheduled(), now);
 }
 
@@ -120,13 +127,18 @@ TaskClock::time_point TaskImpl::taskDoRun(TaskClock::time_point now) {
   try {
     taskExecute();
   } catch (...) {
-    closeRun();
+    try {
+      closeRun();
+    } catch (...) {  // the body's own exception says more
+      TARVO_TRACE(taskSchedulerTrace, 1, "{} handleTaskBusy() threw after the body had", *this);
+    }
     throw;
   }
-  taskCurrentlyRunning_ = false;
-  TARVO_ASSERT(taskMagicNumber_ == taskMagicNumberConstructed,
-               "Task: {} taskMagicNumber: {} taskMagicNumberConstructed: {}", *this,
+  if (taskMagicNumber_ != taskMagicNumberConstructed) [[unlikely]] {
+    closeRun();
+    TARVO_FAIL("Task: {} taskMagicNumber: {} taskMagicNumberConstructed: {}", *this,
                taskMagicNumber_, taskMagicNumberConstructed);
+  }
   return closeRun();
 }
 
@@ -156,6 +168,7 @@ void TaskImpl::countViolation(TaskTimeDuration used) {
 }
 
 bool TaskImpl::taskShouldYield() const {
+  taskScheduler()->sanityCheckCurrentRunningThread();
   TARVO_ASSERT(taskCurrentlyRunning_ || taskRunCount_ == 0,
                "taskCurrentlyRunning: {} taskRunCount: {}", taskCurrentlyRunning_, taskRunCount_);
   switch (taskShouldYieldMode_) {
@@ -166,7 +179,8 @@ bool TaskImpl::taskShouldYield() const {
     case TaskShouldYieldMode::virtualTime:
       return time() - taskScheduler()->virtualRunStart() >= static_cast<Time>(taskQuantum_) / 1e9;
     case TaskShouldYieldMode::testRatio:
-      return ++taskTestYieldCounter_ % taskTestYieldRatioEffective_ == 0;
+      return taskTestYieldRatioEffective_ != 0 &&
+             ++taskTestYieldCounter_ % taskTestYieldRatioEffective_ == 0;
   }
   TARVO_FAIL("Unexpected value {}", static_cast<unsigned>(taskShouldYieldMode_));
 }
@@ -205,12 +219,14 @@ void TaskImpl::taskTestYieldRatioIs(unsigned char ratio) {
 void TaskImpl::taskTestYieldRatioEffectiveIs(unsigned char ratio) {
   taskScheduler()->sanityCheckCurrentRunningThread();
   if (ratio == taskTestYieldRatioEffective_) return;
-  const bool wasOn = std::exchange(taskTestYieldRatioEffective_, ratio) != 0;
-  taskTestYieldCounter_ = 0;
+  const bool wasOn = taskTestYieldRatioEffective_ != 0;
   if (wasOn != (ratio != 0)) taskScheduler()->taskForceYieldInTestNotify(this, ratio != 0);
+  taskTestYieldRatioEffective_ = ratio;
+  taskTestYieldCounter_ = 0;
 }
 
 void TaskImpl::taskQuantumIs(TaskTimeDuration quantum) {
+  taskScheduler()->sanityCheckCurrentRunningThread();
   TARVO_ASSERT(quantum <= 1'000'000'000, "Quantum: {}", quantum);
   taskQuantumNoCheckIs(quantum);
 }
@@ -224,6 +240,7 @@ void TaskImpl::taskQuantumNoCheckIs(TaskTimeDuration quantum) {
 }
 
 TaskTimeDuration TaskImpl::taskCurrentRunTime() const {
+  taskScheduler()->sanityCheckCurrentRunningThread();
   TARVO_ASSERT(taskCurrentlyRunning_, "Task: {} not currently running", *this);
   if (taskShouldYieldMode_ == TaskShouldYieldMode::virtualTime) {
     return time2Duration(time() - taskScheduler()->virtualRunStart());
@@ -286,6 +303,7 @@ void TaskImpl::resetStats() {
 
 void TaskImpl::taskRunFromTest() {
   taskScheduler()->sanityCheckCurrentRunningThread();
+  TARVO_ASSERT(!taskCurrentlyRunning_, "{} is running already", *this);
   const auto self = weak_from_this().lock();
   const auto now = TaskClock::now();
   if (taskOnRunQueue()) {
@@ -296,6 +314,7 @@ void TaskImpl::taskRunFromTest() {
 }
 
 void TaskImpl::taskRunAndRecordFromTest() {
+  taskScheduler()->sanityCheckCurrentRunningThread();
   taskScheduler()->checkSchedulerLatency(TaskClock::now());
   taskRunFromTest();
 }

@@ -90,6 +90,7 @@ std::uint64_t TaskRunQueues::runnableCount() const {
 }
 
 void TaskRunQueues::movePersistentToTemporary() {
+  for (const TaskRunQueue& queue : queues_) queue.checkTemporaryIsEmpty();  // all or none
   for (TaskRunQueue& queue : queues_) queue.movePersistentToTemporary();
 }
 

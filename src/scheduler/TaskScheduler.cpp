@@ -4,6 +4,7 @@
 #include <ostream>
 #include <utility>
 
+#include "platform/LibeventBase.h"
 #include "scheduler/SchedulerTrace.h"
 #include "scheduler/TaskNameIndex.h"
 
@@ -39,6 +40,7 @@ void TaskScheduler::taskRegister(TaskImpl* task) {
     TARVO_ABORT("Task: {} has priority {}, which is none", *task, unsigned{task->taskPriority()});
   }
   TARVO_TRACE(taskSchedulerTrace, 3, "{} Register {}", *this, *task);
+  if (task->taskScheduler().get() != this) TARVO_ABORT("Task: {} has another scheduler", *task);
   if (task->taskRegisteredLink_.isLinked()) TARVO_ABORT("Task: {} already registered", *task);
   nameIndex_->add(*task);
   task->recordEvent(TaskClock::now(), TaskSchedulerEventType::create);
@@ -72,7 +74,12 @@ void TaskScheduler::updateCompletedTaskStats(const TaskStat& finished) {
 
 void TaskScheduler::requestNextRun(TaskClock::time_point now) {
   lastRunRequestTime_ = now;
-  requestSchedulerRun();
+  try {
+    requestSchedulerRun();
+  } catch (...) {
+    hasRunnableTasks_ = false;  // so that the next task asks again
+    throw;
+  }
 }
 
 void TaskScheduler::schedulerHasRunnableTasksIs(bool runnable, TaskClock::time_point now) {
@@ -85,12 +92,7 @@ void TaskScheduler::schedulerHasRunnableTasksIs(bool runnable, TaskClock::time_p
   }
   TARVO_TRACE(taskSchedulerTrace, 8, "{} Scheduler has runnable tasks, request run", *this);
   recordEvent(now, TaskSchedulerEventType::schedulerRunnable);
-  try {
-    requestNextRun(now);
-  } catch (...) {
-    hasRunnableTasks_ = false;  // so that the next task asks again
-    throw;
-  }
+  requestNextRun(now);
 }
 
 void TaskScheduler::checkSchedulerLatency(TaskClock::time_point now) {
@@ -105,6 +107,7 @@ TaskImpl* TaskScheduler::pickOneTask(TaskClock::time_point now, unsigned from) {
 }
 
 void TaskScheduler::handleSchedulerRun() {
+  sanityCheckCurrentRunningThread();
   TARVO_ASSERT(currentlyRunning_.task == nullptr, "{} is in the middle of running {}", *this,
                *currentlyRunning_.task);
   const auto now = TaskClock::now();
@@ -129,11 +132,13 @@ void TaskScheduler::handleSchedulerRun() {
     TARVO_TRACE(taskSchedulerTrace, 8, "{} Scheduler completed task, request run", *this);
     requestNextRun(end);
   } catch (...) {
-    done = std::move(currentlyRunning_.task);
+    // The exception passes through this scheduler on its way to the loop.
+    Impl::keepUntilLoopReturns(std::exchange(currentlyRunning_, {}).task);
     requestNextRun(TaskClock::now());  // the others, or the one that finds that there are none
     throw;
   }
   done = std::move(currentlyRunning_.task);
+  currentlyRunning_.key = TaskKey();
 }
 
 unsigned int TaskScheduler::tasksPerPriority(TaskPriority priority) const {

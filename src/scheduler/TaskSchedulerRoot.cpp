@@ -1,5 +1,6 @@
 #include "Tarvo/TaskSchedulerRoot.h"
 
+#include <cxxabi.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -93,7 +94,13 @@ void TaskSchedulerRoot::suspendedIs(bool suspended) {
   const auto now = TaskClock::now();
   recordEvent(now, suspended ? TaskSchedulerEventType::schedulerSuspended
                              : TaskSchedulerEventType::schedulerUnsuspended);
-  if (!suspended) requestNextRun(now);
+  if (suspended) return;
+  try {
+    requestNextRun(now);
+  } catch (...) {
+    suspended_ = true;  // so that it can be tried again
+    throw;
+  }
 }
 
 void TaskSchedulerRoot::virtualTimeIs(bool virtualTime) {
@@ -160,14 +167,10 @@ void TaskSchedulerRoot::historyRenderTextForDebugStdErr() const { history().rend
 namespace {
 
 // A plain pointer, so that the root can also be asked for while the thread's other objects are
-// destroyed; the object at its side lets go of the root when the thread ends.
+// destroyed. At the thread's end it is released, as often as it was made.
 thread_local std::shared_ptr<TaskSchedulerRoot>* threadRoot = nullptr;
 
 void releaseThreadRoot() { delete std::exchange(threadRoot, nullptr); }
-
-struct ThreadRootRelease {
-  ~ThreadRootRelease() { releaseThreadRoot(); }
-};
 
 }  // namespace
 
@@ -177,9 +180,10 @@ std::shared_ptr<TaskSchedulerRoot> schedulerRootTarvoNonShared(const String& nam
 
 std::shared_ptr<TaskSchedulerRoot> schedulerRootTarvo() {
   if (threadRoot == nullptr) {
-    thread_local const ThreadRootRelease atThreadEnd;
     threadRoot = new std::shared_ptr(schedulerRootTarvoNonShared(
         isMainThread() ? String("main") : fmt::format("thread:{}", pthread_self())));
+    static char inThisLibrary = 0;
+    abi::__cxa_thread_atexit([](void*) { releaseThreadRoot(); }, nullptr, &inThisLibrary);
     Impl::beforeBaseIsFreed(releaseThreadRoot);
   }
   return *threadRoot;

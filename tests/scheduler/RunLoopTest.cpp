@@ -102,6 +102,20 @@ TEST_F(RunLoop, BodiesMayDestroyAndRearrangeEverything) {
   EXPECT_THAT(log, ElementsAre("self", "last", "suspended", "last"));
 }
 
+TEST_F(RunLoop, AThrowingTaskMayTakeItsSchedulerAlong) {
+  auto own = Tarvo::schedulerRootTarvoNonShared("own");
+  const std::weak_ptr<Tarvo::TaskSchedulerRoot> gone = own;
+  testsupport::TestTaskPtr task =
+      std::make_shared<TestTask>(own, TaskPriority::low, "t", log, [&](TestTask&) {
+        task.reset();
+        throw std::runtime_error("bad");
+      });
+  own.reset();
+  task->scheduleTask();
+  EXPECT_THROW(runLoop(), std::runtime_error);
+  EXPECT_TRUE(gone.expired());
+}
+
 TEST_F(RunLoop, ARunThatWasRequestedBeforeSuspensionIsIgnored) {
   const auto task = make("t");
   task->scheduleTask();
@@ -181,8 +195,8 @@ TEST_F(RunLoop, MisuseEndsTheProcessEvenWhenAssertionsThrow) {
                 root->unregisterScheduler(root.get());
               }),
               HasSubstr("`delete failed for root'"));
-  EXPECT_THAT(lastWords([&] { make("bad", TaskPriority::oneBeyondLast); }),
-              HasSubstr("Task: - bad has priority 5"));
+  EXPECT_THAT(lastWords([&] { make("bad", TaskPriority(9)); }),
+              HasSubstr("Task: bad has priority 9"));
   EXPECT_THAT(
       lastWords([&] { std::thread([&] { task->scheduleTask(); }).join(); }),
       testing::ContainsRegex("Executing in wrong thread [0-9]+\\(.*\\) pid [0-9]+ scheduler "

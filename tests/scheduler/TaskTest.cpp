@@ -183,7 +183,6 @@ TEST_F(TaskTest, NeedsASchedulerThatIsShared) {
                 TestTask(std::shared_ptr<Tarvo::TaskScheduler>(), TaskPriority::low, "t", log, {});
               }),
               HasSubstr("Need a TaskScheduler"));
-  EXPECT_THAT(failureOf([&] { make("t", TaskPriority(9)); }), HasSubstr("unexpected priority 9"));
   struct Plain : Tarvo::Task {
     using Task::Task;
     void taskExecute() override {}
@@ -202,6 +201,9 @@ TEST_F(TaskTest, ADestroyedTaskIsRecognised) {
                                                        "taskMagicNumberConstructed: 1119771390"));
   runLoop();
   EXPECT_EQ(root->totalRegisteredTaskCount(), 0U);
+  EXPECT_THAT(failureOf([&] { task->scheduleTask(); }),
+              HasSubstr("N t is scheduled after its end"));
+  task->taskTestYieldRatioIs(2);
 }
 
 TEST_F(TaskTest, SchedulingAndRunningAllocateNothing) {
