@@ -155,7 +155,12 @@ TEST_F(RunLoop, ThreadsHaveRootsOfTheirOwn) {
     EXPECT_EQ(mine->schedulerName(), "main");
   }
   std::weak_ptr<Tarvo::TaskSchedulerRoot> ended;
+  struct FreesBase {
+    ~FreesBase() { Tarvo::leFree(); }
+  };
   std::thread([&] {
+    thread_local const FreesBase afterTheRoot;
+    static_cast<void>(afterTheRoot);
     const auto its = Tarvo::schedulerRootTarvo();
     ended = its;
     EXPECT_EQ(its->schedulerName(), fmt::format("thread:{}", pthread_self()));

@@ -1,4 +1,3 @@
-#include <fmt/ostream.h>
 #include <gmock/gmock.h>
 
 #include <cmath>
@@ -16,14 +15,6 @@ using Tarvo::TaskPriority;
 using Tarvo::TaskStat;
 using testing::HasSubstr;
 using testsupport::failureOf;
-
-TEST(TaskPriority, HasNamesAndLettersUpToTheEndMark) {
-  EXPECT_EQ(TaskPriority(TaskPriority::oneBeyondLast).oneCharString(), "-");
-  EXPECT_EQ(fmt::format("{}", fmt::streamed(TaskPriority::scavenge)), "scavenge");
-  EXPECT_THAT(failureOf([] { TaskPriority(6).toStrep(); }),
-              HasSubstr("unexpected priority value 6"));
-  EXPECT_THAT(failureOf([] { TaskPriority(255).oneChar(); }), HasSubstr("unexpected priority 255"));
-}
 
 TEST(TaskStat, StatusStringTellsTheMostImportantThing) {
   TaskStat stat({}, TaskKey(7), TaskPriority::normal, 0, 0);
@@ -75,18 +66,6 @@ TEST(TaskStat, MergingAddsCountsRaisesMarksAndTakesOverTheMoment) {
 
   TaskStat other({names, "accept"}, TaskKey(3), TaskPriority::low, 0, 0);
   EXPECT_THAT(failureOf([&] { sum += other; }), HasSubstr("poll != accept"));
-}
-
-TEST(TaskSchedulerQueueStats, AddsEntryByEntry) {
-  using Entry = Tarvo::TaskSchedulerPriorityStats;
-  Tarvo::TaskSchedulerQueueStats sum{{TaskPriority::low, Entry(TaskPriority::low, 1, 2, 3, 4)}};
-  sum += {{TaskPriority::low, Entry(TaskPriority::low, 10, 20, 30, 40)},
-          {TaskPriority::high, Entry(TaskPriority::high, 5, 6, 7, 8)}};
-  EXPECT_EQ(sum.size(), 2U);
-  EXPECT_EQ(sum.at(TaskPriority::low).notRunnable(), 22U);
-  EXPECT_EQ(sum.at(TaskPriority::high).runCount(), 8U);
-  Entry low(TaskPriority::low);
-  EXPECT_THAT(failureOf([&] { low += Entry(TaskPriority::high); }), HasSubstr("low != high"));
 }
 
 TEST(Time2Duration, TruncatesSaturatesAndRefusesTheNegative) {

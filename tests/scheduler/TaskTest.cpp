@@ -48,18 +48,6 @@ TEST_F(TaskTest, LeavesATrailFromCreationToDeletion) {
                                     "unschedule t", "idle t", "schedulerIdle root", "delete t"));
 }
 
-TEST_F(TaskTest, ARunIsFramedByItsEvents) {
-  const auto task = make("t", TaskPriority::low, [](TestTask& self) {
-    self.body = nullptr;
-    self.scheduleTask();
-  });
-  task->scheduleTask();
-  runLoop();
-  EXPECT_THAT(events(), ElementsAre("create t", "schedule t", "schedulerRunnable root", "busy t",
-                                    "run start t", "schedule t", "run end t", "run start t",
-                                    "run end t", "idle t", "schedulerIdle root"));
-}
-
 TEST_F(TaskTest, TestRatioCountsOverRunsAndWrapsAt256) {
   RunLog answers;
   const auto task = make("t", TaskPriority::normal, [&](TestTask& self) {
