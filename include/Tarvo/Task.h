@@ -171,6 +171,9 @@ class TARVO_EXPORT TaskImpl : public _TaskBase {
   /// is still whole; calling it again is harmless.
   void handleDestroy();
 
+  /// As taskShouldYield(), for a caller that has just read the clock.
+  bool taskShouldYieldAt(TaskClock::time_point now) const;
+
   /// The parts of scheduling that kinds of tasks share.
   void unscheduleTaskPrivate(TaskClock::time_point now);
   void taskBusyIs(bool busy, TaskClock::time_point now);

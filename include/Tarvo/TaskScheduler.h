@@ -54,10 +54,13 @@
 /// its event base with leFree(), or until the last task is gone, whichever is later; so tasks, and
 /// roots of one's own, are destroyed before leFree().
 
+#include "Tarvo/FileDescriptorTask.h"    // IWYU pragma: export
 #include "Tarvo/Platform.h"              // IWYU pragma: export
 #include "Tarvo/Task.h"                  // IWYU pragma: export
+#include "Tarvo/TaskGroup.h"             // IWYU pragma: export
 #include "Tarvo/TaskSchedulerCore.h"     // IWYU pragma: export
 #include "Tarvo/TaskSchedulerHistory.h"  // IWYU pragma: export
 #include "Tarvo/TaskSchedulerRoot.h"     // IWYU pragma: export
+#include "Tarvo/TimerTask.h"             // IWYU pragma: export
 
 #endif

@@ -111,6 +111,10 @@ class TARVO_EXPORT TaskScheduler : public std::enable_shared_from_this<TaskSched
   std::uint64_t runnableTaskCount() const { return runQueues_.runnableCount(); }
   TaskSchedulerQueueStats queueStats() const;
 
+  /// Sets the figures of all tasks, and the scheduler's own, back to the start and forgets the
+  /// completed tasks.
+  void resetStats();
+
   /// Merges the figures of a finished task into the record of its name.
   void updateCompletedTaskStats(const TaskStat& finished);
 
@@ -128,8 +132,13 @@ class TARVO_EXPORT TaskScheduler : public std::enable_shared_from_this<TaskSched
   /// A root is its own root.
   TaskScheduler(const String& name, TaskSchedulerRoot* root,
                 std::shared_ptr<TaskSchedulerHistory> history);
+  /// A scheduler under the root of another, whose default quantum it takes over.
+  TaskScheduler(const String& name, const TaskScheduler& parent);
 
-  const std::shared_ptr<TaskSchedulerHistory>& sharedHistory() const { return history_; }
+  /// The run step at `now`; returns when it ended.
+  TaskClock::time_point runStep(TaskClock::time_point now);
+  /// Whether a run step would find a task.
+  bool hasTaskToRun() const { return runQueues_.anyInCurrentLists(); }
   /// Requests a run and notes when.
   void requestNextRun(TaskClock::time_point now);
   void recordEvent(TaskClock::time_point now, TaskSchedulerEventType type) const {

@@ -4,8 +4,11 @@
 #include <event2/event.h>
 #include <event2/event_struct.h>
 
+#include <cstdint>
+
 #include "Tarvo/Export.h"
 #include "Tarvo/Platform.h"
+#include "platform/FdSharers.h"
 #include "platform/Notification.h"
 
 namespace Tarvo {
@@ -58,7 +61,11 @@ class TARVO_EXPORT LibeventCallbackControl : public Platform::CallbackControl,
 /// comes back with the next setWrites(true).
 class TARVO_EXPORT LibeventFdControl : public Platform::FdControl {
  public:
-  explicit LibeventFdControl(Platform::FdEventHandler* handler);
+  /// Whether readability is reported in every turn of the loop, or once until it was served.
+  enum class Reports : std::uint8_t { everyTurn, onceUntilServed };
+
+  explicit LibeventFdControl(Platform::FdEventHandler* handler,
+                             Reports reports = Reports::everyTurn);
   LibeventFdControl(const LibeventFdControl&) = delete;
   LibeventFdControl& operator=(const LibeventFdControl&) = delete;
   ~LibeventFdControl() override;
@@ -70,14 +77,22 @@ class TARVO_EXPORT LibeventFdControl : public Platform::FdControl {
   int getFd() const override;
   void clearEvents() override;
 
+  /// See DeferredFdControl.h.
+  void readServed() noexcept;
+  bool namesOtherFile() const;
+
  private:
+  friend class FdSharers;
   using Notify = void (Platform::FdEventHandler::*)(int fd);
 
   static void handleFdRead(evutil_socket_t fd, short what, void* arg);
   static void handleFdWrite(evutil_socket_t fd, short what, void* arg);
   void notify(Notify notification);
+  void watchReads();
+  void watchWrites();
   void watch(event& ev, short flags, event_callback_fn callback);
   void unwatch(event& ev);
+  void reportIfReady(event& ev, short what);
 
   Platform::FdEventHandler* handler_;
   int fd_ = -1;
@@ -86,6 +101,10 @@ class TARVO_EXPORT LibeventFdControl : public Platform::FdControl {
   event readEvent_;
   event writeEvent_;
   Impl::Lifeline lifeline_;
+  Reports reports_;
+  bool edge_ = false;  // watched by edges, which the kernel reports once
+  Impl::FileIdentity file_;
+  LibeventFdControl* nextSharer_ = nullptr;  // of the same descriptor
 };
 
 /// Breaks the thread's loop after a delay, unless it is destroyed first.

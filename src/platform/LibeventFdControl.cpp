@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <poll.h>
 
 #include <cerrno>
 #include <cstring>
@@ -7,6 +8,7 @@
 
 #include "Tarvo/Allocator.h"
 #include "Tarvo/LibeventFactory.h"
+#include "platform/DeferredFdControl.h"
 #include "platform/LibeventBase.h"
 #include "platform/LibeventControls.h"
 
@@ -21,7 +23,8 @@ void assignUnbound(event& ev, event_base* base) {
 
 }  // namespace
 
-LibeventFdControl::LibeventFdControl(Platform::FdEventHandler* handler) : handler_(handler) {
+LibeventFdControl::LibeventFdControl(Platform::FdEventHandler* handler, Reports reports)
+    : handler_(handler), reports_(reports) {
   event_base* base = leInit();
   assignUnbound(readEvent_, base);
   assignUnbound(writeEvent_, base);
@@ -30,23 +33,23 @@ LibeventFdControl::LibeventFdControl(Platform::FdEventHandler* handler) : handle
 LibeventFdControl::~LibeventFdControl() { LibeventFdControl::delFd(); }
 
 void LibeventFdControl::setFd(int fd) {
-  fd_ = fd;
   const int flags = fcntl(fd, F_GETFL);
   TARVO_CHECK(flags >= 0);
   const int result = fcntl(fd, F_SETFL, flags | O_NONBLOCK);
   TARVO_CHECK(result == 0);
   // Whatever happens below, nothing of the old descriptor may come under the new one's number.
-  Impl::deleteEvent(readEvent_);
-  Impl::deleteEvent(writeEvent_);
-  if (reads_) watch(readEvent_, EV_READ | EV_PERSIST, handleFdRead);
-  if (writes_) watch(writeEvent_, EV_WRITE, handleFdWrite);
+  LibeventFdControl::delFd();
+  fd_ = fd;
+  FdSharers::join(*this);
+  if (reads_) watchReads();
+  if (writes_) watchWrites();
 }
 
 void LibeventFdControl::setReads(bool on) {
   reads_ = on;
   if (fd_ < 0) return;
   if (on) {
-    watch(readEvent_, EV_READ | EV_PERSIST, handleFdRead);
+    watchReads();
   } else {
     unwatch(readEvent_);
   }
@@ -56,10 +59,49 @@ void LibeventFdControl::setWrites(bool on) {
   writes_ = on;
   if (fd_ < 0) return;
   if (on) {
-    watch(writeEvent_, EV_WRITE, handleFdWrite);
+    watchWrites();
   } else {
     unwatch(writeEvent_);
   }
+}
+
+void LibeventFdControl::watchReads() {
+  if (reports_ == Reports::everyTurn) {
+    watch(readEvent_, EV_READ | EV_PERSIST, handleFdRead);
+  } else if (!edge_) {
+    watch(readEvent_, EV_READ, handleFdRead);  // readServed() brings it back
+  } else {
+    watch(readEvent_, EV_READ | EV_PERSIST | EV_ET, handleFdRead);
+    // For another one's sake the kernel has perhaps reported this edge already.
+    if (!FdSharers::alone(*this)) reportIfReady(readEvent_, EV_READ);
+  }
+}
+
+void LibeventFdControl::watchWrites() {
+  if (!edge_) return watch(writeEvent_, EV_WRITE, handleFdWrite);
+  watch(writeEvent_, EV_WRITE | EV_ET, handleFdWrite);
+  if (!FdSharers::alone(*this)) reportIfReady(writeEvent_, EV_WRITE);
+}
+
+void LibeventFdControl::reportIfReady(event& ev, short what) {
+  pollfd state{fd_, static_cast<short>(what == EV_READ ? POLLIN : POLLOUT), 0};
+  if (poll(&state, 1, 0) == 1 && (state.revents & POLLNVAL) == 0) event_active(&ev, what, 1);
+}
+
+void LibeventFdControl::readServed() noexcept {
+  const bool watched = fd_ >= 0 && readEvent_.ev_fd == fd_;
+  if (!watched || reports_ == Reports::everyTurn) return;
+  if (edge_) return reportIfReady(readEvent_, EV_READ);
+  try {
+    if (event_pending(&readEvent_, EV_READ, nullptr) == 0) watchReads();
+  } catch (const std::exception& failure) {
+    TARVO_TRACE(Impl::libeventTrace, 1, "{}", failure.what());
+  }
+}
+
+bool LibeventFdControl::namesOtherFile() const {
+  const Impl::FileIdentity now = Impl::FileIdentity::of(fd_);
+  return !(now == Impl::FileIdentity() || now == file_);
 }
 
 void LibeventFdControl::watch(event& ev, short flags, event_callback_fn callback) {
@@ -87,6 +129,7 @@ void LibeventFdControl::clearEvents() {
 
 void LibeventFdControl::delFd() {
   clearEvents();
+  FdSharers::leave(*this);
   fd_ = -1;
 }
 
@@ -113,12 +156,27 @@ void LibeventFdControl::notify(Notify notification) {
     throw;
   } catch (...) {
     // A control that the notification destroyed has no descriptor any more.
-    if (!handler->handleFdException(watch.alive() ? getFd() : -1)) throw;
+    if (handler->handleFdException(watch.alive() ? getFd() : -1)) return;
+    if (watch.alive()) readServed();  // it was not, so there must be another report
+    throw;
   }
 }
 
 std::shared_ptr<Platform::FdControl> getLeFdControl(Platform::FdEventHandler* handler) {
   return std::allocate_shared<LibeventFdControl>(Allocator<LibeventFdControl>(), handler);
+}
+
+std::shared_ptr<Platform::FdControl> Impl::getDeferredFdControl(Platform::FdEventHandler* handler) {
+  return std::allocate_shared<LibeventFdControl>(Allocator<LibeventFdControl>(), handler,
+                                                 LibeventFdControl::Reports::onceUntilServed);
+}
+
+void Impl::readServed(Platform::FdControl& control) noexcept {
+  static_cast<LibeventFdControl&>(control).readServed();
+}
+
+bool Impl::namesOtherFile(const Platform::FdControl& control) {
+  return static_cast<const LibeventFdControl&>(control).namesOtherFile();
 }
 
 }  // namespace Tarvo

@@ -168,14 +168,17 @@ void TaskImpl::countViolation(TaskTimeDuration used) {
 }
 
 bool TaskImpl::taskShouldYield() const {
+  const bool readsClock = taskShouldYieldMode_ == TaskShouldYieldMode::steadyClock;
+  return taskShouldYieldAt(readsClock ? TaskClock::now() : TaskClock::time_point());
+}
+
+bool TaskImpl::taskShouldYieldAt(TaskClock::time_point now) const {
   taskScheduler()->sanityCheckCurrentRunningThread();
   TARVO_ASSERT(taskCurrentlyRunning_ || taskRunCount_ == 0,
                "taskCurrentlyRunning: {} taskRunCount: {}", taskCurrentlyRunning_, taskRunCount_);
   switch (taskShouldYieldMode_) {
-    case TaskShouldYieldMode::steadyClock: {
-      const auto now = TaskClock::now();
+    case TaskShouldYieldMode::steadyClock:
       return now < taskRunStartTime_ || nanoseconds(now - taskRunStartTime_) >= taskQuantum_;
-    }
     case TaskShouldYieldMode::virtualTime:
       return time() - taskScheduler()->virtualRunStart() >= static_cast<Time>(taskQuantum_) / 1e9;
     case TaskShouldYieldMode::testRatio:

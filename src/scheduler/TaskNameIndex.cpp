@@ -20,6 +20,11 @@ bool TaskNameIndex::addCompleted(const TaskStat& finished) {
   return true;
 }
 
+void TaskNameIndex::clearCompleted() {
+  for (auto& [name, entry] : byName_) entry.completed.reset();
+  std::erase_if(byName_, [](const auto& entry) { return entry.second.tasks.empty(); });
+}
+
 const TaskNameIndex::Entry* TaskNameIndex::find(const ConstStringRef& name) const {
   const auto entry = byName_.find(name);
   return entry == byName_.end() ? nullptr : &entry->second;

@@ -19,6 +19,7 @@ class TaskNameIndex {
   void remove(TaskImpl& task);
   /// Merges the figures of a finished task; true when they are the first of their name.
   bool addCompleted(const TaskStat& finished);
+  void clearCompleted();
 
   /// Null without one; any one when there are several.
   TaskImpl* task(const ConstStringRef& name) const;

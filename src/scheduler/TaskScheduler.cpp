@@ -28,6 +28,11 @@ TaskScheduler::TaskScheduler(const String& name, TaskSchedulerRoot* root,
   }
 }
 
+TaskScheduler::TaskScheduler(const String& name, const TaskScheduler& parent)
+    : TaskScheduler(name, parent.root_, parent.history_) {
+  defaultTaskQuantum_ = parent.defaultTaskQuantum_;
+}
+
 TaskScheduler::~TaskScheduler() {
   nameIndex_.reset();  // its names live in the history's cache
 }
@@ -72,6 +77,25 @@ void TaskScheduler::updateCompletedTaskStats(const TaskStat& finished) {
   if (nameIndex_->addCompleted(finished)) completedTasksPerPriorityInc(finished.taskPriority());
 }
 
+void TaskScheduler::resetStats() {
+  sanityCheckCurrentRunningThread();
+  nameIndex_->clearCompleted();
+  for (auto& [priority, count] : completedTasksPerPriority_) count = 0;
+  lastSchedulerLatency_ = 0;
+  maxSchedulerSlip_ = 0;
+  // A task's hook may destroy it and others.
+  BookmarkListLinkNode place(BookmarkListLinkNode::bookmark);
+  registeredTasks_.insertBefore(place, registeredTasks_.begin());
+  while (true) {
+    const RegisteredTasks::Iterator next(registeredTasks_, place);
+    if (next == registeredTasks_.end()) return;
+    TaskImpl& task = *next;
+    place.unlink();
+    registeredTasks_.insertBefore(place, std::next(next));
+    task.resetStats();
+  }
+}
+
 void TaskScheduler::requestNextRun(TaskClock::time_point now) {
   lastRunRequestTime_ = now;
   try {
@@ -108,27 +132,31 @@ TaskImpl* TaskScheduler::pickOneTask(TaskClock::time_point now, unsigned from) {
 
 void TaskScheduler::handleSchedulerRun() {
   sanityCheckCurrentRunningThread();
+  runStep(TaskClock::now());
+}
+
+TaskClock::time_point TaskScheduler::runStep(TaskClock::time_point now) {
   TARVO_ASSERT(currentlyRunning_.task == nullptr, "{} is in the middle of running {}", *this,
                *currentlyRunning_.task);
-  const auto now = TaskClock::now();
   checkSchedulerLatency(now);
   if (root_->suspended()) {
     TARVO_TRACE(taskSchedulerTrace, 8, "{} Suspended", *this);
     recordEvent(now, TaskSchedulerEventType::schedulerRunIgnoredWhileSuspended);
-    return;
+    return now;
   }
   TaskImpl* task = pickOneTask(now);
   if (task == nullptr) {
     schedulerHasRunnableTasksIs(false, now);
-    return;
+    return now;
   }
   // With the last reference to the task goes perhaps the last one to this scheduler: nothing may
   // come after.
   std::shared_ptr<_TaskBase> done;
+  TaskClock::time_point end;
   try {
     currentlyRunning_.task = task->shared_from_this();
     currentlyRunning_.key = task->taskKey();
-    const auto end = task->taskDoRun(now);
+    end = task->taskDoRun(now);
     TARVO_TRACE(taskSchedulerTrace, 8, "{} Scheduler completed task, request run", *this);
     requestNextRun(end);
   } catch (...) {
@@ -139,6 +167,7 @@ void TaskScheduler::handleSchedulerRun() {
   }
   done = std::move(currentlyRunning_.task);
   currentlyRunning_.key = TaskKey();
+  return end;
 }
 
 unsigned int TaskScheduler::tasksPerPriority(TaskPriority priority) const {

@@ -1,0 +1,145 @@
+#ifndef TARVO_TIMERTASK_H
+#define TARVO_TIMERTASK_H
+
+/// A task that becomes runnable after a delay.
+///
+/// States, beside those of every task: idle; pending (its timer stands on the root's timer wheel);
+/// runnable (on its run queue, the timer stopped).
+/// 1. scheduleTaskDelay() makes the task pending, whatever it was before.
+/// 2. When the delay is over the task becomes runnable and runs at its turn, like any other.
+/// 3. scheduleTask(), and a delay of zero, make it runnable at once.
+/// 4. stopTimerTask(), and a delay that never ends, make it idle.
+///
+/// Delays are a double in seconds, an integer in nanoseconds or a std::chrono duration. A delay
+/// never ends when it is infinity or taskTimeNever; a negative one is over at once; NaN fails an
+/// assertion. Delays pass on the library clock, so in virtual time they take no time at all.
+///
+///     struct Sweep : Tarvo::TimerTask {
+///       using TimerTask::TimerTask;
+///       void taskExecute() override {
+///         dropWhatIsTooOld();
+///         scheduleTaskJitterUp(10.0, 20);  // again in 10 to 12 seconds
+///       }
+///     };
+
+#include <chrono>
+#include <concepts>
+#include <memory>
+#include <utility>
+
+#include "Tarvo/Export.h"
+#include "Tarvo/Task.h"
+#include "Tarvo/TaskTime.h"
+#include "Tarvo/TimerWheel.h"
+
+namespace Tarvo {
+
+namespace Impl {
+
+/// Delays of other types than the two that are passed on: nanoseconds of integers and of durations
+/// that count in integers, seconds of other durations.
+template <std::integral Number>
+requires(!std::same_as<Number, bool>) TaskTimeDuration taskDelay(Number delay) {
+  return std::in_range<TaskTimeDuration>(delay) ? static_cast<TaskTimeDuration>(delay)
+                                                : taskTimeNever;
+}
+template <std::integral Count, typename Period>
+TaskTimeDuration taskDelay(std::chrono::duration<Count, Period> delay) {
+  return std::chrono::nanoseconds(delay).count();
+}
+template <std::floating_point Count, typename Period>
+double taskDelay(std::chrono::duration<Count, Period> delay) {
+  return std::chrono::duration<double>(delay).count();
+}
+
+template <typename Delay>
+concept OtherTaskDelay = !std::same_as<Delay, TaskTimeDuration> && requires(Delay delay) {
+  taskDelay(delay);
+};
+
+}  // namespace Impl
+
+class TARVO_EXPORT TimerTask : public TaskImpl, private TimerWheelEvent {
+ public:
+  TimerTask(std::shared_ptr<TaskScheduler> scheduler, TaskPriority priority, const String& name);
+  /// Shares the scheduler; throws std::bad_weak_ptr when nobody does.
+  TimerTask(TaskScheduler* scheduler, TaskPriority priority, const String& name);
+  ~TimerTask() override;
+
+  /// Whether the task is runnable or pending.
+  bool taskScheduled() const override;
+  /// Makes the task runnable now.
+  void scheduleTask() override;
+  void taskRunFromTest() override;
+  TaskStat::TaskStatus taskStatus() const override;
+
+  void scheduleTaskDelay(TaskTimeDuration delay);
+  void scheduleTaskDelay(double delay);
+  /// The same after the delay and up to `maxJitterPercentage` percent of it more, or less: a random
+  /// whole percentage of that, 0 to 100, from the root's own sequence, which begins alike in every
+  /// root. Above 100, or with a delay below zero from which something is to be taken, an assertion
+  /// fails.
+  void scheduleTaskJitterUp(TaskTimeDuration delay, unsigned char maxJitterPercentage);
+  void scheduleTaskJitterUp(double delay, unsigned char maxJitterPercentage);
+  void scheduleTaskJitterDown(TaskTimeDuration delay, unsigned char maxJitterPercentage);
+  void scheduleTaskJitterDown(double delay, unsigned char maxJitterPercentage);
+  /// The same, unless the task is runnable or its timer expires no later. A delay that never ends
+  /// fails an assertion.
+  void scheduleTaskLowestDelay(TaskTimeDuration delay);
+  void scheduleTaskLowestDelay(double delay);
+
+  template <Impl::OtherTaskDelay Delay>
+  void scheduleTaskDelay(Delay delay) {
+    scheduleTaskDelay(Impl::taskDelay(delay));
+  }
+  template <Impl::OtherTaskDelay Delay>
+  void scheduleTaskJitterUp(Delay delay, unsigned char maxJitterPercentage) {
+    scheduleTaskJitterUp(Impl::taskDelay(delay), maxJitterPercentage);
+  }
+  template <Impl::OtherTaskDelay Delay>
+  void scheduleTaskJitterDown(Delay delay, unsigned char maxJitterPercentage) {
+    scheduleTaskJitterDown(Impl::taskDelay(delay), maxJitterPercentage);
+  }
+  template <Impl::OtherTaskDelay Delay>
+  void scheduleTaskLowestDelay(Delay delay) {
+    scheduleTaskLowestDelay(Impl::taskDelay(delay));
+  }
+
+  /// Takes back whatever the task is scheduled for.
+  void stopTimerTask();
+
+  /// When the task becomes runnable, on the library clock: now when it is, infinity when it is
+  /// idle.
+  Time currentExpirationTime() const;
+  /// Seconds until the timer expires: 0.0 when it is overdue, infinity when it is not running.
+  double timerRemaining() const;
+  bool timerRunning() const { return timerRunning_; }
+
+  /// Draws the next jitter of a delay, in its unit.
+  TaskTimeDuration jitterOffset(TaskTimeDuration delay, unsigned char maxJitterPercentage) const;
+  double jitterOffset(double delay, unsigned char maxJitterPercentage) const;
+
+  /// The timer alone, without the task's records. Starting returns false, and changes nothing, when
+  /// `restart` is false and the timer expires no later anyway.
+  bool doStartTimer(double delaySeconds, bool restart);
+  void doStopTimer();
+
+  /// Called by the wheel: makes the task runnable.
+  void timeout() override;
+
+ private:
+  template <typename Delay>
+  void _scheduleTaskJitterUp(Delay delay, unsigned char maxJitterPercentage);
+  template <typename Delay>
+  void _scheduleTaskJitterDown(Delay delay, unsigned char maxJitterPercentage);
+  template <typename Delay>
+  void scheduleTaskDelayedPrivate(Delay delay, bool restart);
+  int jitterPercent(unsigned char maxJitterPercentage) const;
+  void becomeRunnable();
+
+  bool timerRunning_ = false;  // a timer that this task armed is pending
+};
+
+}  // namespace Tarvo
+
+#endif

@@ -1,0 +1,25 @@
+#ifndef TARVO_SRC_PLATFORM_DEFERREDFDCONTROL_H
+#define TARVO_SRC_PLATFORM_DEFERREDFDCONTROL_H
+
+#include <memory>
+
+#include "Tarvo/Platform.h"
+
+namespace Tarvo::Impl {
+
+/// A descriptor control for handlers that note a report and serve it later. Reported level by
+/// level, a descriptor would be reported once more in every turn of the loop until it is served,
+/// which costs the more the more are ready. This control reports readability once and is then quiet
+/// until it is told that the report was served. It reports again what is still readable then.
+std::shared_ptr<Platform::FdControl> getDeferredFdControl(Platform::FdEventHandler* handler);
+
+/// Tells a deferred control that its report was served.
+void readServed(Platform::FdControl& control) noexcept;
+
+/// Whether the control's descriptor was closed and its number now stands for another file. (Files
+/// without an identity of their own, such as an eventfd, look all the same.)
+bool namesOtherFile(const Platform::FdControl& control);
+
+}  // namespace Tarvo::Impl
+
+#endif

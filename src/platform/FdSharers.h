@@ -1,0 +1,40 @@
+#ifndef TARVO_SRC_PLATFORM_FDSHARERS_H
+#define TARVO_SRC_PLATFORM_FDSHARERS_H
+
+#include <sys/types.h>
+
+namespace Tarvo {
+
+class LibeventFdControl;
+
+namespace Impl {
+
+/// Tells files apart that had one descriptor number after another.
+struct FileIdentity {
+  /// Of an open descriptor; of another one nothing that any file has.
+  static FileIdentity of(int fd);
+  bool operator==(const FileIdentity&) const = default;
+
+  dev_t device = 0;
+  ino_t inode = 0;
+};
+
+}  // namespace Impl
+
+/// The controls of this thread that watch one descriptor. The event library registers a descriptor
+/// with the kernel once, by edges or by levels, and keeps that registration as long as an event is
+/// left; so they must agree, and one whose descriptor was closed behind its back must go.
+class FdSharers {
+ public:
+  /// Enters a control that has got its descriptor and watches nothing yet.
+  static void join(LibeventFdControl& control);
+  static void leave(LibeventFdControl& control);
+  static bool alone(const LibeventFdControl& control);
+
+ private:
+  static void agree(LibeventFdControl& newcomer);
+};
+
+}  // namespace Tarvo
+
+#endif

@@ -1,0 +1,298 @@
+#include "Tarvo/FileDescriptorTask.h"
+
+#include <utility>
+
+#include "Tarvo/Allocator.h"
+#include "Tarvo/TaskScheduler.h"
+#include "platform/DeferredFdControl.h"
+
+namespace Tarvo {
+
+/// What is queued for one direction.
+class FileDescriptorTask::ReadWriteTaskBase : public Task {
+ public:
+  ReadWriteTaskBase(FileDescriptorTask* owner, const char* suffix)
+      : Task(owner->taskScheduler(), owner->taskPriority(), owner->taskName() + suffix),
+        owner_(owner) {
+    if (owner->taskStatsName() != owner->taskName()) {
+      TaskImpl::taskStatsNameIs(owner->taskStatsName() + suffix);
+    }
+  }
+  ~ReadWriteTaskBase() override { handleDestroy(); }
+
+  void ownerGone() { owner_ = nullptr; }
+  void handleTaskBusy() override {
+    if (owner_ != nullptr) owner_->taskBusyIs(owner_->taskScheduled());
+  }
+
+ protected:
+  /// The owner, kept alive; null when it is no more. Throws std::bad_weak_ptr when nobody shares
+  /// it.
+  std::shared_ptr<FileDescriptorTask> sharedOwner() const {
+    if (owner_ == nullptr) return nullptr;
+    return std::static_pointer_cast<FileDescriptorTask>(owner_->shared_from_this());
+  }
+
+  FileDescriptorTask* owner_;  // null once it is being destroyed
+};
+
+class FileDescriptorTask::ReadTask final : public ReadWriteTaskBase {
+ public:
+  explicit ReadTask(FileDescriptorTask* owner) : ReadWriteTaskBase(owner, ":read") {}
+  void taskExecute() override {
+    if (const auto owner = sharedOwner()) owner->_taskExecuteReadable();
+  }
+  // Only this direction passes it on, so that the owner is told once.
+  void handleResetStats() override {
+    if (owner_ != nullptr) owner_->handleResetStats();
+  }
+};
+
+class FileDescriptorTask::WriteTask final : public ReadWriteTaskBase {
+ public:
+  explicit WriteTask(FileDescriptorTask* owner) : ReadWriteTaskBase(owner, ":write") {}
+  void taskExecute() override {
+    if (const auto owner = sharedOwner()) owner->_taskExecuteWritable();
+  }
+};
+
+/// Marks the direction whose body is running.
+class FileDescriptorTask::Executing {
+ public:
+  Executing(FileDescriptorTask& owner, TaskImpl& direction) : owner_(owner) {
+    owner_.executingTask_ = &direction;
+  }
+  Executing(const Executing&) = delete;
+  Executing& operator=(const Executing&) = delete;
+  ~Executing() { owner_.executingTask_ = nullptr; }
+
+ private:
+  FileDescriptorTask& owner_;
+};
+
+FileDescriptorTask::FileDescriptorTask(std::shared_ptr<TaskScheduler> scheduler,
+                                       TaskPriority priority, const String& name)
+    : _TaskBase(std::move(scheduler), priority, name),
+      fdControl_(Impl::getDeferredFdControl(this)),
+      taskPriority_(priority) {
+  readTask_ = std::allocate_shared<ReadTask>(Allocator<ReadTask>(), this);
+  taskWatchReadableIs(true);
+}
+
+FileDescriptorTask::~FileDescriptorTask() {
+  readTask_->ownerGone();
+  if (writeTask_ != nullptr) writeTask_->ownerGone();
+  writeTask_.reset();
+  readTask_.reset();
+  fdControl_.reset();
+}
+
+void FileDescriptorTask::taskStatsNameIs(const String& name) {
+  _TaskBase::taskStatsNameIs(name);
+  readTask_->taskStatsNameIs(name + ":read");
+  if (writeTask_ != nullptr) writeTask_->taskStatsNameIs(name + ":write");
+}
+
+bool FileDescriptorTask::taskScheduled() const {
+  return taskScheduledReadable() || taskScheduledWritable();
+}
+bool FileDescriptorTask::taskScheduledReadable() const { return readTask_->taskScheduled(); }
+bool FileDescriptorTask::taskScheduledWritable() const {
+  return writeTask_ != nullptr && writeTask_->taskScheduled();
+}
+
+void FileDescriptorTask::taskBusyIs(bool busy) {
+  if (busy == taskBusy_) return;
+  taskBusy_ = busy;
+  taskScheduler()->history().insert(
+      TaskClock::now(), busy ? TaskSchedulerEventType::busy : TaskSchedulerEventType::idle, this);
+  handleTaskBusy();
+}
+
+// Watching.
+
+void FileDescriptorTask::taskWatchReadableIs(bool on) {
+  taskScheduler()->sanityCheckCurrentRunningThread();
+  if (on == taskWatchReadable_) return;
+  taskWatchReadable_ = on;
+  fdControl_->setReads(on);
+  if (!on) readTask_->unscheduleTask();
+}
+
+void FileDescriptorTask::taskWatchWritableIs(bool on) {
+  taskScheduler()->sanityCheckCurrentRunningThread();
+  if (on == taskWatchWritable_) return;
+  checkCreateWriteTask();
+  taskWatchWritable_ = on;
+  fdControl_->setWrites(on);
+  if (!on) writeTask_->unscheduleTask();
+}
+
+int FileDescriptorTask::taskWatchFd() const { return fdControl_->getFd(); }
+
+void FileDescriptorTask::taskWatchFdIs(int fd) {
+  taskScheduler()->sanityCheckCurrentRunningThread();
+  if (fd == taskWatchFd() && (fd < 0 || !Impl::namesOtherFile(*fdControl_))) return;
+  unscheduleDirections();
+  fdControl_->setFd(fd);
+}
+
+void FileDescriptorTask::taskWatchFdDel() {
+  taskScheduler()->sanityCheckCurrentRunningThread();
+  unscheduleDirections();
+  fdControl_->delFd();
+}
+
+void FileDescriptorTask::unscheduleDirections() {
+  readTask_->unscheduleTask();
+  if (writeTask_ != nullptr) writeTask_->unscheduleTask();
+}
+
+void FileDescriptorTask::checkCreateWriteTask() {
+  if (writeTask_ != nullptr) return;
+  const auto task = std::allocate_shared<WriteTask>(Allocator<WriteTask>(), this);
+  // A task that yields at every test has no use for its quantum.
+  if (!readTask_->taskForceYieldInTest()) task->taskQuantumNoCheckIs(readTask_->taskQuantum());
+  task->taskSuspendedIs(readTask_->taskSuspended());
+  task->taskTestYieldRatioIs(readTask_->taskTestYieldRatio());
+  writeTask_ = task;
+}
+
+void FileDescriptorTask::scheduleTaskReadable() { readTask_->scheduleTask(); }
+void FileDescriptorTask::scheduleTaskWritable() {
+  taskScheduler()->sanityCheckCurrentRunningThread();
+  checkCreateWriteTask();
+  writeTask_->scheduleTask();
+}
+
+// From readiness to runs.
+
+void FileDescriptorTask::readFdEvent(int fd) {
+  TARVO_ASSERT(taskWatchReadable_, "readFdEvent() called with taskWatchReadable off");
+  TARVO_ASSERT(fd == taskWatchFd(), "Notified about {} watching {}", fd, taskWatchFd());
+  scheduleTaskReadable();
+}
+
+void FileDescriptorTask::writeFdEvent(int fd) {
+  TARVO_ASSERT(taskWatchWritable_, "writeFdEvent() called with taskWatchWritable off");
+  TARVO_ASSERT(fd == taskWatchFd(), "Notified about {} watching {}", fd, taskWatchFd());
+  scheduleTaskWritable();
+}
+
+void FileDescriptorTask::_taskExecuteReadable() {
+  TARVO_ASSERT(taskWatchReadable_, "ReadTask should only run if taskWatchReadable");
+  TARVO_ASSERT(executingTask_ == nullptr, "Executing task already set");
+  struct Served {
+    // Also when the body threw. A run that is queued already will look by itself.
+    ~Served() {
+      if (!task.readTask_->taskScheduled()) Impl::readServed(*task.fdControl_);
+    }
+    FileDescriptorTask& task;
+  } const served{*this};
+  const Executing executing(*this, *readTask_);
+  taskExecuteReadable();
+}
+
+void FileDescriptorTask::_taskExecuteWritable() {
+  taskWatchWritableIs(false);
+  TARVO_ASSERT(executingTask_ == nullptr, "Executing task already set");
+  const Executing executing(*this, *writeTask_);
+  taskExecuteWritable();
+}
+
+TaskImpl& FileDescriptorTask::executingTask() const {
+  taskScheduler()->sanityCheckCurrentRunningThread();
+  TARVO_ASSERT(executingTask_ != nullptr, "{}: no body is running", *this);
+  return *executingTask_;
+}
+
+bool FileDescriptorTask::taskShouldYield() const { return executingTask().taskShouldYield(); }
+void FileDescriptorTask::taskWorkCountInc(unsigned long long n) {
+  executingTask().taskWorkCountInc(n);
+}
+void FileDescriptorTask::taskWorkPendingIs(unsigned int n) { executingTask().taskWorkPendingIs(n); }
+
+// Figures.
+
+unsigned long long FileDescriptorTask::taskWorkCountReadableTotal() const {
+  return readTask_->taskWorkCountTotal();
+}
+float FileDescriptorTask::taskWorkCountReadableDecayAvg() const {
+  return readTask_->taskWorkCountDecayAvg();
+}
+unsigned int FileDescriptorTask::taskWorkCountReadableHighWaterMark() const {
+  return readTask_->taskWorkCountHighWaterMark();
+}
+unsigned int FileDescriptorTask::taskWorkPendingReadable() const {
+  return readTask_->taskWorkPending();
+}
+unsigned int FileDescriptorTask::taskWorkPendingReadableHighWaterMark() const {
+  return readTask_->taskWorkPendingHighWaterMark();
+}
+unsigned int FileDescriptorTask::taskRunCountReadable() const { return readTask_->taskRunCount(); }
+void FileDescriptorTask::taskWorkCountReadableInc(unsigned long long n) {
+  readTask_->taskWorkCountInc(n);
+}
+void FileDescriptorTask::taskWorkPendingReadableIs(unsigned int n) {
+  readTask_->taskWorkPendingIs(n);
+}
+
+unsigned long long FileDescriptorTask::taskWorkCountWritableTotal() const {
+  return writeTask_ == nullptr ? 0 : writeTask_->taskWorkCountTotal();
+}
+float FileDescriptorTask::taskWorkCountWritableDecayAvg() const {
+  return writeTask_ == nullptr ? 0 : writeTask_->taskWorkCountDecayAvg();
+}
+unsigned int FileDescriptorTask::taskWorkCountWritableHighWaterMark() const {
+  return writeTask_ == nullptr ? 0 : writeTask_->taskWorkCountHighWaterMark();
+}
+unsigned int FileDescriptorTask::taskWorkPendingWritable() const {
+  return writeTask_ == nullptr ? 0 : writeTask_->taskWorkPending();
+}
+unsigned int FileDescriptorTask::taskWorkPendingWritableHighWaterMark() const {
+  return writeTask_ == nullptr ? 0 : writeTask_->taskWorkPendingHighWaterMark();
+}
+unsigned int FileDescriptorTask::taskRunCountWritable() const {
+  return writeTask_ == nullptr ? 0 : writeTask_->taskRunCount();
+}
+void FileDescriptorTask::taskWorkCountWritableInc(unsigned long long n) {
+  TARVO_ASSERT(writeTask_ != nullptr, "WriteTask not created by taskWatchWritableIs( true )");
+  writeTask_->taskWorkCountInc(n);
+}
+void FileDescriptorTask::taskWorkPendingWritableIs(unsigned int n) {
+  TARVO_ASSERT(writeTask_ != nullptr, "WriteTask not created by taskWatchWritableIs( true )");
+  writeTask_->taskWorkPendingIs(n);
+}
+
+unsigned int FileDescriptorTask::taskRunCount() const {
+  return taskRunCountReadable() + taskRunCountWritable();
+}
+
+// Settings.
+
+TaskTimeDuration FileDescriptorTask::taskQuantum() const { return readTask_->taskQuantum(); }
+void FileDescriptorTask::taskQuantumIs(TaskTimeDuration quantum) {
+  readTask_->taskQuantumIs(quantum);
+  if (writeTask_ != nullptr) writeTask_->taskQuantumIs(quantum);
+}
+
+bool FileDescriptorTask::taskSuspended() const { return readTask_->taskSuspended(); }
+void FileDescriptorTask::taskSuspendedIs(bool suspended) {
+  readTask_->taskSuspendedIs(suspended);
+  if (writeTask_ != nullptr) writeTask_->taskSuspendedIs(suspended);
+  // A resumed task is given a run, but nobody waits for one in a direction that is not watched.
+  if (!taskWatchReadable_) readTask_->unscheduleTask();
+  if (writeTask_ != nullptr && !taskWatchWritable_) writeTask_->unscheduleTask();
+}
+
+bool FileDescriptorTask::taskForceYieldInTest() const { return readTask_->taskForceYieldInTest(); }
+void FileDescriptorTask::taskForceYieldInTestIs(bool force) { taskTestYieldRatioIs(force ? 1 : 0); }
+unsigned char FileDescriptorTask::taskTestYieldRatio() const {
+  return readTask_->taskTestYieldRatio();
+}
+void FileDescriptorTask::taskTestYieldRatioIs(unsigned char ratio) {
+  readTask_->taskTestYieldRatioIs(ratio);
+  if (writeTask_ != nullptr) writeTask_->taskTestYieldRatioIs(ratio);
+}
+
+}  // namespace Tarvo

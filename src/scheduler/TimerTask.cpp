@@ -1,0 +1,229 @@
+#include "Tarvo/TimerTask.h"
+
+#include <cmath>
+#include <limits>
+#include <utility>
+
+#include "Tarvo/TaskScheduler.h"
+#include "scheduler/SchedulerTrace.h"
+
+namespace Tarvo {
+
+using Impl::taskSchedulerTrace;
+
+namespace {
+
+constexpr bool isNever(TaskTimeDuration delay) { return delay == taskTimeNever; }
+constexpr bool isNever(double delay) { return delay == std::numeric_limits<double>::infinity(); }
+
+constexpr double seconds(TaskTimeDuration delay) { return static_cast<double>(delay) / 1e9; }
+constexpr double seconds(double delay) { return delay; }
+
+// Sums of finite delays stay finite.
+TaskTimeDuration sum(TaskTimeDuration delay, TaskTimeDuration offset) {
+  TaskTimeDuration result = 0;
+  const bool overflow = __builtin_add_overflow(delay, offset, &result);
+  return overflow || isNever(result) ? taskTimeNever - 1 : result;
+}
+double sum(double delay, double offset) {
+  const double result = delay + offset;
+  return isNever(result) ? std::numeric_limits<double>::max() : result;
+}
+
+}  // namespace
+
+TimerTask::TimerTask(std::shared_ptr<TaskScheduler> scheduler, TaskPriority priority,
+                     const String& name)
+    : TaskImpl(std::move(scheduler), priority, name) {}
+
+TimerTask::TimerTask(TaskScheduler* scheduler, TaskPriority priority, const String& name)
+    : TimerTask(scheduler == nullptr ? nullptr : scheduler->shared_from_this(), priority, name) {}
+
+TimerTask::~TimerTask() {
+  TimerTask::stopTimerTask();
+  handleDestroy();
+}
+
+bool TimerTask::taskScheduled() const {
+  taskScheduler()->sanityCheckCurrentRunningThread();
+  return taskOnRunQueue() || timerRunning_;
+}
+
+void TimerTask::scheduleTask() {
+  if (timerRunning_) {
+    taskScheduler()->sanityCheckCurrentRunningThread();
+    doStopTimer();
+  }
+  becomeRunnable();
+}
+
+void TimerTask::timeout() {
+  timerRunning_ = false;
+  becomeRunnable();
+}
+
+void TimerTask::becomeRunnable() {
+  TaskImpl::scheduleTask();
+  // A suspended task was not queued, and its timer is gone: it is idle.
+  if (taskSuspended()) taskBusyIs(taskScheduled(), TaskClock::now());
+}
+
+void TimerTask::taskRunFromTest() {
+  taskScheduler()->sanityCheckCurrentRunningThread();
+  if (timerRunning_) doStopTimer();
+  TaskImpl::taskRunFromTest();
+}
+
+TaskStat::TaskStatus TimerTask::taskStatus() const {
+  TaskStat::TaskStatus status = TaskImpl::taskStatus();
+  status.taskTimerIs(true);
+  status.taskTimerRunningIs(timerRunning_);
+  return status;
+}
+
+void TimerTask::scheduleTaskDelay(TaskTimeDuration delay) {
+  taskScheduler()->sanityCheckCurrentRunningThread();
+  if (isNever(delay)) return stopTimerTask();
+  scheduleTaskDelayedPrivate(delay, true);
+}
+
+void TimerTask::scheduleTaskDelay(double delay) {
+  taskScheduler()->sanityCheckCurrentRunningThread();
+  if (isNever(delay)) return stopTimerTask();
+  scheduleTaskDelayedPrivate(delay, true);
+}
+
+void TimerTask::scheduleTaskJitterUp(TaskTimeDuration delay, unsigned char maxJitterPercentage) {
+  _scheduleTaskJitterUp(delay, maxJitterPercentage);
+}
+void TimerTask::scheduleTaskJitterUp(double delay, unsigned char maxJitterPercentage) {
+  _scheduleTaskJitterUp(delay, maxJitterPercentage);
+}
+void TimerTask::scheduleTaskJitterDown(TaskTimeDuration delay, unsigned char maxJitterPercentage) {
+  _scheduleTaskJitterDown(delay, maxJitterPercentage);
+}
+void TimerTask::scheduleTaskJitterDown(double delay, unsigned char maxJitterPercentage) {
+  _scheduleTaskJitterDown(delay, maxJitterPercentage);
+}
+
+template <typename Delay>
+void TimerTask::_scheduleTaskJitterUp(Delay delay, unsigned char maxJitterPercentage) {
+  taskScheduler()->sanityCheckCurrentRunningThread();
+  if (isNever(delay)) return stopTimerTask();
+  const Delay offset = jitterOffset(delay, maxJitterPercentage);
+  const Delay result = sum(delay, offset);
+  TARVO_TRACE(taskSchedulerTrace, 9, "Timer jitterUp {} delay {} + {} = {}", *this, delay, offset,
+              result);
+  scheduleTaskDelayedPrivate(result, true);
+}
+
+template <typename Delay>
+void TimerTask::_scheduleTaskJitterDown(Delay delay, unsigned char maxJitterPercentage) {
+  taskScheduler()->sanityCheckCurrentRunningThread();
+  if (isNever(delay)) return stopTimerTask();
+  const Delay offset = jitterOffset(delay, maxJitterPercentage);
+  const Delay result = sum(delay, -offset);
+  TARVO_TRACE(taskSchedulerTrace, 9, "Timer jitterDown {} delay {} - {} = {}", *this, delay, offset,
+              result);
+  scheduleTaskDelayedPrivate(result, true);
+}
+
+int TimerTask::jitterPercent(unsigned char maxJitterPercentage) const {
+  TARVO_ASSERT(maxJitterPercentage <= 100, "maxJitterPercentage: {} > 100",
+               static_cast<char>(maxJitterPercentage));
+  return rand_r(&taskScheduler()->root()->jitterState()) / 21474836;
+}
+
+TaskTimeDuration TimerTask::jitterOffset(TaskTimeDuration delay,
+                                         unsigned char maxJitterPercentage) const {
+  const int percent = jitterPercent(maxJitterPercentage);
+  // In between it may need more than 64 bits, in the end never.
+  __extension__ using Wide = __int128;
+  const auto offset =
+      static_cast<TaskTimeDuration>(Wide{delay} * maxJitterPercentage * percent / 10000);
+  TARVO_ASSERT(!(delay < offset), "offset( {} ) > delayIntoFuture( {} )", offset, delay);
+  return offset;
+}
+
+double TimerTask::jitterOffset(double delay, unsigned char maxJitterPercentage) const {
+  const int percent = jitterPercent(maxJitterPercentage);
+  double offset = static_cast<double>(maxJitterPercentage) * delay * percent / 10000.0;
+  // The product of a huge delay may be too large, the offset is not.
+  if (!std::isfinite(offset)) offset = delay / 10000.0 * maxJitterPercentage * percent;
+  TARVO_ASSERT(!(delay < offset), "offset( {} ) > delayIntoFuture( {} )", offset, delay);
+  return offset;
+}
+
+void TimerTask::scheduleTaskLowestDelay(TaskTimeDuration delay) {
+  taskScheduler()->sanityCheckCurrentRunningThread();
+  TARVO_ASSERT(!isNever(delay), "delayIntoFuture: {}", delay);
+  scheduleTaskDelayedPrivate(delay, false);
+}
+
+void TimerTask::scheduleTaskLowestDelay(double delay) {
+  taskScheduler()->sanityCheckCurrentRunningThread();
+  TARVO_ASSERT(!isNever(delay), "delayIntoFuture: {}", delay);
+  scheduleTaskDelayedPrivate(delay, false);
+}
+
+template <typename Delay>
+void TimerTask::scheduleTaskDelayedPrivate(Delay delay, bool restart) {
+  const double delaySeconds = seconds(delay);
+  TARVO_ASSERT(!std::isnan(delaySeconds), "{}: a delay of NaN seconds", *this);
+  if (delay == 0) return scheduleTask();
+  const auto now = TaskClock::now();
+  if (restart) {
+    unscheduleTaskPrivate(now);
+  } else if (taskOnRunQueue()) {
+    TARVO_TRACE(taskSchedulerTrace, 8, "Already on runQueue {}", *this);
+    return;
+  }
+  if (doStartTimer(delaySeconds, restart)) {
+    TARVO_TRACE(taskSchedulerTrace, 8, "Timer started {} delay {}", *this, delaySeconds);
+    recordEvent(now, TaskSchedulerEventType::timerStart);
+    taskBusyIs(taskScheduled(), now);
+  } else {
+    TARVO_TRACE(taskSchedulerTrace, 8, "Timer already running {} expire {}", *this,
+                currentExpirationTime());
+    TARVO_ASSERT(timerRunning_, "Task: {}", *this);
+  }
+}
+
+bool TimerTask::doStartTimer(double delaySeconds, bool restart) {
+  if (!restart && delaySeconds >= remainingTimeout()) return false;
+  timerRunning_ = false;  // a start that throws stops what ran
+  setTimeout(taskScheduler()->root()->timerWheel(), delaySeconds);
+  timerRunning_ = TimerWheelEvent::state() != notLinked;
+  return timerRunning_;
+}
+
+void TimerTask::doStopTimer() {
+  if (!timerRunning_) return;
+  timerRunning_ = false;
+  delTimeout(taskScheduler()->root()->timerWheel());
+}
+
+void TimerTask::stopTimerTask() {
+  taskScheduler()->sanityCheckCurrentRunningThread();
+  const auto now = TaskClock::now();
+  if (timerRunning_) {
+    TARVO_TRACE(taskSchedulerTrace, 9, "Timer stopped {}, was running", *this);
+    recordEvent(now, TaskSchedulerEventType::timerStop);
+    doStopTimer();
+  } else {
+    TARVO_TRACE(taskSchedulerTrace, 9, "Timer stopped {}, was not running", *this);
+  }
+  unscheduleTaskPrivate(now);
+  taskBusyIs(taskScheduled(), now);
+}
+
+Time TimerTask::currentExpirationTime() const {
+  taskScheduler()->sanityCheckCurrentRunningThread();
+  if (taskOnRunQueue()) return time();
+  if (!timerRunning_) return std::numeric_limits<Time>::infinity();
+  return expirationTime();
+}
+
+double TimerTask::timerRemaining() const { return remainingTimeout(); }
+
+}  // namespace Tarvo
