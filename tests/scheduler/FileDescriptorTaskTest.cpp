@@ -1,0 +1,305 @@
+#include <gmock/gmock.h>
+
+#include <array>
+#include <deque>
+#include <random>
+
+#include "support/AllocationCounter.h"
+#include "support/SchedulerFixture.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testsupport::failureOf;
+using testsupport::Handler;
+using testsupport::SocketPair;
+using testsupport::TaskPriority;
+namespace Platform = testsupport::Platform;
+
+/// Logs its name and the direction; reads `appetite` bytes a run.
+struct TestFd : Tarvo::FileDescriptorTask {
+  TestFd(const std::shared_ptr<Tarvo::TaskScheduler>& scheduler, const std::string& name,
+         testsupport::RunLog& runLog)
+      : FileDescriptorTask(scheduler, TaskPriority::normal, name), log(runLog) {}
+  void taskExecuteReadable() override { run(reading, onRead); }
+  void taskExecuteWritable() override { run(" write", onWrite); }
+  void run(const char* direction, const std::function<void()>& action) {
+    log.push_back(taskName() + direction);
+    if (direction == reading) takeIn();
+    if (const auto now = action) now();
+  }
+  void takeIn() {
+    std::array<char, 64> bytes;
+    const auto count = read(taskWatchFd(), bytes.data(), std::min(appetite, bytes.size()));
+    if (count > 0) got.append(bytes.data(), static_cast<std::size_t>(count));
+  }
+  static constexpr const char* reading = " read";
+  testsupport::RunLog& log;
+  std::size_t appetite = 0;
+  std::string got;
+  std::function<void()> onRead, onWrite;
+};
+
+struct FdTaskTest : testsupport::SchedulerFixture {
+  void TearDown() override {
+    task.reset();
+    SchedulerFixture::TearDown();
+  }
+  std::shared_ptr<TestFd> makeFd(const std::string& name) {
+    return std::make_shared<TestFd>(root, name, log);
+  }
+  /// Runs the loop until several passes bring nothing new.
+  void settle() {
+    for (int quiet = 0; quiet < 4; ++quiet) {
+      const auto before = log.size();
+      Platform::doEventLoop(0.0);
+      if (log.size() != before || root->runnableTaskCount() > 0) quiet = -1;
+      ASSERT_LT(log.size(), 10000U) << "a busy loop";
+    }
+  }
+  void send(const SocketPair& to, const std::string& text) {
+    ASSERT_EQ(write(to.ends[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  }
+  SocketPair pair, second;
+  std::shared_ptr<TestFd> task = makeFd("t");
+};
+
+TEST_F(FdTaskTest, DirectionsAreTasksOfTheirOwn) {
+  EXPECT_TRUE(task->taskWatchReadable());
+  EXPECT_FALSE(task->taskWatchWritable() || task->taskScheduledWritable());
+  EXPECT_EQ(task->taskRunCountWritable(), 0U);
+  EXPECT_THAT(failureOf([&] { task->taskWorkCountWritableInc(1); }),
+              HasSubstr("FileDescriptorTask::taskWorkCountWritableInc() WriteTask not created by "
+                        "taskWatchWritableIs( true )"));
+  EXPECT_THAT(failureOf([&] { task->taskShouldYield(); }), HasSubstr("no body is running"));
+  task->taskQuantumIs(std::chrono::milliseconds(3));
+  task->taskStatsNameIs("x");
+  task->taskTestYieldRatioIs(2);
+  task->scheduleTaskWritable();
+  EXPECT_TRUE(task->taskScheduledWritable());
+  EXPECT_EQ(root->taskForTest("t:write")->taskStatsName(), "x:write");
+  EXPECT_EQ(root->taskForTest("t:write")->taskQuantum(), 3'000'000);
+  EXPECT_EQ(root->taskForTest("t:write")->taskTestYieldRatio(), 2);
+  task->onWrite = [&] {
+    task->taskWorkCountInc(7);
+    EXPECT_FALSE(task->taskShouldYield());
+    EXPECT_TRUE(task->taskShouldYield());
+  };
+  settle();
+  EXPECT_EQ(task->taskWorkCountWritableTotal(), 7U);
+  EXPECT_EQ(task->taskWorkCountReadableTotal(), 0U);
+  const auto all = events();
+  EXPECT_EQ(std::count(all.begin(), all.end(), "busy t"), 1);
+  EXPECT_EQ(std::count(all.begin(), all.end(), "idle t"), 1);
+}
+
+TEST_F(FdTaskTest, ReadsOncePerRunAsLongAsSomethingIsLeft) {
+  task->taskWatchFdIs(pair.ends[0]);
+  settle();
+  send(pair, "abc");
+  int hesitates = 2;
+  task->onRead = [&] { task->appetite = hesitates-- > 0 ? 0 : 1; };
+  settle();
+  EXPECT_EQ(task->got, "abc");
+  EXPECT_EQ(log.size(), 6U) << "two did nothing, and the last appetite came one run late";
+  task->taskSuspendedIs(true);
+  send(pair, "d");
+  root->clearHistory();
+  settle();
+  EXPECT_THAT(events(), ElementsAre("scheduleSus t:read")) << "told once, not in every turn";
+  task->taskSuspendedIs(false);
+  settle();
+  EXPECT_EQ(task->got, "abcd");
+  task->onRead = [&] { throw std::runtime_error("bad"); };
+  task->appetite = 0;
+  send(pair, "e");
+  EXPECT_THROW(settle(), std::runtime_error);
+  task->onRead = nullptr;
+  task->appetite = 1;
+  settle();
+  EXPECT_EQ(task->got, "abcde");
+  task->onRead = [&] { task->taskWatchFdIs(second.ends[0]); };
+  send(second, "f");
+  send(pair, "g!");
+  settle();
+  EXPECT_EQ(task->got, "abcdegf");
+}
+
+TEST_F(FdTaskTest, WritesOnceAndOnlyWhatIsWatchedRuns) {
+  task->taskWatchFdIs(pair.ends[0]);
+  task->taskWatchWritableIs(true);
+  send(pair, "x");
+  task->appetite = 1;
+  task->onWrite = [&] { EXPECT_FALSE(task->taskWatchWritable()); };
+  settle();
+  EXPECT_EQ(std::count(log.begin(), log.end(), "t write"), 1);
+  log.clear();
+  task->taskWatchWritableIs(true);
+  task->scheduleTaskReadable();
+  task->taskWatchReadableIs(false);
+  task->taskWatchWritableIs(false);
+  task->taskSuspendedIs(true);
+  task->taskSuspendedIs(false);
+  EXPECT_FALSE(task->taskScheduled());
+  settle();
+  EXPECT_THAT(log, IsEmpty());
+  EXPECT_THAT(failureOf([&] { task->readFdEvent(pair.ends[0]); }),
+              HasSubstr("readFdEvent() called with taskWatchReadable off"));
+  task->taskWatchReadableIs(true);
+  EXPECT_THAT(failureOf([&] { task->readFdEvent(99); }),
+              HasSubstr(fmt::format("Notified about 99 watching {}", pair.ends[0])));
+  task->scheduleTaskReadable();
+  task->scheduleTaskWritable();
+  task->taskWatchFdDel();
+  EXPECT_EQ(task->taskWatchFd(), -1);
+  settle();
+  EXPECT_THAT(log, IsEmpty());
+}
+
+TEST_F(FdTaskTest, MayBeDestroyedByItsBodyAndByAHangUp) {
+  task->taskWatchFdIs(pair.ends[0]);
+  task->onRead = [&] {
+    task->scheduleTaskReadable();
+    task->scheduleTaskWritable();
+    task.reset();
+  };
+  shutdown(pair.ends[1], SHUT_RDWR);
+  settle();
+  EXPECT_THAT(log, ElementsAre("t read"));
+}
+
+TEST_F(FdTaskTest, SharesADescriptorWithTasksAndControls) {
+  const auto other = makeFd("other");
+  task->appetite = other->appetite = 1;
+  task->taskWatchFdIs(pair.ends[0]);
+  send(pair, "abcdef");
+  Platform::doEventLoop(0.0);  // the one edge is used up
+  other->taskWatchFdIs(pair.ends[0]);
+  settle();
+  EXPECT_EQ(task->got.size() + other->got.size(), 6U);
+  EXPECT_FALSE(other->got.empty());
+  for (const auto& each : {task, other}) each->taskSuspendedIs(true);
+  log.clear();
+  Handler plain(log, "plain");
+  const auto control = Platform::getFdControl(&plain);
+  plain.action = [&] { control->setReads(log.size() < 3); };
+  control->setFd(pair.ends[0]);
+  send(pair, "g");
+  settle();
+  EXPECT_EQ(log.size(), 3U) << "by levels, as ever";
+  for (const auto& each : {task, other}) each->taskSuspendedIs(false);
+  settle();
+  send(pair, "h");
+  settle();
+  EXPECT_EQ(task->got.size() + other->got.size(), 8U);
+}
+
+TEST_F(FdTaskTest, AReusedNumberBelongsToItsNewOwner) {
+  const auto other = makeFd("other");
+  SocketPair third;
+  const int number = pair.ends[0];
+  task->appetite = other->appetite = 9;
+  task->taskWatchFdIs(number);
+  settle();
+  ASSERT_EQ(dup2(second.ends[0], number), number);  // closes what was watched
+  other->taskWatchFdIs(number);
+  EXPECT_EQ(task->taskWatchFd(), -1);
+  send(second, "x");
+  settle();
+  EXPECT_EQ(task->got + other->got, "x");
+  ASSERT_EQ(dup2(third.ends[0], number), number);
+  other->taskWatchFdIs(number);
+  send(third, "y");
+  settle();
+  EXPECT_EQ(other->got, "xy");
+}
+
+TEST_F(FdTaskTest, LosesAndMixesUpNothing) {
+  const auto seed = std::random_device{}();
+  SCOPED_TRACE(seed);
+  std::mt19937 random(seed);
+  const auto below = [&](unsigned n) { return std::uniform_int_distribution(0U, n - 1)(random); };
+  struct Model {
+    std::shared_ptr<TestFd> real;
+    int socket = -1;
+    bool reads = true, suspended = false, wantsWrite = false;
+    std::string got;
+    int writes = 0;
+    int realWrites = 0;
+  };
+  std::deque<SocketPair> sockets(5);
+  std::array<std::string, 5> unread;
+  std::deque<Model> tasks(3);
+  for (Model& each : tasks) {
+    each.real = makeFd("m");
+    each.real->onWrite = [&each] { ++each.realWrites; };
+  }
+  for (int step = 0; step < 3000; ++step) {
+    Model& one = tasks[below(3)];
+    const unsigned socket = below(5);
+    one.real->appetite = 1 + below(3);
+    switch (below(7)) {
+      case 0:
+        send(sockets[socket], std::to_string(step));
+        unread[socket] += std::to_string(step);
+        break;
+      case 1: {
+        const auto uses = [&](const Model& each) {
+          return each.socket == static_cast<int>(socket);
+        };
+        if (std::any_of(tasks.begin(), tasks.end(), uses)) break;
+        one.socket = static_cast<int>(socket);
+        one.real->taskWatchFdIs(sockets[socket].ends[0]);
+        break;
+      }
+      case 2:
+        one.real->taskWatchReadableIs(one.reads = !one.reads);
+        break;
+      case 3:
+        if (one.socket >= 0) one.real->taskSuspendedIs(one.suspended = !one.suspended);
+        break;
+      case 4:
+        one.real->taskWatchWritableIs(one.wantsWrite = true);
+        break;
+      case 5:
+        if (below(4) != 0 || one.suspended) break;
+        one.real->taskWatchFdDel();
+        one.socket = -1;
+        break;
+      default:
+        log.clear();
+        settle();
+        for (Model& each : tasks) {
+          if (each.socket >= 0 && !each.suspended) {
+            each.writes += std::exchange(each.wantsWrite, false) ? 1 : 0;
+            auto& rest = unread[static_cast<std::size_t>(each.socket)];
+            if (each.reads) each.got += std::exchange(rest, "");
+          }
+          ASSERT_EQ(each.real->got, each.got) << "in step " << step;
+          ASSERT_EQ(each.realWrites, each.writes) << "in step " << step;
+        }
+    }
+  }
+}
+
+TEST_F(FdTaskTest, ServesReadinessWithoutAllocation) {
+  log.reserve(10000);
+  task->appetite = 1;
+  task->got.reserve(10000);
+  task->taskWatchFdIs(pair.ends[0]);
+  const auto round = [&] {
+    for (int i = 0; i < 100; ++i) {
+      send(pair, "x");
+      for (int pass = 0; pass < 3; ++pass) Platform::doEventLoop(0.0);
+    }
+  };
+  round();
+  const auto before = testsupport::allocations();
+  round();
+  EXPECT_EQ(testsupport::allocations() - before, 0U);
+  EXPECT_EQ(task->got.size(), 200U);
+}
+
+}  // namespace

@@ -1,0 +1,201 @@
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <limits>
+#include <random>
+
+#include "support/AllocationCounter.h"
+#include "support/SchedulerFixture.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testsupport::failureOf;
+using testsupport::RunLog;
+using testsupport::TaskPriority;
+namespace Platform = testsupport::Platform;
+
+constexpr double infinity = std::numeric_limits<double>::infinity();
+constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
+
+struct TestTimer : Tarvo::TimerTask {
+  TestTimer(const std::shared_ptr<Tarvo::TaskScheduler>& scheduler, const std::string& name,
+            RunLog& runLog)
+      : TimerTask(scheduler, TaskPriority::normal, name), log(runLog) {}
+  void taskExecute() override {
+    log.push_back(taskName());
+    if (const auto now = body) now();
+  }
+  RunLog& log;
+  std::function<void()> body;
+};
+
+struct TimerTaskTest : testsupport::SchedulerFixture {
+  TimerTaskTest() { Platform::setFastForward(true); }
+  void TearDown() override {
+    task.reset();
+    Platform::setFastForward(false);
+    SchedulerFixture::TearDown();
+  }
+  std::shared_ptr<TestTimer> task = std::make_shared<TestTimer>(root, "t", log);
+};
+
+TEST_F(TimerTaskTest, MovesBetweenItsStates) {
+  root->clearHistory();
+  task->scheduleTaskDelay(0);
+  EXPECT_TRUE(task->getStats().taskStatus().taskOnRunQueue());
+  const double now = task->currentExpirationTime();
+  EXPECT_LE(now, Tarvo::time());
+  task->scheduleTaskLowestDelay(-1.0);
+  EXPECT_FALSE(task->timerRunning()) << "a runnable task stays so";
+  task->scheduleTaskDelay(std::chrono::hours(1));
+  EXPECT_EQ(task->getStats().taskStatusString(), "Tn");
+  task->scheduleTaskLowestDelay(3600.0);
+  task->scheduleTaskLowestDelay(2'000'000'000LL);
+  EXPECT_LE(task->timerRemaining(), 2.0);
+  task->scheduleTask();
+  task->scheduleTaskDelay(Tarvo::taskTimeNever);
+  EXPECT_EQ(task->currentExpirationTime(), infinity);
+  EXPECT_FALSE(task->taskScheduled());
+  task->stopTimerTask();
+  EXPECT_THAT(events(),
+              ElementsAre("schedule t", "schedulerRunnable root", "busy t", "unschedule t",
+                          "timerStart t", "timerStart t", "schedule t", "unschedule t", "idle t"));
+  task->scheduleTaskDelay(1.0F);
+  task->taskRunFromTest();
+  EXPECT_FALSE(task->taskScheduled());
+  task->body = [&] { task.reset(); };
+  task->scheduleTaskDelay(std::chrono::duration<double>(86400));
+  Platform::doEventLoop(infinity);
+  EXPECT_THAT(log, ElementsAre("t", "t"));
+}
+
+TEST_F(TimerTaskTest, ASuspendedTaskExpiresQuietlyAndRunsWhenItIsResumed) {
+  task->scheduleTaskDelay(5.0);
+  task->taskSuspendedIs(true);
+  Platform::doEventLoop(10);
+  EXPECT_EQ(events().back(), "idle t");
+  task->taskSuspendedIs(false);
+  task->scheduleTaskDelay(5.0);
+  task->taskSuspendedIs(true);
+  task->taskSuspendedIs(false);  // its timer still stands
+  Platform::doEventLoop(infinity);
+  EXPECT_THAT(log, ElementsAre("t"));
+}
+
+TEST_F(TimerTaskTest, JitterIsDrawnFromTheRootsSequence) {
+  unsigned int state = 0;
+  const auto percent = [&] { return rand_r(&state) / 21474836; };
+  for (int i = 0; i < 100; ++i) {
+    EXPECT_EQ(task->jitterOffset(Tarvo::TaskTimeDuration{1001}, 37), 1001 * 37 * percent() / 10000);
+    EXPECT_EQ(task->jitterOffset(3.7, 41), 41.0 * 3.7 * percent() / 10000.0);
+  }
+  task->scheduleTaskJitterUp(infinity, 101);  // never comes first
+  EXPECT_THAT(failureOf([&] { task->scheduleTaskJitterUp(1.0, 101); }),
+              HasSubstr("maxJitterPercentage: e > 100"));
+  EXPECT_THAT(failureOf([&] { task->scheduleTaskJitterDown(-1.0, 100); }), HasSubstr("offset( "));
+  percent();
+  task->scheduleTaskJitterUp(1.0, 0);  // draws all the same
+  percent();
+  EXPECT_EQ(task->jitterOffset(1.0, 100), percent() / 100.0);
+  const auto eternity = Tarvo::taskTimeNever - 1;
+  for (int i = 0; i < 20; ++i) {
+    task->scheduleTaskJitterUp(eternity, 100);
+    EXPECT_TRUE(task->timerRunning());
+    task->scheduleTaskJitterUp(std::numeric_limits<double>::max(), 100);
+    EXPECT_TRUE(task->timerRunning());
+    task->scheduleTaskJitterDown(eternity, 100);
+    EXPECT_LE(task->timerRemaining(), 9.3e9);
+  }
+}
+
+TEST_F(TimerTaskTest, RefusesWhatIsNoDelayAndChangesNothing) {
+  task->scheduleTaskDelay(7.0);
+  for (const double percentOfNothing : {notANumber, notANumber}) {
+    EXPECT_THAT(failureOf([&] { task->scheduleTaskDelay(percentOfNothing); }), HasSubstr("NaN"));
+    EXPECT_THAT(failureOf([&] { task->scheduleTaskJitterUp(percentOfNothing, 0); }),
+                HasSubstr("NaN"));
+  }
+  EXPECT_THAT(failureOf([&] { task->scheduleTaskLowestDelay(infinity); }),
+              HasSubstr("delayIntoFuture: inf"));
+  EXPECT_NEAR(task->timerRemaining(), 7.0, 6.9);
+  task->scheduleTaskDelay(-infinity);
+  Platform::doEventLoop(infinity);
+  EXPECT_THAT(log, ElementsAre("t"));
+}
+
+TEST_F(TimerTaskTest, RunsWhatAModelSaysInItsOrder) {
+  const auto seed = std::random_device{}();
+  SCOPED_TRACE(seed);
+  std::mt19937 random(seed);
+  const auto below = [&](unsigned n) { return std::uniform_int_distribution(0U, n - 1)(random); };
+  std::vector<std::shared_ptr<TestTimer>> tasks;
+  for (int i = 0; i < 20; ++i) {
+    tasks.push_back(std::make_shared<TestTimer>(root, std::to_string(i), log));
+  }
+  std::vector<std::string> queued;                     // the runnable ones in their order
+  std::vector<double> expiry(tasks.size(), infinity);  // of the pending ones
+  for (int step = 0; step < 5000; ++step) {
+    const unsigned i = below(20);
+    TestTimer& one = *tasks[i];
+    const double before = Tarvo::time();
+    const double delay = below(50) + 1;
+    switch (below(5)) {
+      case 0:
+        one.scheduleTaskDelay(delay);
+        std::erase(queued, one.taskName());
+        expiry[i] = one.currentExpirationTime();
+        ASSERT_GE(expiry[i], before + delay);
+        break;
+      case 1:
+        one.scheduleTaskLowestDelay(delay);
+        if (!one.timerRunning()) break;
+        ASSERT_TRUE(expiry[i] == one.currentExpirationTime() || expiry[i] > before + delay);
+        expiry[i] = one.currentExpirationTime();
+        ASSERT_LE(expiry[i], Tarvo::time() + delay);
+        break;
+      case 2:
+        one.stopTimerTask();
+        std::erase(queued, one.taskName());
+        expiry[i] = infinity;
+        break;
+      case 3:
+        one.scheduleTask();
+        if (std::find(queued.begin(), queued.end(), one.taskName()) == queued.end()) {
+          queued.push_back(one.taskName());
+        }
+        expiry[i] = infinity;
+        break;
+      default: {
+        log.clear();
+        Platform::doEventLoop(delay);
+        Platform::doEventLoop(0.02);  // beyond the steps of the coarse clock
+        while (root->runnableTaskCount() > 0) Platform::doEventLoop(0.0);
+        std::vector<std::pair<double, unsigned>> due;
+        for (unsigned k = 0; k < 20; ++k) {
+          const bool ran = expiry[k] != infinity && !tasks[k]->taskScheduled();
+          ASSERT_TRUE(ran || expiry[k] > before + delay) << k << " is overdue";
+          if (ran) due.emplace_back(std::exchange(expiry[k], infinity), k);
+        }
+        std::sort(due.begin(), due.end());
+        for (const auto& [time, k] : due) queued.push_back(tasks[k]->taskName());
+        ASSERT_EQ(log, queued) << "in step " << step;
+        queued.clear();
+      }
+    }
+  }
+}
+
+TEST_F(TimerTaskTest, RestartsWithoutAllocation) {
+  const auto restart = [&] {
+    for (int i = 0; i < 1000; ++i) task->scheduleTaskDelay(1.0 + i);
+  };
+  restart();
+  const auto before = testsupport::allocations();
+  restart();
+  EXPECT_EQ(testsupport::allocations() - before, 0U);
+}
+
+}  // namespace
