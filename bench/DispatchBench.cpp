@@ -14,7 +14,9 @@
 #include <asio/ip/udp.hpp>
 #include <asio/post.hpp>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Tarvo/LibeventFactory.h"
@@ -34,8 +36,9 @@ struct Rounds {
 
 /// Goes on until there are no more rounds.
 struct Again : Tarvo::Task {
-  Again(TaskPriority priority, Rounds& benchRounds, const std::string& name = "again")
-      : Task(Tarvo::schedulerRootTarvo(), priority, name), rounds(benchRounds) {}
+  Again(TaskPriority priority, Rounds& benchRounds, const std::string& name = "again",
+        std::shared_ptr<Tarvo::TaskScheduler> scheduler = Tarvo::schedulerRootTarvo())
+      : Task(std::move(scheduler), priority, name), rounds(benchRounds) {}
   void taskExecute() override {
     if (rounds.next()) scheduleTask();
   }
@@ -140,21 +143,20 @@ struct Posted {
   }
 };
 
-/// With a descriptor in use asio also asks the kernel between two posts.
+/// With a descriptor in use asio also asks the kernel, once for as many posts as are pending.
 void AsioPost(benchmark::State& state, bool withReactor) {
   asio::io_context io(1);
-  asio::ip::udp::socket socket(io);
+  std::optional<asio::ip::udp::socket> socket;  // the mere object brings the reactor with it
   char byte = 0;
   if (withReactor) {
-    socket.open(asio::ip::udp::v4());
-    socket.bind({asio::ip::address_v4::loopback(), 0});
-    socket.async_receive(asio::buffer(&byte, 1), [](const std::error_code&, std::size_t) {});
+    socket.emplace(io, asio::ip::udp::endpoint(asio::ip::address_v4::loopback(), 0));
+    socket->async_receive(asio::buffer(&byte, 1), [](const std::error_code&, std::size_t) {});
   }
-  asio::post(io, Posted{io, state});
+  for (int i = 0; i < state.range(0); ++i) asio::post(io, Posted{io, state});
   io.run();
 }
-BENCHMARK_CAPTURE(AsioPost, alone, false);
-BENCHMARK_CAPTURE(AsioPost, withReactor, true);
+BENCHMARK_CAPTURE(AsioPost, alone, false)->Arg(1);
+BENCHMARK_CAPTURE(AsioPost, withReactor, true)->Arg(1)->Arg(100);
 
 /// So many runnable tasks, spread over the priorities.
 void RootTaskRunOfMany(benchmark::State& state) {
@@ -172,6 +174,24 @@ void RootTaskRunOfMany(benchmark::State& state) {
   endThread();
 }
 BENCHMARK(RootTaskRunOfMany)->Arg(2)->Arg(100)->Arg(10'000);
+
+/// Members of one group, which runs them one after the other until its quantum is used up.
+void GroupMemberRun(benchmark::State& state) {
+  Rounds rounds{state};
+  {
+    const auto group = std::make_shared<Tarvo::TaskGroup>("group", TaskPriority::normal, false,
+                                                          Tarvo::schedulerRootTarvo());
+    std::vector<std::shared_ptr<Again>> members;
+    for (int i = 0; i < state.range(0); ++i) {
+      members.push_back(
+          std::make_shared<Again>(TaskPriority::normal, rounds, fmt::format("member{}", i), group));
+      members.back()->scheduleTask();
+    }
+    doEventLoop();
+  }
+  endThread();
+}
+BENCHMARK(GroupMemberRun)->Arg(1)->Arg(100);
 
 /// Puts a task on the queue and takes it off again, among others.
 void ScheduleUnschedule(benchmark::State& state) {
