@@ -6,13 +6,13 @@
 ///
 /// A component holds a handle named after it:
 ///
-///     auto trace = Tarvo::Platform::getDebugHandler("LineService");
+///     auto trace = Tarvo::Platform::getDebugHandler("KvService");
 ///     TARVO_TRACE(trace, 1, "listening on port {}", port);
 ///
 /// There are ten levels, 0 to 9; a statement is written only while its level's bit is on in its
 /// handle. Which bits are on is settled by configuration, from the environment or from code:
 ///
-///     TRACE=LineService/0123,Tarvo*/9     names or prefixes, "/", the levels ("*" for all)
+///     TRACE=KvService/0123,Tarvo*/9     names or prefixes, "/", the levels ("*" for all)
 ///     TRACEFILE=/tmp/trace                where to, instead of standard error
 ///     TRACEFORMAT=time,handle,func-name   which fields stand before the message
 ///

@@ -25,10 +25,11 @@
 ///
 /// The descriptor stays its owner's. Before it is closed, taskWatchFdDel() is to be called, or the
 /// task destroyed. (A descriptor that was closed without, and whose number another control or task
-/// of the thread watches, is forgotten: taskWatchFd() is -1 then. The kernel, though, goes on
-/// reporting one that was closed while a copy is open.) At most one body of a task runs at a time.
-/// An end of file and a broken connection make a descriptor readable until it is forgotten. So does
-/// a connection that cannot be accepted for want of descriptors: stop watching for a while, or the
+/// of the thread watches, is forgotten: taskWatchFd() is -1 then. Not so for files without an
+/// identity of their own, such as an eventfd; and the kernel goes on reporting a descriptor that
+/// was closed while a copy of it is open.) At most one body of a task runs at a time. An end of
+/// file and a broken connection make a descriptor readable until it is forgotten. So does a
+/// connection that cannot be accepted for want of descriptors: stop watching for a while, or the
 /// thread spins.
 ///
 /// One descriptor may be watched by several tasks and controls of this library. Events that a
@@ -69,7 +70,8 @@ class TARVO_EXPORT FileDescriptorTask : public _TaskBase, private Platform::FdEv
   virtual void taskExecuteReadable() = 0;
   virtual void taskExecuteWritable() = 0;
 
-  /// Called by the event loop: schedule the direction.
+  /// Called by the event loop, once until the direction has run: schedule the direction. An
+  /// override calls these, or schedules the direction later.
   void readFdEvent(int fd) override;
   void writeFdEvent(int fd) override;
 

@@ -37,19 +37,27 @@ namespace Tarvo {
 namespace Impl {
 
 /// Delays of other types than the two that are passed on: nanoseconds of integers and of durations
-/// that count in integers, seconds of other durations.
+/// that count in integers, seconds of the others. What is beyond the range of nanoseconds never
+/// ends, or is over at once.
 template <std::integral Number>
-requires(!std::same_as<Number, bool>) TaskTimeDuration taskDelay(Number delay) {
+requires(!std::same_as<Number, bool> && !std::same_as<Number, char>) TaskTimeDuration
+    taskDelay(Number delay) {
   return std::in_range<TaskTimeDuration>(delay) ? static_cast<TaskTimeDuration>(delay)
                                                 : taskTimeNever;
 }
-template <std::integral Count, typename Period>
-TaskTimeDuration taskDelay(std::chrono::duration<Count, Period> delay) {
-  return std::chrono::nanoseconds(delay).count();
-}
+double taskDelay(std::same_as<long double> auto delay) { return static_cast<double>(delay); }
 template <std::floating_point Count, typename Period>
 double taskDelay(std::chrono::duration<Count, Period> delay) {
   return std::chrono::duration<double>(delay).count();
+}
+template <std::integral Count, typename Period>
+TaskTimeDuration taskDelay(std::chrono::duration<Count, Period> delay) {
+  using std::chrono::nanoseconds;
+  // As doubles, which are rough at the ends of the range but do not overflow.
+  const double rough = taskDelay(std::chrono::duration<double>(delay)) * 1e9;
+  if (rough >= 9.2e18) return taskTimeNever;
+  if (rough <= -9.2e18) return nanoseconds::min().count();
+  return std::chrono::duration_cast<nanoseconds>(delay).count();
 }
 
 template <typename Delay>

@@ -1,6 +1,7 @@
 #ifndef TARVO_SRC_PLATFORM_DEFERREDFDCONTROL_H
 #define TARVO_SRC_PLATFORM_DEFERREDFDCONTROL_H
 
+#include <functional>
 #include <memory>
 
 #include "Tarvo/Platform.h"
@@ -10,8 +11,11 @@ namespace Tarvo::Impl {
 /// A descriptor control for handlers that note a report and serve it later. Reported level by
 /// level, a descriptor would be reported once more in every turn of the loop until it is served,
 /// which costs the more the more are ready. This control reports readability once and is then quiet
-/// until it is told that the report was served. It reports again what is still readable then.
-std::shared_ptr<Platform::FdControl> getDeferredFdControl(Platform::FdEventHandler* handler);
+/// until it is told that the report was served. It reports again what is still readable then, and
+/// whatever the handler refused by throwing. `forgotten` is called when the descriptor turns out to
+/// have been closed while it was watched.
+std::shared_ptr<Platform::FdControl> getDeferredFdControl(Platform::FdEventHandler* handler,
+                                                          std::function<void()> forgotten);
 
 /// Tells a deferred control that its report was served.
 void readServed(Platform::FdControl& control) noexcept;

@@ -28,11 +28,11 @@ class FdSharers {
  public:
   /// Enters a control that has got its descriptor and watches nothing yet.
   static void join(LibeventFdControl& control);
-  static void leave(LibeventFdControl& control);
+  static void leave(LibeventFdControl& control) noexcept;
   static bool alone(const LibeventFdControl& control);
 
  private:
-  static void agree(LibeventFdControl& newcomer);
+  static void agree(LibeventFdControl& head);
 };
 
 }  // namespace Tarvo

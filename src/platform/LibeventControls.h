@@ -5,6 +5,7 @@
 #include <event2/event_struct.h>
 
 #include <cstdint>
+#include <functional>
 
 #include "Tarvo/Export.h"
 #include "Tarvo/Platform.h"
@@ -64,8 +65,9 @@ class TARVO_EXPORT LibeventFdControl : public Platform::FdControl {
   /// Whether readability is reported in every turn of the loop, or once until it was served.
   enum class Reports : std::uint8_t { everyTurn, onceUntilServed };
 
-  explicit LibeventFdControl(Platform::FdEventHandler* handler,
-                             Reports reports = Reports::everyTurn);
+  explicit LibeventFdControl(Platform::FdEventHandler* handler);
+  /// Reports readability once until it was served; see DeferredFdControl.h.
+  LibeventFdControl(Platform::FdEventHandler* handler, std::function<void()> forgotten);
   LibeventFdControl(const LibeventFdControl&) = delete;
   LibeventFdControl& operator=(const LibeventFdControl&) = delete;
   ~LibeventFdControl() override;
@@ -87,7 +89,7 @@ class TARVO_EXPORT LibeventFdControl : public Platform::FdControl {
 
   static void handleFdRead(evutil_socket_t fd, short what, void* arg);
   static void handleFdWrite(evutil_socket_t fd, short what, void* arg);
-  void notify(Notify notification);
+  void notify(Notify notification, const event& ev, void (LibeventFdControl::*watchAgain)());
   void watchReads();
   void watchWrites();
   void watch(event& ev, short flags, event_callback_fn callback);
@@ -104,6 +106,7 @@ class TARVO_EXPORT LibeventFdControl : public Platform::FdControl {
   Reports reports_;
   bool edge_ = false;  // watched by edges, which the kernel reports once
   Impl::FileIdentity file_;
+  std::function<void()> forgotten_;
   LibeventFdControl* nextSharer_ = nullptr;  // of the same descriptor
 };
 

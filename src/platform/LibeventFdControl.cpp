@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "platform/LibeventTrace.h"
 
@@ -23,11 +24,18 @@ void assignUnbound(event& ev, event_base* base) {
 
 }  // namespace
 
-LibeventFdControl::LibeventFdControl(Platform::FdEventHandler* handler, Reports reports)
-    : handler_(handler), reports_(reports) {
+LibeventFdControl::LibeventFdControl(Platform::FdEventHandler* handler)
+    : handler_(handler), reports_(Reports::everyTurn) {
   event_base* base = leInit();
   assignUnbound(readEvent_, base);
   assignUnbound(writeEvent_, base);
+}
+
+LibeventFdControl::LibeventFdControl(Platform::FdEventHandler* handler,
+                                     std::function<void()> forgotten)
+    : LibeventFdControl(handler) {
+  reports_ = Reports::onceUntilServed;
+  forgotten_ = std::move(forgotten);
 }
 
 LibeventFdControl::~LibeventFdControl() { LibeventFdControl::delFd(); }
@@ -136,18 +144,21 @@ void LibeventFdControl::delFd() {
 int LibeventFdControl::getFd() const { return fd_; }
 
 void LibeventFdControl::handleFdRead(evutil_socket_t, short, void* arg) {
-  Impl::runNotification([arg] {
-    static_cast<LibeventFdControl*>(arg)->notify(&Platform::FdEventHandler::readFdEvent);
+  Impl::runNotification([self = static_cast<LibeventFdControl*>(arg)] {
+    self->notify(&Platform::FdEventHandler::readFdEvent, self->readEvent_,
+                 &LibeventFdControl::watchReads);
   });
 }
 
 void LibeventFdControl::handleFdWrite(evutil_socket_t, short, void* arg) {
-  Impl::runNotification([arg] {
-    static_cast<LibeventFdControl*>(arg)->notify(&Platform::FdEventHandler::writeFdEvent);
+  Impl::runNotification([self = static_cast<LibeventFdControl*>(arg)] {
+    self->notify(&Platform::FdEventHandler::writeFdEvent, self->writeEvent_,
+                 &LibeventFdControl::watchWrites);
   });
 }
 
-void LibeventFdControl::notify(Notify notification) {
+void LibeventFdControl::notify(Notify notification, const event& ev,
+                               void (LibeventFdControl::*watchAgain)()) {
   Platform::FdEventHandler* handler = handler_;
   const Impl::Lifeline::Watch watch(lifeline_);
   try {
@@ -155,10 +166,11 @@ void LibeventFdControl::notify(Notify notification) {
   } catch (abi::__forced_unwind&) {
     throw;
   } catch (...) {
+    // A report that was refused will not be served: there must be another.
+    const bool once = watch.alive() && reports_ == Reports::onceUntilServed;
+    if (once && fd_ >= 0 && ev.ev_fd == fd_) (this->*watchAgain)();
     // A control that the notification destroyed has no descriptor any more.
-    if (handler->handleFdException(watch.alive() ? getFd() : -1)) return;
-    if (watch.alive()) readServed();  // it was not, so there must be another report
-    throw;
+    if (!handler->handleFdException(watch.alive() ? getFd() : -1)) throw;
   }
 }
 
@@ -166,9 +178,10 @@ std::shared_ptr<Platform::FdControl> getLeFdControl(Platform::FdEventHandler* ha
   return std::allocate_shared<LibeventFdControl>(Allocator<LibeventFdControl>(), handler);
 }
 
-std::shared_ptr<Platform::FdControl> Impl::getDeferredFdControl(Platform::FdEventHandler* handler) {
+std::shared_ptr<Platform::FdControl> Impl::getDeferredFdControl(Platform::FdEventHandler* handler,
+                                                                std::function<void()> forgotten) {
   return std::allocate_shared<LibeventFdControl>(Allocator<LibeventFdControl>(), handler,
-                                                 LibeventFdControl::Reports::onceUntilServed);
+                                                 std::move(forgotten));
 }
 
 void Impl::readServed(Platform::FdControl& control) noexcept {

@@ -1,6 +1,6 @@
 #include <sys/stat.h>
 
-#include <memory>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -42,56 +42,68 @@ void FdSharers::join(LibeventFdControl& control) {
   LibeventFdControl*& head = first(control.fd_);
   control.file_ = Impl::FileIdentity::of(control.fd_);
   for (LibeventFdControl* other = head; other != nullptr;) {
-    LibeventFdControl* next = other->nextSharer_;
-    if (!(other->file_ == control.file_)) {
-      TARVO_TRACE(Impl::libeventTrace, 1, "descriptor {} was closed while it was watched",
-                  other->fd_);
-      other->delFd();
+    if (other->file_ == control.file_) {
+      other = other->nextSharer_;
+      continue;
     }
-    other = next;
+    TARVO_TRACE(Impl::libeventTrace, 1, "descriptor {} was closed while it was watched",
+                other->fd_);
+    other->delFd();
+    if (const auto& tell = other->forgotten_) tell();
+    other = head;  // whoever was told may have done anything
   }
   control.nextSharer_ = std::exchange(head, &control);
   agree(control);
 }
 
-void FdSharers::leave(LibeventFdControl& control) {
+void FdSharers::leave(LibeventFdControl& control) noexcept {
   if (control.fd_ < 0 || sharers == nullptr) return;
-  LibeventFdControl** link = &first(control.fd_);
+  LibeventFdControl*& head = first(control.fd_);
+  LibeventFdControl** link = &head;
   while (*link != nullptr && *link != &control) link = &(*link)->nextSharer_;
-  if (*link != nullptr) *link = std::exchange(control.nextSharer_, nullptr);
+  if (*link == nullptr) return;
+  *link = std::exchange(control.nextSharer_, nullptr);
+  if (head == nullptr || head->edge_) return;
+  try {
+    agree(*head);
+  } catch (const std::bad_alloc&) {
+    TARVO_TRACE(Impl::libeventTrace, 1, "no memory: {} goes on being watched by levels", head->fd_);
+  }
 }
 
 bool FdSharers::alone(const LibeventFdControl& control) {
   return control.nextSharer_ == nullptr && first(control.fd_) == &control;
 }
 
-/// Edges only when all can do with them. When somebody was there before, all watch anew, so that
-/// the registration is of this kind and of this file.
-void FdSharers::agree(LibeventFdControl& newcomer) {
+/// Edges only when all can do with them. When that changes, or somebody has come, all watch anew,
+/// so that the registration is of this kind and of this file.
+void FdSharers::agree(LibeventFdControl& head) {
   bool edge = true;
-  for (LibeventFdControl* each = &newcomer; each != nullptr; each = each->nextSharer_) {
-    edge = edge && each->reports_ == LibeventFdControl::Reports::onceUntilServed;
-  }
-  newcomer.edge_ = edge;
   struct Watched {
     LibeventFdControl* control;
     bool reads;
     bool writes;
   };
-  std::vector<Watched> others;
-  for (LibeventFdControl* each = newcomer.nextSharer_; each != nullptr; each = each->nextSharer_) {
-    others.push_back({each, event_pending(&each->readEvent_, EV_READ, nullptr) != 0,
-                      event_pending(&each->writeEvent_, EV_WRITE, nullptr) != 0});
+  std::vector<Watched> watched;
+  for (LibeventFdControl* each = &head; each != nullptr; each = each->nextSharer_) {
+    edge = edge && each->reports_ == LibeventFdControl::Reports::onceUntilServed;
+    // A report that was not served yet has perhaps used its event up, but not the wish for more.
+    const bool reads = each->readEvent_.ev_fd == each->fd_;
+    const bool writes = event_pending(&each->writeEvent_, EV_WRITE, nullptr) != 0;
+    if (reads || writes) watched.push_back({each, reads, writes});
   }
-  for (const Watched& other : others) {
-    Impl::deleteEvent(other.control->readEvent_);
-    Impl::deleteEvent(other.control->writeEvent_);
+  const bool change = edge != head.edge_ || head.nextSharer_ != nullptr;
+  for (LibeventFdControl* each = &head; each != nullptr; each = each->nextSharer_) {
+    each->edge_ = edge;
+    if (!change) continue;
+    Impl::deleteEvent(each->readEvent_);
+    Impl::deleteEvent(each->writeEvent_);
   }
-  for (const Watched& other : others) {
-    other.control->edge_ = edge;
+  if (!change) return;
+  for (const Watched& each : watched) {
     try {
-      if (other.reads) other.control->watchReads();
-      if (other.writes) other.control->watchWrites();
+      if (each.reads) each.control->watchReads();
+      if (each.writes) each.control->watchWrites();
     } catch (const RuntimeException& failure) {
       TARVO_TRACE(Impl::libeventTrace, 1, "{}", failure.what());
     }

@@ -73,7 +73,7 @@ class FileDescriptorTask::Executing {
 FileDescriptorTask::FileDescriptorTask(std::shared_ptr<TaskScheduler> scheduler,
                                        TaskPriority priority, const String& name)
     : _TaskBase(std::move(scheduler), priority, name),
-      fdControl_(Impl::getDeferredFdControl(this)),
+      fdControl_(Impl::getDeferredFdControl(this, [this] { unscheduleDirections(); })),
       taskPriority_(priority) {
   readTask_ = std::allocate_shared<ReadTask>(Allocator<ReadTask>(), this);
   taskWatchReadableIs(true);
@@ -180,15 +180,15 @@ void FileDescriptorTask::writeFdEvent(int fd) {
 }
 
 void FileDescriptorTask::_taskExecuteReadable() {
-  TARVO_ASSERT(taskWatchReadable_, "ReadTask should only run if taskWatchReadable");
-  TARVO_ASSERT(executingTask_ == nullptr, "Executing task already set");
   struct Served {
-    // Also when the body threw. A run that is queued already will look by itself.
+    // Also when the run was refused or threw. One that is queued already will look by itself.
     ~Served() {
       if (!task.readTask_->taskScheduled()) Impl::readServed(*task.fdControl_);
     }
     FileDescriptorTask& task;
   } const served{*this};
+  TARVO_ASSERT(taskWatchReadable_, "ReadTask should only run if taskWatchReadable");
+  TARVO_ASSERT(executingTask_ == nullptr, "Executing task already set");
   const Executing executing(*this, *readTask_);
   taskExecuteReadable();
 }

@@ -204,8 +204,10 @@ TEST_F(FdTaskTest, AReusedNumberBelongsToItsNewOwner) {
   task->taskWatchFdIs(number);
   settle();
   ASSERT_EQ(dup2(second.ends[0], number), number);  // closes what was watched
+  task->scheduleTaskReadable();
   other->taskWatchFdIs(number);
   EXPECT_EQ(task->taskWatchFd(), -1);
+  EXPECT_FALSE(task->taskScheduled());
   send(second, "x");
   settle();
   EXPECT_EQ(task->got + other->got, "x");
@@ -236,11 +238,15 @@ TEST_F(FdTaskTest, LosesAndMixesUpNothing) {
     each.real = makeFd("m");
     each.real->onWrite = [&each] { ++each.realWrites; };
   }
+  // A control that only makes the tasks change between edges and levels: it wants no reports.
+  Handler plain(log, "plain");
+  const auto control = Platform::getFdControl(&plain);
+  control->setReads(false);
   for (int step = 0; step < 3000; ++step) {
     Model& one = tasks[below(3)];
     const unsigned socket = below(5);
     one.real->appetite = 1 + below(3);
-    switch (below(7)) {
+    switch (below(8)) {
       case 0:
         send(sockets[socket], std::to_string(step));
         unread[socket] += std::to_string(step);
@@ -267,6 +273,9 @@ TEST_F(FdTaskTest, LosesAndMixesUpNothing) {
         if (below(4) != 0 || one.suspended) break;
         one.real->taskWatchFdDel();
         one.socket = -1;
+        break;
+      case 6:
+        below(2) == 0 ? control->delFd() : control->setFd(sockets[socket].ends[0]);
         break;
       default:
         log.clear();
