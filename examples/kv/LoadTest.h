@@ -40,7 +40,8 @@ class LoadTest : public Foreman, public Audience {
 
   Phase phase() const override { return phase_; }
   void finished() override;
-  void answered(Phase sentIn, double latency, bool right) override;
+  void answered(Phase sentIn, double latency) override;
+  void wrong(const std::string& what) override;
   bool isCount(std::size_t keys, std::size_t bytes) override;
   void left(Worker& worker) override;
   void failed(const std::string& why) override;

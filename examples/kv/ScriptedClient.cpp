@@ -33,7 +33,12 @@ ScriptedClient::ScriptedClient(std::shared_ptr<Tarvo::TaskScheduler> scheduler, 
 ScriptedClient::~ScriptedClient() { taskWatchFdDel(); }
 
 void ScriptedClient::taskExecuteReadable() {
-  if (socket_.takeIn(heard_)) return;
+  std::string heard;
+  const bool open = socket_.takeIn(heard);
+  right_ = right_ && heardBytes_ <= script_.expects.size() &&
+           script_.expects.compare(heardBytes_, heard.size(), heard) == 0;
+  heardBytes_ += heard.size();
+  if (open) return;
   end_ = Tarvo::time();
   audience_.finished(*this);
 }

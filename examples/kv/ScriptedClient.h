@@ -1,6 +1,7 @@
 #ifndef TARVO_EXAMPLES_KV_SCRIPTEDCLIENT_H
 #define TARVO_EXAMPLES_KV_SCRIPTEDCLIENT_H
 
+#include <cstddef>
 #include <memory>
 #include <string>
 
@@ -34,8 +35,8 @@ class ScriptedClient : public Tarvo::FileDescriptorTask {
   ~ScriptedClient() override;
 
   const std::string& name() const { return script_.name; }
-  bool isRight() const { return heard_ == script_.expects; }
-  std::size_t heardBytes() const { return heard_.size(); }
+  bool isRight() const { return right_ && heardBytes_ == script_.expects.size(); }
+  std::size_t heardBytes() const { return heardBytes_; }
   /// How long it was connected.
   double seconds() const { return end_ - begin_; }
 
@@ -48,7 +49,8 @@ class ScriptedClient : public Tarvo::FileDescriptorTask {
   Script script_;
   Audience& audience_;
   Socket socket_;
-  std::string heard_;
+  std::size_t heardBytes_ = 0;
+  bool right_ = true;  // so far
   Tarvo::Time begin_;
   Tarvo::Time end_ = 0;
   std::shared_ptr<Deafness> deafness_;

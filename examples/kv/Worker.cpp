@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <charconv>
 #include <utility>
 
@@ -76,12 +77,11 @@ bool Worker::takeAnswer() {
   const Pending pending = std::move(pending_.front());
   pending_.pop_front();
   const Tarvo::Time now = Tarvo::time();
-  const bool right = isRight(pending, line, value, now) && in_[size - 1] == '\n';
-  if (!right) {
-    fmt::print("connection {}: wrong answer \"{}\" to {}\n", number_, line,
-               pending.sent ? keys_.name(pending.sent->key) : pending.control);
+  foreman_.answered(pending.phase, now - pending.time);
+  if (!isRight(pending, line, value, now) || in_[size - 1] != '\n') {
+    foreman_.wrong(fmt::format("connection {}: wrong answer \"{}\" to {}", number_, line,
+                               pending.sent ? keys_.name(pending.sent->key) : pending.control));
   }
-  foreman_.answered(pending.phase, now - pending.time, right);
   in_.erase(0, size);
   return true;
 }

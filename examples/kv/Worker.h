@@ -27,7 +27,9 @@ class Foreman {
   virtual Phase phase() const = 0;
   /// A worker has done its part of the phase.
   virtual void finished() = 0;
-  virtual void answered(Phase sentIn, double latency, bool right) = 0;
+  virtual void answered(Phase sentIn, double latency) = 0;
+  /// An answer was not right.
+  virtual void wrong(const std::string& what) = 0;
   /// Whether so many keys and bytes are what all workers together have stored.
   virtual bool isCount(std::size_t keys, std::size_t bytes) = 0;
   /// The worker has got all its answers after the last phase.
