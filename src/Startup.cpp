@@ -12,6 +12,7 @@
 #include "platform/LibeventBase.h"
 #include "platform/TraceHandles.h"
 #include "scheduler/SchedulerTrace.h"
+#include "util/UtilTrace.h"
 
 namespace Tarvo {
 
@@ -47,6 +48,7 @@ void startUp() {
   Impl::pluginTrace = makeHandle("TarvoPlugin");
   Impl::taskSchedulerTrace = makeHandle("TaskScheduler");
   Impl::timerWheelTrace = makeHandle("TarvoTimerWheel");
+  Impl::utilTrace = makeHandle("TarvoUtil");
 }
 
 [[maybe_unused]] const bool started = (startUp(), true);
@@ -57,5 +59,6 @@ Platform::DebugHandler* Impl::libeventTrace = nullptr;
 Platform::DebugHandler* Impl::pluginTrace = nullptr;
 Platform::DebugHandler* Impl::taskSchedulerTrace = nullptr;
 Platform::DebugHandler* Impl::timerWheelTrace = nullptr;
+Platform::DebugHandler* Impl::utilTrace = nullptr;
 
 }  // namespace Tarvo

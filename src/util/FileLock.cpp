@@ -1,0 +1,112 @@
+#include "Tarvo/FileLock.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "Tarvo/Trace.h"
+#include "Tarvo/Util.h"
+
+namespace Tarvo {
+
+int cmd_F_OFD_SETLK() { return F_OFD_SETLK; }
+int cmd_F_OFD_GETLK() { return F_OFD_GETLK; }
+
+namespace {
+
+/// Locks or unlocks the whole file; 0, or an errno.
+int setLock(int fd, short type) {
+  struct flock all {};  // the process id must be 0 for this kind
+  all.l_type = type;
+  all.l_whence = SEEK_SET;
+  return fcntl(fd, cmd_F_OFD_SETLK(), &all) == 0 ? 0 : errno;
+}
+
+}  // namespace
+
+FileLock::FileLock(Platform::DebugHandler& handler, const String& directory, const String& fileName)
+    : Debuggable(handler), directory_(directory) {
+  TARVO_ASSERT(fileName.find('/') == String::npos, "unexpected '/' in filename: {}", fileName);
+  path_ = directory.empty() ? fileName : fmt::format("{}/{}", directory, fileName);
+}
+
+FileLock::~FileLock() {
+  TARVO_TRACE(*this, 5, "file:{}", path_);
+  if (descriptor_ >= 0) Impl::checkInDestructor([this] { release(); });
+}
+
+bool FileLock::lock(bool reentry) {
+  TARVO_TRACE(*this, 5, "file:{}", path_);
+  if (reentry && ownerPid_ == getpid()) {
+    TARVO_TRACE(*this, 5, "re-entry held by pid:{} on file:{}", ownerPid_, path_);
+    return true;
+  }
+  const int made = Util::mkpath(directory_, 0777);
+  TARVO_ASSERT(made == 0 || errno == EEXIST, "unexpected mkpath() error {}: {}", directory_,
+               std::strerror(errno));
+  const int fd = openFile();
+  if (fd < 0) return false;
+  if (const int error = setLock(fd, F_WRLCK)) {
+    close(fd);
+    TARVO_ASSERT(error == EAGAIN, "unexpected error: {} file:{}", std::strerror(error), path_);
+    TARVO_TRACE(*this, 1, "error: conflicting lock held on file:{}", path_);
+    return false;
+  }
+  if (fcntl(fd, F_SETFD, FD_CLOEXEC) != 0) {
+    const int error = errno;
+    close(fd);
+    TARVO_FAIL("unexpected error:{} file:{}", std::strerror(error), path_);
+  }
+  TARVO_TRACE(*this, 5, "acquired lock on file:{}", path_);
+  if (descriptor_ >= 0) close(descriptor_);  // of a file that was replaced under its name
+  descriptor_ = fd;
+  ownerPid_ = getpid();
+  return true;
+}
+
+/// The open file, or -1.
+int FileLock::openFile() const {
+  const mode_t old = umask(0);
+  // Close-on-exec from the start, also for a child that another thread forks right now.
+  const int fd = open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+  const int error = errno;
+  umask(old);
+  if (fd < 0) {
+    TARVO_TRACE(*this, 1, "error: could not open lock file:{} {}", path_, std::strerror(error));
+  }
+  return fd;
+}
+
+void FileLock::release() {
+  TARVO_TRACE(*this, 5, "file:{}", path_);
+  TARVO_ASSERT(descriptor_ >= 0, "attempting to release a lock that is not currently held. File:{}",
+               path_);
+  TARVO_ASSERT(getpid() == ownerPid_, "called from child process:{} of owner pid:{}", getpid(),
+               ownerPid_);
+  const int error = setLock(descriptor_, F_UNLCK);
+  TARVO_ASSERT(error == 0, "unexpected error: {} file:{} fd:{}", std::strerror(error), path_,
+               descriptor_);
+  closeFd();
+  ownerPid_ = -1;
+  TARVO_TRACE(*this, 5, "released lock on file:{}", path_);
+}
+
+void FileLock::closeFd() {
+  TARVO_TRACE(*this, 5, "file:{} fd:{}", path_, descriptor_);
+  if (descriptor_ < 0) {
+    TARVO_TRACE(*this, 5, "no active fd: nothing to do");
+    return;
+  }
+  if (close(descriptor_) == 0) {
+    TARVO_TRACE(*this, 5, "closed fd for file:{}", path_);
+  } else {
+    const int error = errno;
+    TARVO_TRACE(*this, 1, "error: {} file:{} fd:{}", std::strerror(error), path_, descriptor_);
+  }
+  descriptor_ = -1;
+}
+
+}  // namespace Tarvo

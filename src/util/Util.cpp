@@ -1,0 +1,48 @@
+#include "Tarvo/Util.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "util/UtilTrace.h"
+
+namespace Tarvo::Util {
+
+namespace {
+
+/// The directory that a path stands in; empty when the path names no other.
+String parentOf(const String& path) {
+  const auto name = path.find_last_of('/');
+  if (name == String::npos) return {};
+  const auto end = path.find_last_not_of('/', name);
+  return end == String::npos ? String() : path.substr(0, end + 1);
+}
+
+}  // namespace
+
+int mkpath(const String& path, mode_t mode) {
+  const auto end = path.find_last_not_of('/');
+  if (end == String::npos) {  // nothing but slashes, or nothing
+    errno = EEXIST;
+    return -1;
+  }
+  const String directory = path.substr(0, end + 1);
+  // From below, since an ancestor that exists need not be one that may be written.
+  int result = mkdir(directory.c_str(), mode);
+  if (result != 0 && errno == ENOENT) {
+    const String parent = parentOf(directory);
+    if (parent.empty() || (mkpath(parent, mode) != 0 && errno != EEXIST)) return -1;
+    result = mkdir(directory.c_str(), mode);
+  }
+  const int error = errno;
+  if (result == 0) {
+    TARVO_TRACE(Impl::utilTrace, 5, "created {}", directory);
+  } else {
+    TARVO_TRACE(Impl::utilTrace, 9, "{}: {}", directory, std::strerror(error));
+  }
+  errno = error;
+  return result;
+}
+
+}  // namespace Tarvo::Util
