@@ -34,7 +34,7 @@ class TARVO_EXPORT DirNode : public Debuggable {
  public:
   /// Closed nodes; the second one has a path, which openDir() opens. It is not joined with the
   /// parent's.
-  explicit DirNode(Platform::DebugHandler& handler);
+  DirNode(Platform::DebugHandler& handler);
   DirNode(Platform::DebugHandler& handler, const String& path, std::shared_ptr<DirNode> parent);
   DirNode(const DirNode& other);
   DirNode(DirNode&& other);

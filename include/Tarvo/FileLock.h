@@ -10,9 +10,10 @@
 ///
 /// How it works: the lock belongs to the open file, not to the process (open file description locks
 /// of Linux). So two FileLock objects of one process exclude each other, and the lock goes with the
-/// process, however it ends. The file and its directories are made when they are missing; the file
-/// can be opened by everybody. It stays there: removing a lock file that others wait for would give
-/// them different files to lock.
+/// process, however it ends, and with its forked children that have not executed another program.
+/// The file and its directories are made when they are missing; the file can be opened by
+/// everybody. It stays there: removing a lock file that others wait for would give them different
+/// files to lock.
 ///
 /// A forked child holds the parent's lock open but must not release it: an assertion fails. As
 /// destroying the object releases, a child that destroys one that is held ends; children should
@@ -46,16 +47,14 @@ class TARVO_EXPORT FileLock : public Debuggable {
   bool lock(bool reentry);
   /// Gives the lock up. Fails an assertion when this process does not hold it.
   void release();
-  /// Closes the file, and with it drops the lock, but goes on naming this process as the owner: a
-  /// lock(true) that follows says yes without having one. Meant for those who have to close
-  /// descriptors and will not lock again.
+  /// Closes the file, and with it drops the lock (unless a forked child has it open), but goes on
+  /// naming this process as the owner: a lock(true) that follows says yes without having one. Meant
+  /// for those who have to close descriptors and will not lock again.
   void closeFd();
 
   const String& file() const { return path_; }
 
  private:
-  int openFile() const;
-
   String directory_;
   String path_;
   int descriptor_ = -1;  // open while the lock is held

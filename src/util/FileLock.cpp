@@ -6,7 +6,9 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
+#include "Tarvo/Loco.h"
 #include "Tarvo/Trace.h"
 #include "Tarvo/Util.h"
 
@@ -23,6 +25,27 @@ int setLock(int fd, short type) {
   all.l_type = type;
   all.l_whence = SEEK_SET;
   return fcntl(fd, cmd_F_OFD_SETLK(), &all) == 0 ? 0 : errno;
+}
+
+/// The open file, or -1 and errno; made when there is none, for everybody to open.
+int openFile(const char* path) {
+  // One that is there needs no umask, and in some directories may not be opened with O_CREAT.
+  const int existing = open(path, O_RDWR | O_CLOEXEC);
+  if (existing >= 0 || errno != ENOENT) return existing;
+  const Platform::LocoGuard guard;  // the umask is the whole process's
+  int error = 0;
+  int fd = -1;
+  {
+    struct NoUmask {
+      ~NoUmask() { umask(old); }
+      mode_t old = umask(0);
+    } const everybody;
+    // Close-on-exec from the start, also for a child that another thread forks right now.
+    fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    error = errno;
+  }
+  errno = error;
+  return fd;
 }
 
 }  // namespace
@@ -47,8 +70,12 @@ bool FileLock::lock(bool reentry) {
   const int made = Util::mkpath(directory_, 0777);
   TARVO_ASSERT(made == 0 || errno == EEXIST, "unexpected mkpath() error {}: {}", directory_,
                std::strerror(errno));
-  const int fd = openFile();
-  if (fd < 0) return false;
+  const int fd = openFile(path_.c_str());
+  if (fd < 0) {
+    const int error = errno;
+    TARVO_TRACE(*this, 1, "error: could not open lock file:{} {}", path_, std::strerror(error));
+    return false;
+  }
   if (const int error = setLock(fd, F_WRLCK)) {
     close(fd);
     TARVO_ASSERT(error == EAGAIN, "unexpected error: {} file:{}", std::strerror(error), path_);
@@ -60,24 +87,11 @@ bool FileLock::lock(bool reentry) {
     close(fd);
     TARVO_FAIL("unexpected error:{} file:{}", std::strerror(error), path_);
   }
-  TARVO_TRACE(*this, 5, "acquired lock on file:{}", path_);
   if (descriptor_ >= 0) close(descriptor_);  // of a file that was replaced under its name
   descriptor_ = fd;
   ownerPid_ = getpid();
+  TARVO_TRACE(*this, 5, "acquired lock on file:{}", path_);
   return true;
-}
-
-/// The open file, or -1.
-int FileLock::openFile() const {
-  const mode_t old = umask(0);
-  // Close-on-exec from the start, also for a child that another thread forks right now.
-  const int fd = open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
-  const int error = errno;
-  umask(old);
-  if (fd < 0) {
-    TARVO_TRACE(*this, 1, "error: could not open lock file:{} {}", path_, std::strerror(error));
-  }
-  return fd;
 }
 
 void FileLock::release() {
@@ -100,13 +114,13 @@ void FileLock::closeFd() {
     TARVO_TRACE(*this, 5, "no active fd: nothing to do");
     return;
   }
-  if (close(descriptor_) == 0) {
+  const int fd = std::exchange(descriptor_, -1);
+  if (close(fd) == 0) {
     TARVO_TRACE(*this, 5, "closed fd for file:{}", path_);
   } else {
     const int error = errno;
-    TARVO_TRACE(*this, 1, "error: {} file:{} fd:{}", std::strerror(error), path_, descriptor_);
+    TARVO_TRACE(*this, 1, "error: {} file:{} fd:{}", std::strerror(error), path_, fd);
   }
-  descriptor_ = -1;
 }
 
 }  // namespace Tarvo

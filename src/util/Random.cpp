@@ -4,6 +4,7 @@
 #include <ctime>
 #include <iostream>
 #include <random>
+#include <string>
 
 namespace Tarvo {
 
@@ -33,7 +34,7 @@ void Random::setSeed() {
     firstSetSeedFlag = false;
     seed = chooseSeed(text);
   }
-  std::cerr << "Tarvo::Random::setSeed(), setting seed to " << seed << std::endl;
+  std::cerr << "Tarvo::Random::setSeed(), setting seed to " << std::to_string(seed) << std::endl;
   std::srand(seed);
   engine().seed(seed);
 }
