@@ -63,6 +63,7 @@ class TARVO_EXPORT TaskGroup : public TaskScheduler {
   bool tasksPermittedMultipleRuns() const { return tasksPermittedMultipleRuns_; }
   void tasksPermittedMultipleRunsIs(bool permitted) { tasksPermittedMultipleRuns_ = permitted; }
 
+  const TaskImpl& parentTask() const;
   unsigned int parentTaskRunCount() const;
   /// Whether the parent task is on its run queue.
   bool parentTaskScheduled() const;

@@ -146,7 +146,8 @@ class TARVO_EXPORT TaskScheduler : public std::enable_shared_from_this<TaskSched
   }
 
  private:
-  friend class TaskImpl;  // enters its queue
+  friend class TaskImpl;   // enters its queue
+  friend class StatsWalk;  // visits its tasks and records
   struct CurrentTask {
     TaskKey key;
     std::shared_ptr<_TaskBase> task;  // null between runs

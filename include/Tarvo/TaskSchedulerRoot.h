@@ -4,6 +4,7 @@
 /// The scheduler that sits on a thread's event loop. Tarvo/TaskScheduler.h says what runs when.
 
 #include <cstdint>
+#include <functional>
 #include <iosfwd>
 #include <memory>
 #include <set>
@@ -73,6 +74,42 @@ class TARVO_EXPORT TaskSchedulerRoot : public TaskScheduler, private Platform::C
   /// Ends the process with a message that names both threads.
   [[noreturn]] void failThreadCheck() const;
 
+  /// The figures of everything, as docs/Statistics.md explains them: a line per task and per record
+  /// of completed tasks, those that ran longest first and the members of a group under its line,
+  /// then a line per queue. Only what has a name that begins with `prefix`.
+  void statsRenderTextForDebug(std::ostream& out, const String& prefix = {}) const;
+  /// The descriptor stays open.
+  void statsRenderTextForDebug(int fd, const String& prefix = {}) const;
+  String statsRenderTextForDebugToString(const String& prefix = {}) const;
+  void statsRenderTextForDebugStdErr(const String& prefix = {}) const;
+
+  /// The same as JSON, for programs; times in nanoseconds.
+  String statsRenderJson(const String& prefix = {}) const;
+  /// The same in the text format of Prometheus, ready to be served; times in seconds. Tasks of one
+  /// name in one scheduler are one series, together with what is completed.
+  String statsRenderPrometheus() const;
+
+  /// Writes the JSON to a descriptor as a task of low priority, in pieces, waiting when the reader
+  /// is slow. Each record is of one moment; tasks that come meanwhile may be missing. `done` is
+  /// called at the end, by that task, with 0 or the errno that ended it, and what was written. The
+  /// caller keeps the task until then: dropping it ends the writing. The descriptor becomes
+  /// non-blocking, stays the caller's and must stay open as long.
+  std::shared_ptr<_TaskBase> snapshotRenderJsonAsync(
+      int fd, std::function<void(int error, std::uint64_t bytes)> done = nullptr);
+
+  /// The history as a timeline, in the trace event format that Perfetto and Chrome open: a track
+  /// per scheduler with runs and idleness, over them waits and suspensions, and all other events.
+  String timelineRenderJson() const;
+
+  /// Sets the figures of all tasks and schedulers back to the start and forgets the completed
+  /// tasks, as a task of low priority, piece by piece. Meanwhile resetStatsInProgress() is true;
+  /// each task's handleResetStats() is called once. `done` is called at the end, by that task. The
+  /// caller keeps the task until then: dropping it leaves the rest as it is.
+  std::shared_ptr<Task> statsResetAsync(std::function<void()> done = nullptr);
+
+  /// When the root was made.
+  TaskClock::time_point startTime() const { return startTime_; }
+
   TaskKey newTaskKey() { return TaskKey(++lastTaskKey_); }
 
   /// 0 to 100, where 100 is as rare as one in 45 million.
@@ -94,6 +131,8 @@ class TARVO_EXPORT TaskSchedulerRoot : public TaskScheduler, private Platform::C
   void historyRenderTextForDebugStdErr() const;
 
  private:
+  class StatsReset;
+
   std::shared_ptr<Platform::CallbackControl> callbackControl_;
   std::set<TaskScheduler*> schedulers_;
   std::thread::id threadId_;
@@ -104,7 +143,8 @@ class TARVO_EXPORT TaskSchedulerRoot : public TaskScheduler, private Platform::C
   bool followFastForward_ = true;
   bool threadSanityDisabled_ = false;
   unsigned char taskTestYieldRatio_ = 0;
-  bool resetStatsInProgress_ = false;
+  unsigned int resetsInProgress_ = 0;
+  TaskClock::time_point startTime_ = TaskClock::now();
   unsigned int randomState_;
   unsigned int jitterState_ = 0;
   std::shared_ptr<TimerWheel> timerWheel_;

@@ -88,6 +88,7 @@ void TaskGroup::taskGroupQuantumNoCheckIs(TaskTimeDuration quantum) {
   parentTask_->taskQuantumNoCheckIs(quantum);
 }
 
+const TaskImpl& TaskGroup::parentTask() const { return *parentTask_; }
 unsigned int TaskGroup::parentTaskRunCount() const { return parentTask_->taskRunCount(); }
 bool TaskGroup::parentTaskScheduled() const { return parentTask_->taskScheduled(); }
 

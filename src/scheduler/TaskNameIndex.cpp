@@ -11,18 +11,20 @@ void TaskNameIndex::remove(TaskImpl& task) {
 bool TaskNameIndex::addCompleted(const TaskStat& finished) {
   if (const auto entry = byName_.find(finished.taskNameRef());
       entry != byName_.end() && entry->second.completed != nullptr) {
-    *entry->second.completed += finished;
+    entry->second.completed->stat += finished;
     return false;
   }
-  auto record = std::make_unique<TaskStat>(finished);
-  record->taskCompletedCountIs(1);
-  byName_[finished.taskNameRef()].completed = std::move(record);
+  auto record = std::make_unique<Completed>();
+  record->stat = finished;
+  record->stat.taskCompletedCountIs(1);
+  completed_.push_back(*(byName_[finished.taskNameRef()].completed = std::move(record)));
   return true;
 }
 
-void TaskNameIndex::clearCompleted() {
-  for (auto& [name, entry] : byName_) entry.completed.reset();
-  std::erase_if(byName_, [](const auto& entry) { return entry.second.tasks.empty(); });
+void TaskNameIndex::eraseCompleted(const Completed& record) {
+  const auto entry = byName_.find(record.stat.taskNameRef());
+  entry->second.completed.reset();
+  if (entry->second.tasks.empty()) byName_.erase(entry);
 }
 
 const TaskNameIndex::Entry* TaskNameIndex::find(const ConstStringRef& name) const {
@@ -37,7 +39,7 @@ TaskImpl* TaskNameIndex::task(const ConstStringRef& name) const {
 
 const TaskStat* TaskNameIndex::completed(const ConstStringRef& name) const {
   const Entry* entry = find(name);
-  return entry == nullptr ? nullptr : entry->completed.get();
+  return entry == nullptr || entry->completed == nullptr ? nullptr : &entry->completed->stat;
 }
 
 }  // namespace Tarvo

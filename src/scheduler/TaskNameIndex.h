@@ -17,9 +17,18 @@ class TaskNameIndex {
  public:
   void add(TaskImpl& task) { byName_[task.taskNameRef()].tasks.push_back(task); }
   void remove(TaskImpl& task);
+  /// The figures of finished tasks of one statistics name.
+  struct Completed {
+    TaskStat stat;
+    BookmarkListLinkNode link;
+  };
+  using CompletedList = BookmarkList<Completed, &Completed::link>;
+
   /// Merges the figures of a finished task; true when they are the first of their name.
   bool addCompleted(const TaskStat& finished);
-  void clearCompleted();
+  void eraseCompleted(const Completed& record);
+  /// In the order in which the names came.
+  CompletedList& completed() { return completed_; }
 
   /// Null without one; any one when there are several.
   TaskImpl* task(const ConstStringRef& name) const;
@@ -28,11 +37,12 @@ class TaskNameIndex {
  private:
   struct Entry {
     List<TaskImpl, &TaskImpl::taskSameNameLink_> tasks;
-    std::unique_ptr<TaskStat> completed;
+    std::unique_ptr<Completed> completed;
   };
 
   const Entry* find(const ConstStringRef& name) const;
 
+  CompletedList completed_;
   std::unordered_map<ConstStringRef, Entry> byName_;
 };
 

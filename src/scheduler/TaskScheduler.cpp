@@ -79,8 +79,10 @@ void TaskScheduler::updateCompletedTaskStats(const TaskStat& finished) {
 
 void TaskScheduler::resetStats() {
   sanityCheckCurrentRunningThread();
-  nameIndex_->clearCompleted();
-  for (auto& [priority, count] : completedTasksPerPriority_) count = 0;
+  while (const auto* record = nameIndex_->completed().first()) {
+    completedTasksPerPriorityDec(record->stat.taskPriority());
+    nameIndex_->eraseCompleted(*record);
+  }
   lastSchedulerLatency_ = 0;
   maxSchedulerSlip_ = 0;
   // A task's hook may destroy it and others.

@@ -34,7 +34,7 @@ TaskSchedulerRoot::TaskSchedulerRoot(const String& name)
 
 TaskSchedulerRoot::~TaskSchedulerRoot() = default;
 
-bool TaskSchedulerRoot::resetStatsInProgress() const { return resetStatsInProgress_; }
+bool TaskSchedulerRoot::resetStatsInProgress() const { return resetsInProgress_ != 0; }
 
 void TaskSchedulerRoot::requestSchedulerRun() {
   if (suspended_) {

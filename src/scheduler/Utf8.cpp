@@ -1,0 +1,57 @@
+#include "scheduler/Utf8.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+
+namespace Tarvo::Impl {
+
+namespace {
+
+constexpr std::string_view replacement = "\xEF\xBF\xBD";
+
+/// The length of the well-formed character at the start, or 0. (Unicode 15, table 3-7.)
+std::size_t characterLength(std::string_view text) {
+  const auto byte = [&](std::size_t i) { return static_cast<std::uint8_t>(text[i]); };
+  const std::uint8_t lead = byte(0);
+  if (lead < 0x80) return 1;
+  const std::size_t length = lead < 0xC2   ? 0
+                             : lead < 0xE0 ? 2
+                             : lead < 0xF0 ? 3
+                             : lead < 0xF5 ? 4
+                                           : 0;
+  if (length == 0 || text.size() < length) return 0;
+  for (std::size_t i = 1; i < length; ++i) {
+    if ((byte(i) & 0xC0) != 0x80) return 0;
+  }
+  const bool tooLong = (lead == 0xE0 && byte(1) < 0xA0) || (lead == 0xF0 && byte(1) < 0x90);
+  const bool surrogate = lead == 0xED && byte(1) >= 0xA0;
+  const bool tooLarge = lead == 0xF4 && byte(1) >= 0x90;
+  return tooLong || surrogate || tooLarge ? 0 : length;
+}
+
+}  // namespace
+
+String validUtf8(std::string_view text) {
+  String valid;
+  valid.reserve(text.size());
+  while (!text.empty()) {
+    const std::size_t length = characterLength(text);
+    valid += length == 0 ? replacement : text.substr(0, length);
+    text.remove_prefix(std::max<std::size_t>(length, 1));
+  }
+  return valid;
+}
+
+String tableText(std::string_view text, std::size_t width) {
+  // No character is wider than two columns or longer than four bytes.
+  String valid = validUtf8(text.substr(0, 4 * width));
+  for (char& c : valid) {
+    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '?';
+  }
+  return fmt::format("{:.{}}", valid, width);
+}
+
+}  // namespace Tarvo::Impl
