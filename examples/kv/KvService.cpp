@@ -1,7 +1,10 @@
 /// An in-memory key-value service on one thread: tasks of high priority serve the clients, a task
 /// group of low priority cleans up behind them.
 ///
-///     KvService [idle-seconds]     prints "port N", serves until SIGTERM, then tells what it did
+///     KvService [idle-seconds [directory]]
+///
+/// prints "port N", serves until SIGTERM, then tells what it did, and leaves stats.json and
+/// timeline.json in the directory.
 ///
 /// Request.h says what clients may ask. TRACE=Kv/01 shows clients coming and going.
 
@@ -11,6 +14,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <iostream>
 #include <memory>
 #include <string>
 
@@ -59,11 +63,14 @@ class StopSignals : public Tarvo::FileDescriptorTask {
 
 class Service {
  public:
-  explicit Service(double idleSeconds)
-      : signals_(std::make_shared<StopSignals>(root_)),
+  Service(double idleSeconds, std::string directory)
+      : directory_(std::move(directory)),
+        signals_(std::make_shared<StopSignals>(root_)),
         background_(root_, store_),
         commands_(store_, background_),
-        listener_(std::make_shared<kv::Listener>(root_, commands_, idleSeconds)) {}
+        listener_(std::make_shared<kv::Listener>(root_, commands_, idleSeconds)) {
+    if (!directory_.empty()) root_->historyEntryCountIs(20'000);  // the last second, about
+  }
 
   /// Returns when it was told to stop.
   void run() {
@@ -73,6 +80,7 @@ class Service {
       Tarvo::Platform::doEventLoop();
     } catch (const Stopped&) {
       lastEvents_ = kv::lastEvents(*root_, 12);  // before the end fills the history
+      if (!directory_.empty()) kv::leaveFiles(*root_, directory_);
     }
     listener_.reset();
     background_.stop();
@@ -80,12 +88,14 @@ class Service {
   }
 
   void report() const {
-    kv::printTasks(*root_, background_.group());
+    root_->statsRenderTextForDebug(std::cout);
+    std::cout << std::flush;
     kv::printStore(store_, background_);
     std::printf("the last events, the newest first:\n%s", lastEvents_.c_str());
   }
 
  private:
+  std::string directory_;
   std::shared_ptr<Tarvo::TaskSchedulerRoot> root_ = Tarvo::schedulerRootTarvo();
   std::shared_ptr<StopSignals> signals_;
   kv::Store store_;
@@ -99,12 +109,12 @@ class Service {
 
 int main(int argc, char** argv) {
   const double idleSeconds = argc > 1 ? std::strtod(argv[1], nullptr) : 30.0;
-  if (!(idleSeconds > 0) || argc > 2) {
-    std::fprintf(stderr, "usage: KvService [idle-seconds]\n");
+  if (!(idleSeconds > 0) || argc > 3) {
+    std::fprintf(stderr, "usage: KvService [idle-seconds [directory]]\n");
     return 2;
   }
   try {
-    Service service(idleSeconds);
+    Service service(idleSeconds, argc > 2 ? argv[2] : "");
     service.run();
     service.report();
     return 0;

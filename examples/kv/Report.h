@@ -10,11 +10,11 @@
 
 namespace kv {
 
-/// Prints what the tasks did, those that are gone included: a line for each name.
-void printTasks(const Tarvo::TaskSchedulerRoot& root, const Tarvo::TaskGroup& background);
-
 /// Prints what became of the data.
 void printStore(const Store& store, const Background& background);
+
+/// Writes the figures to stats.json, and what happened last to timeline.json, in a directory.
+void leaveFiles(const Tarvo::TaskSchedulerRoot& root, const std::string& directory);
 
 /// The last events of the scheduler, `count` of them, the newest first.
 std::string lastEvents(const Tarvo::TaskSchedulerRoot& root, std::size_t count);

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <iostream>
 #include <map>
@@ -36,8 +37,16 @@ struct Row {
 };
 
 struct Section {
-  const TaskScheduler* scheduler;
+  const TaskScheduler* scheduler = nullptr;
   std::vector<Row> rows;
+  bool arranged = false;
+};
+
+/// A row in its place, or a heading.
+struct Line {
+  const Row* row;
+  std::size_t depth;
+  String name;
 };
 
 /// The table of one root.
@@ -64,25 +73,27 @@ class Table {
   }
 
   void render(std::ostream& out) {
-    renderHead(out);
-    out << fmt::format(
-        "{:<2} {:<{}} {:>9} {:>8} {:>8} {:>8} {:>8} {:>8} {:>5} {:>5} {:>10} {:>8} {:>7}\n", "st",
-        "task", nameWidth, "runs", "total", "average", "longest", "waited", "longest", ">2x", ">5x",
-        "work", "most", "pending");
-    renderSection(out, sections_.begin()->second, 0);
+    arrange(sections_.begin()->second, 0);
     // What a filter has left without the line that it belongs under.
-    for (const auto& [key, section] : sections_) {
-      if (rendered_.contains(&section)) continue;
-      if (!section.rows.empty()) {
-        out << fmt::format("   members of {}\n", shown(section.scheduler->schedulerName(), 0));
-      }
-      renderSection(out, section, 1);
+    for (auto& [key, section] : sections_) {
+      if (section.arranged || section.rows.empty()) continue;
+      lines_.push_back({nullptr, 0, "members of " + section.scheduler->schedulerName()});
+      arrange(section, 1);
     }
+    for (Line& line : lines_) {
+      const std::size_t indent = std::min<std::size_t>(2 * line.depth, longestName / 2);
+      line.name = String(indent, ' ') + Impl::tableText(line.name, longestName - indent);
+      nameWidth_ = std::max(nameWidth_, Impl::columns(line.name));
+    }
+    renderHead(out);
+    renderColumns(out, "st", "task", "runs", "total", "average", "longest", "waited", "longest",
+                  ">2x", ">5x", "work", "most", "pending");
+    for (const Line& line : lines_) renderLine(out, line);
     renderQueues(out);
   }
 
  private:
-  static constexpr std::size_t nameWidth = 40;
+  static constexpr std::size_t longestName = 40;
 
   /// The key of the parent task; the root's is the lowest.
   static TaskKey keyOf(const TaskScheduler& scheduler) {
@@ -90,14 +101,9 @@ class Table {
     return group == nullptr ? TaskKey() : group->parentTask().taskKey();
   }
 
-  static String shown(const String& name, std::size_t depth) {
-    const std::size_t indent = std::min<std::size_t>(2 * depth, nameWidth / 2);
-    return String(indent, ' ') + Impl::tableText(name, nameWidth - indent);
-  }
-
   void renderHead(std::ostream& out) const {
     out << fmt::format("Scheduler {}: up {}, {} tasks, {} groups, scheduler waited {}, longest {}",
-                       Impl::tableText(root_.schedulerName(), nameWidth),
+                       Impl::tableText(root_.schedulerName(), longestName),
                        duration(nanoseconds(TaskClock::now() - root_.startTime())),
                        root_.totalRegisteredTaskCount(), root_.taskGroupCount(),
                        duration(root_.lastSchedulerLatency()), duration(root_.maxSchedulerSlip()));
@@ -109,29 +115,40 @@ class Table {
     out << '\n';
   }
 
-  void renderSection(std::ostream& out, const Section& section, std::size_t depth) {
-    rendered_.insert(&section);
+  void arrange(Section& section, std::size_t depth) {
+    section.arranged = true;
     for (const Row& row : section.rows) {
-      renderRow(out, row, depth);
+      lines_.push_back({&row, depth, row.stat.taskName()});
       if (row.completed || !row.stat.taskStatus().taskIsTaskGroup()) continue;
       const auto members = sections_.find(row.stat.taskKey());
-      if (members != sections_.end()) renderSection(out, members->second, depth + 1);
+      if (members != sections_.end()) arrange(members->second, depth + 1);
     }
   }
 
-  static void renderRow(std::ostream& out, const Row& row, std::size_t depth) {
-    const TaskStat& stat = row.stat;
+  void renderLine(std::ostream& out, const Line& line) const {
+    if (line.row == nullptr) {
+      out << "   " << line.name << '\n';
+      return;
+    }
+    const TaskStat& stat = line.row->stat;
     const auto runs = static_cast<TaskTimeDuration>(std::max(1U, stat.taskRunCount()));
-    const auto status =
-        row.completed ? String{'c', stat.taskStatusString()[1]} : stat.taskStatusString();
-    out << fmt::format(
-        "{:<2} {:<{}} {:>9} {:>8} {:>8} {:>8} {:>8} {:>8} {:>5} {:>5} {:>10} {:>8} {:>7}\n", status,
-        shown(stat.taskName(), depth), nameWidth, stat.taskRunCount(),
-        duration(stat.taskTotalRunTime()), duration(stat.taskTotalRunTime() / runs),
-        duration(stat.taskRunTimeHighWaterMark()), duration(stat.taskLastSchedulingLatency()),
+    String status = stat.taskStatusString();
+    if (line.row->completed) status[0] = 'c';
+    renderColumns(
+        out, status, line.name, stat.taskRunCount(), duration(stat.taskTotalRunTime()),
+        duration(stat.taskTotalRunTime() / runs), duration(stat.taskRunTimeHighWaterMark()),
+        duration(stat.taskLastSchedulingLatency()),
         duration(stat.taskSchedulingLatencyHighWaterMark()), stat.taskQuantumViolation200(),
         stat.taskQuantumViolation500(), stat.taskWorkCountTotal(),
         mark(stat.taskWorkCountHighWaterMark()), stat.taskWorkPending());
+  }
+
+  template <typename Status, typename Name, typename... Figures>
+  void renderColumns(std::ostream& out, const Status& status, const Name& name,
+                     const Figures&... figures) const {
+    out << fmt::format(
+        "{:<2} {:<{}} {:>8} {:>7} {:>7} {:>7} {:>7} {:>7} {:>4} {:>4} {:>10} {:>7} {:>7}\n", status,
+        name, nameWidth_, figures...);
   }
 
   void renderQueues(std::ostream& out) const {
@@ -145,7 +162,8 @@ class Table {
 
   const TaskSchedulerRoot& root_;
   std::map<TaskKey, Section> sections_;
-  std::set<const Section*> rendered_;
+  std::vector<Line> lines_;
+  std::size_t nameWidth_ = 10;
 };
 
 }  // namespace

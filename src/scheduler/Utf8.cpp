@@ -54,4 +54,11 @@ String tableText(std::string_view text, std::size_t width) {
   return fmt::format("{:.{}}", valid, width);
 }
 
+std::size_t columns(std::string_view text) {
+  // Padding by n columns adds a blank for each that the text leaves free.
+  const std::size_t most = 2 * text.size();
+  const std::size_t padded = fmt::formatted_size("{:<{}}", text, most);
+  return most - (padded - text.size());
+}
+
 }  // namespace Tarvo::Impl
