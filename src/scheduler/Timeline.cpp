@@ -45,7 +45,7 @@ class Timeline {
     for (auto at = walk.next(); at != StatsWalk::At::end; at = walk.next()) {
       if (at == StatsWalk::At::scheduler) {
         track = &walk.scheduler() == &root_ ? 1 : ++tracks;
-        tracks_[walk.scheduler().schedulerNameRef().elem()] = track;
+        schedulerTracks_[walk.scheduler().schedulerNameRef().elem()] = track;
         begin("M", "thread_name", nullptr, track);
         writer_.Key("args");
         writer_.StartObject();
@@ -55,7 +55,7 @@ class Timeline {
       } else {
         const bool completed = at == StatsWalk::At::completed;
         const auto& task = completed ? walk.completed().taskNameRef() : walk.task().taskNameRef();
-        tracks_.emplace(task.elem(), track);
+        taskTracks_.emplace(task.elem(), track);
       }
     }
   }
@@ -64,7 +64,7 @@ class Timeline {
     const ConstStringRef& who = event.name;
     switch (event.eventType) {
       case Type::schedule:
-        asynchronous("b", "wait", who, event.time);
+        asynchronous("b", "wait", event);
         waits_[who.elem()] = event.time;
         return;
       case Type::unschedule:
@@ -75,22 +75,22 @@ class Timeline {
         runs_[who.elem()] = event.time;
         return;
       case Type::runEnd:
-        return span("run", who, runs_, event);
+        return span("run", runs_, event);
       case Type::schedulerIdle:
         idles_[who.elem()] = event.time;
         return;
       case Type::schedulerRunnable:
-        return span("idle", who, idles_, event);
+        return span("idle", idles_, event);
       case Type::suspendOn:
       case Type::schedulerSuspended:
         suspensions_[who.elem()] = event.time;
-        return asynchronous("b", "suspended", who, event.time);
+        return asynchronous("b", "suspended", event);
       case Type::suspendOff:
       case Type::schedulerUnsuspended:
-        if (suspensions_.erase(who.elem()) != 0) asynchronous("e", "suspended", who, event.time);
+        if (suspensions_.erase(who.elem()) != 0) asynchronous("e", "suspended", event);
         return;
       default:
-        begin("i", event.eventTypeDisplay() + " " + who.text(), &event.time, trackOf(who));
+        begin("i", event.eventTypeDisplay() + " " + who.text(), &event.time, trackOf(event));
         writer_.Key("s");
         writer_.String("t");
         writer_.EndObject();
@@ -98,22 +98,21 @@ class Timeline {
   }
 
   void endWait(const Event& event) {
-    if (waits_.erase(event.name.elem()) != 0) asynchronous("e", "wait", event.name, event.time);
+    if (waits_.erase(event.name.elem()) != 0) asynchronous("e", "wait", event);
   }
 
-  void span(const char* category, const ConstStringRef& who, Starts& starts, const Event& end) {
-    const auto start = starts.find(who.elem());
+  void span(const char* category, Starts& starts, const Event& end) {
+    const auto start = starts.find(end.name.elem());
     if (start == starts.end()) return;  // it stood before the oldest event
-    complete(category, category == String("idle") ? "idle" : who.text(), start->second, end.time,
-             trackOf(who));
+    complete(category, &starts == &idles_ ? "idle" : end.name.text(), start->second, end.time,
+             trackOf(end));
     starts.erase(start);
   }
 
   /// Runs that have not ended lasted until now.
   void closeRuns(TimePoint now) {
     for (const auto& [elem, start] : runs_) {
-      const auto track = tracks_.find(elem);
-      complete("run", elem->text(), start, now, track == tracks_.end() ? 1 : track->second);
+      complete("run", elem->text(), start, now, trackOf(Type::runEnd, elem));
     }
   }
 
@@ -126,13 +125,13 @@ class Timeline {
     writer_.EndObject();
   }
 
-  void asynchronous(const char* phase, const char* category, const ConstStringRef& who,
-                    TimePoint time) {
-    begin(phase, who.text(), &time, trackOf(who));
+  void asynchronous(const char* phase, const char* category, const Event& event) {
+    begin(phase, event.name.text(), &event.time, trackOf(event));
     writer_.Key("cat");
     writer_.String(category);
     writer_.Key("id");
-    writer_.String(fmt::format("{}", static_cast<const void*>(who.elem())).c_str());
+    const void* id = event.name.elem();
+    writer_.String(fmt::format("{}", id).c_str());
     writer_.EndObject();
   }
 
@@ -157,11 +156,14 @@ class Timeline {
     writer_.String(valid.data(), static_cast<rapidjson::SizeType>(valid.size()));
   }
 
-  /// The track of a scheduler, or of a task's; those that are gone are on the root's.
-  int trackOf(const ConstStringRef& who) const {
-    const auto track = tracks_.find(who.elem());
-    return track == tracks_.end() ? 1 : track->second;
+  /// The track of a scheduler, or of a task's; those that are gone are on the root's. (A group and
+  /// its parent task share one name.)
+  int trackOf(Type type, const ConstStringRef::Elem* who) const {
+    const auto& tracks = type >= Type::schedulerIdle ? schedulerTracks_ : taskTracks_;
+    const auto track = tracks.find(who);
+    return track == tracks.end() ? 1 : track->second;
   }
+  int trackOf(const Event& event) const { return trackOf(event.eventType, event.name.elem()); }
 
   static double microseconds(TaskClock::duration duration) {
     return static_cast<double>(nanoseconds(duration)) / 1000.0;
@@ -170,7 +172,8 @@ class Timeline {
   const TaskSchedulerRoot& root_;
   rapidjson::StringBuffer buffer_;
   rapidjson::Writer<rapidjson::StringBuffer> writer_{buffer_};
-  std::map<const ConstStringRef::Elem*, int> tracks_;
+  using Tracks = std::map<const ConstStringRef::Elem*, int>;
+  Tracks taskTracks_, schedulerTracks_;
   Starts waits_, runs_, idles_, suspensions_;
 };
 
