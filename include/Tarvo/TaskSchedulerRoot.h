@@ -90,10 +90,10 @@ class TARVO_EXPORT TaskSchedulerRoot : public TaskScheduler, private Platform::C
   String statsRenderPrometheus() const;
 
   /// Writes the JSON to a descriptor as a task of low priority, in pieces, waiting when the reader
-  /// is slow. Each record is of one moment; tasks that come meanwhile may be missing. `done` is
-  /// called at the end, by that task, with 0 or the errno that ended it, and what was written. The
-  /// caller keeps the task until then: dropping it ends the writing. The descriptor becomes
-  /// non-blocking, stays the caller's and must stay open as long.
+  /// is slow. Each record is of one moment; tasks that come meanwhile are missing. `done` is called
+  /// at the end, by that task, with 0 or the errno that ended it, and what was written. The caller
+  /// keeps the task until then: dropping it ends the writing. The file becomes non-blocking. The
+  /// descriptor stays the caller's, who may close it: a copy is written to.
   std::shared_ptr<_TaskBase> snapshotRenderJsonAsync(
       int fd, std::function<void(int error, std::uint64_t bytes)> done = nullptr);
 
@@ -110,6 +110,7 @@ class TARVO_EXPORT TaskSchedulerRoot : public TaskScheduler, private Platform::C
   /// When the root was made.
   TaskClock::time_point startTime() const { return startTime_; }
 
+  TaskKey newestTaskKey() const { return TaskKey(lastTaskKey_); }
   TaskKey newTaskKey() { return TaskKey(++lastTaskKey_); }
 
   /// 0 to 100, where 100 is as rare as one in 45 million.

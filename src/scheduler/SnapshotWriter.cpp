@@ -1,9 +1,11 @@
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
 #include <ctime>
+#include <new>
 #include <utility>
 
 #include "Tarvo/Allocator.h"
@@ -42,26 +44,34 @@ class SnapshotWriter final : public FileDescriptorTask {
 
   SnapshotWriter(std::shared_ptr<TaskScheduler> scheduler, int fd, Done done)
       : FileDescriptorTask(std::move(scheduler), TaskPriority::low, "snapshot"),
-        fd_(fd),
+        fd_(fcntl(fd, F_DUPFD_CLOEXEC, 0)),
         done_(std::move(done)),
         json_(*taskScheduler()->root(), "") {
     taskWatchReadableIs(false);
+    const int flags = fcntl(fd_, F_GETFL);
     struct stat status;
-    if (fstat(fd, &status) != 0) {
+    if (flags < 0 || fstat(fd_, &status) != 0) {
       error_ = errno;
+    } else if ((flags & O_PATH) != 0) {
+      error_ = EBADF;
     } else if (!S_ISREG(status.st_mode)) {  // which is always ready
       try {
-        taskWatchFdIs(fd);
+        taskWatchFdIs(fd_);
       } catch (const RuntimeException&) {  // so are some devices
       }
     }
     scheduleTaskWritable();
   }
+  ~SnapshotWriter() override { closeFd(); }
 
   void taskExecuteReadable() override {}
   void taskExecuteWritable() override {
     while (!over_) {
-      if (error_ == 0) proceed();
+      try {
+        if (error_ == 0) proceed();
+      } catch (const std::bad_alloc&) {
+        error_ = ENOMEM;  // in the middle of a record, so there is no going on
+      }
       if (error_ == EAGAIN && taskWatchFd() >= 0) {
         error_ = 0;
         return taskWatchWritableIs(true);
@@ -93,11 +103,16 @@ class SnapshotWriter final : public FileDescriptorTask {
 
   void finish() {
     over_ = true;
-    taskWatchFdDel();
+    closeFd();
     if (const auto done = std::exchange(done_, nullptr)) done(error_, bytes_);
   }
 
-  int fd_;
+  void closeFd() {
+    taskWatchFdDel();
+    if (fd_ >= 0) close(std::exchange(fd_, -1));
+  }
+
+  int fd_;  // a copy: the caller may close his
   Done done_;
   StatsJson json_;
   std::size_t written_ = 0;  // of what json_ holds

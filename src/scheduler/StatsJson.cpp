@@ -1,5 +1,6 @@
 #include "scheduler/StatsJson.h"
 
+#include <cmath>
 #include <type_traits>
 
 #include "scheduler/Utf8.h"
@@ -123,8 +124,10 @@ void StatsJson::record(const TaskStat& stat, bool completed) {
   number("workPending", stat.taskWorkPending());
   if (stat.taskWorkCountHighWaterMark() != TaskStat::noMark) {
     number("workMost", stat.taskWorkCountHighWaterMark());
-    writer_.Key("workAverage");
-    writer_.Double(static_cast<double>(stat.taskWorkCountDecayAvg()));
+    if (std::isfinite(stat.taskWorkCountDecayAvg())) {
+      writer_.Key("workAverage");
+      writer_.Double(static_cast<double>(stat.taskWorkCountDecayAvg()));
+    }
   }
   if (stat.taskWorkPendingHighWaterMark() != TaskStat::noMark) {
     number("workPendingMost", stat.taskWorkPendingHighWaterMark());

@@ -13,6 +13,7 @@ namespace {
 struct Sum {
   TaskStat stat;
   unsigned int tasks = 0;
+  std::uint64_t pending = 0;
 };
 using SumKey = std::tuple<String, String, TaskPriority>;  // scheduler, task, priority
 using Sums = std::map<SumKey, Sum>;
@@ -35,9 +36,11 @@ Sums sumsOf(const TaskSchedulerRoot& root) {
     const TaskStat stat = completed ? walk.completed() : walk.task().getStats();
     Sum& sum = sums[{labelValue(walk.scheduler().schedulerName()), labelValue(stat.taskName()),
                      stat.taskPriority()}];
-    if (sum.stat.taskName().empty()) sum.stat.taskNameIs(stat.taskNameRef());
+    sum.stat.taskNameIs(stat.taskNameRef());  // names that differ may be shown alike
     sum.stat += stat;
-    if (!completed) ++sum.tasks;
+    if (completed) continue;
+    ++sum.tasks;
+    sum.pending += stat.taskWorkPending();
   }
   return sums;
 }
@@ -103,11 +106,12 @@ String TaskSchedulerRoot::statsRenderPrometheus() const {
   page.family("tarvo_task_work_total", "counter", "Units of work, as the tasks report them.",
               [](const Sum& sum) { return sum.stat.taskWorkCountTotal(); });
   page.family("tarvo_task_work_pending", "gauge", "Units left to do, as last reported.",
-              [](const Sum& sum) { return sum.stat.taskWorkPending(); });
+              [](const Sum& sum) { return sum.pending; });
   page.queueFamily("tarvo_queue_runnable", "gauge", "Tasks on run queues.",
                    [](const auto& stats) { return stats.runnable(); });
   page.queueFamily("tarvo_queue_runs_total", "counter", "Tasks taken from run queues.",
                    [](const auto& stats) { return stats.runCount(); });
+  page.figure("tarvo_scheduler_suspended", "gauge", "1 while nothing runs.", suspended() ? 1 : 0);
   page.figure("tarvo_scheduler_latency_seconds", "gauge",
               "From the last request for a run step to the step.", seconds(lastSchedulerLatency()));
   page.figure("tarvo_scheduler_slip_seconds", "gauge", "The longest such time.",

@@ -20,11 +20,12 @@ class TaskSchedulerRoot::StatsReset final : public Task {
   }
 
   void taskExecute() override {
+    if (over_) return;
     scheduleTask();  // also when a hook throws
-    for (unsigned steps = 1;; ++steps) {
+    while (true) {
       if (walk_.next() == StatsWalk::At::end) break;
       if (walk_.at() != StatsWalk::At::task || &walk_.task() != this) walk_.reset();
-      if (steps % 16 == 0 && taskShouldYield()) return;
+      if (taskShouldYield()) return;
     }
     unscheduleTask();
     over_ = true;

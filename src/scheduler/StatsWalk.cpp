@@ -30,14 +30,21 @@ bool StatsWalk::enterNextScheduler() {
   scheduler_->registeredTasks_.insertBefore(nextTask_, scheduler_->registeredTasks_.begin());
   TaskNameIndex::CompletedList& completed = scheduler_->nameIndex_->completed();
   completed.insertBefore(nextCompleted_, completed.begin());
+  recordsLeft_ = 0;
+  for (const auto& [priority, count] : scheduler_->completedTasksPerPriority_) {
+    recordsLeft_ += count;
+  }
   return true;
 }
 
 StatsWalk::At StatsWalk::next() {
   if (scheduler_ != nullptr && stillThere()) {
-    if ((task_ = pass(nextTask_, scheduler_->registeredTasks_)) != nullptr) return at_ = At::task;
+    // Tasks stand in the order of their keys.
+    task_ = pass(nextTask_, scheduler_->registeredTasks_);
+    if (task_ != nullptr && task_->taskKey() <= newestTask_) return at_ = At::task;
+    if (nextTask_.isLinked()) nextTask_.unlink();
     completed_ = pass(nextCompleted_, scheduler_->nameIndex_->completed());
-    if (completed_ != nullptr) return at_ = At::completed;
+    if (completed_ != nullptr && recordsLeft_-- > 0) return at_ = At::completed;
   }
   return at_ = enterNextScheduler() ? At::scheduler : At::end;
 }

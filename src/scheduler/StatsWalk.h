@@ -11,12 +11,13 @@ namespace Tarvo {
 
 /// Goes through everything that a root keeps figures of: each scheduler, then its tasks, then its
 /// records of completed tasks. It may stop after every step and go on later: what comes and goes
-/// meanwhile does no harm, though what comes may be missed.
+/// meanwhile does no harm. What comes is not visited, so that a walk has an end.
 class StatsWalk {
  public:
   enum class At : std::uint8_t { scheduler, task, completed, end };
 
-  explicit StatsWalk(const TaskSchedulerRoot& root) : root_(root) {}
+  explicit StatsWalk(const TaskSchedulerRoot& root)
+      : root_(root), newestTask_(root.newestTaskKey()) {}
 
   /// Moves on. What the accessors below refer to is valid until anything else happens.
   At next();
@@ -33,6 +34,8 @@ class StatsWalk {
   bool stillThere() const { return root_.schedulers().contains(scheduler_); }
 
   const TaskSchedulerRoot& root_;
+  TaskKey newestTask_;
+  std::size_t recordsLeft_ = 0;  // of this scheduler, as many as there were
   At at_ = At::end;
   TaskScheduler* scheduler_ = nullptr;
   TaskImpl* task_ = nullptr;

@@ -2,8 +2,13 @@
 #include <rapidjson/writer.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <deque>
+#include <iterator>
 #include <map>
-#include <optional>
+#include <set>
+#include <utility>
+#include <vector>
 
 #include "scheduler/StatsWalk.h"
 #include "scheduler/Utf8.h"
@@ -16,8 +21,8 @@ using Type = TaskSchedulerEventType;
 using Event = TaskSchedulerHistory::Event;
 using TimePoint = TaskClock::time_point;
 
-/// The history in the trace event format of Chrome: complete events for runs and idleness, which
-/// nest, asynchronous ones for waits and suspensions, which overlap, instants for the rest.
+/// The history in the trace event format of Chrome: complete events for runs, which nest,
+/// asynchronous ones for waits, suspensions and idleness, which overlap, instants for the rest.
 class Timeline {
  public:
   explicit Timeline(const TaskSchedulerRoot& root) : root_(root) {
@@ -36,7 +41,12 @@ class Timeline {
   String text() const { return {buffer_.GetString(), buffer_.GetSize()}; }
 
  private:
-  using Starts = std::map<const ConstStringRef::Elem*, TimePoint>;
+  struct Run {
+    const ConstStringRef::Elem* who;
+    TimePoint start;
+    int track;
+  };
+  using Open = std::map<const ConstStringRef::Elem*, std::deque<int>>;  // the ids
 
   void nameTracks() {
     int tracks = 1;
@@ -55,65 +65,66 @@ class Timeline {
       } else {
         const bool completed = at == StatsWalk::At::completed;
         const auto& task = completed ? walk.completed().taskNameRef() : walk.task().taskNameRef();
-        taskTracks_.emplace(task.elem(), track);
+        taskTracks_.insert({task.elem(), track});
       }
     }
   }
 
   void take(const Event& event) {
-    const ConstStringRef& who = event.name;
+    const ConstStringRef::Elem* who = event.name.elem();
     switch (event.eventType) {
       case Type::schedule:
-        asynchronous("b", "wait", event);
-        waits_[who.elem()] = event.time;
-        return;
+        return open(waits_, "wait", event);
       case Type::unschedule:
-        endWait(event);
-        return;
+        return close(waits_, "wait", event);
       case Type::runStart:
-        endWait(event);
-        runs_[who.elem()] = event.time;
+        close(waits_, "wait", event);
+        // Runs nest: the members of a group run inside its parent task's run.
+        runs_.push_back({who, event.time, trackOf(event)});
         return;
       case Type::runEnd:
-        return span("run", runs_, event);
+        return endRun(event);
       case Type::schedulerIdle:
-        idles_[who.elem()] = event.time;
-        return;
+        return open(idles_, "idle", event);
       case Type::schedulerRunnable:
-        return span("idle", idles_, event);
+        return close(idles_, "idle", event);
       case Type::suspendOn:
       case Type::schedulerSuspended:
-        suspensions_[who.elem()] = event.time;
-        return asynchronous("b", "suspended", event);
+        return open(suspensions_, "suspended", event);
       case Type::suspendOff:
       case Type::schedulerUnsuspended:
-        if (suspensions_.erase(who.elem()) != 0) asynchronous("e", "suspended", event);
-        return;
+        return close(suspensions_, "suspended", event);
       default:
-        begin("i", event.eventTypeDisplay() + " " + who.text(), &event.time, trackOf(event));
+        begin("i", event.eventTypeDisplay() + " " + event.name.text(), &event.time, trackOf(event));
         writer_.Key("s");
         writer_.String("t");
         writer_.EndObject();
     }
   }
 
-  void endWait(const Event& event) {
-    if (waits_.erase(event.name.elem()) != 0) asynchronous("e", "wait", event);
-  }
-
-  void span(const char* category, Starts& starts, const Event& end) {
-    const auto start = starts.find(end.name.elem());
-    if (start == starts.end()) return;  // it stood before the oldest event
-    complete(category, &starts == &idles_ ? "idle" : end.name.text(), start->second, end.time,
-             trackOf(end));
-    starts.erase(start);
+  void endRun(const Event& event) {
+    const auto same = [&](const Run& run) { return run.who == event.name.elem(); };
+    const auto run = std::find_if(runs_.rbegin(), runs_.rend(), same);
+    if (run == runs_.rend()) return;  // it began before the oldest event
+    complete("run", event.name.text(), run->start, event.time, run->track);
+    runs_.erase(std::next(run).base(), runs_.end());
   }
 
   /// Runs that have not ended lasted until now.
   void closeRuns(TimePoint now) {
-    for (const auto& [elem, start] : runs_) {
-      complete("run", elem->text(), start, now, trackOf(Type::runEnd, elem));
-    }
+    for (const Run& run : runs_) complete("run", run.who->text(), run.start, now, run.track);
+  }
+
+  void open(Open& all, const char* category, const Event& event) {
+    all[event.name.elem()].push_back(++lastId_);
+    asynchronous("b", category, event, lastId_);
+  }
+  /// Of several with one name the first.
+  void close(Open& all, const char* category, const Event& event) {
+    const auto found = all.find(event.name.elem());
+    if (found == all.end() || found->second.empty()) return;
+    asynchronous("e", category, event, found->second.front());
+    found->second.pop_front();
   }
 
   void complete(const char* category, const String& what, TimePoint from, TimePoint to, int track) {
@@ -125,13 +136,12 @@ class Timeline {
     writer_.EndObject();
   }
 
-  void asynchronous(const char* phase, const char* category, const Event& event) {
+  void asynchronous(const char* phase, const char* category, const Event& event, int id) {
     begin(phase, event.name.text(), &event.time, trackOf(event));
     writer_.Key("cat");
     writer_.String(category);
     writer_.Key("id");
-    const void* id = event.name.elem();
-    writer_.String(fmt::format("{}", id).c_str());
+    writer_.Int(id);
     writer_.EndObject();
   }
 
@@ -157,13 +167,24 @@ class Timeline {
   }
 
   /// The track of a scheduler, or of a task's; those that are gone are on the root's. (A group and
-  /// its parent task share one name.)
-  int trackOf(Type type, const ConstStringRef::Elem* who) const {
-    const auto& tracks = type >= Type::schedulerIdle ? schedulerTracks_ : taskTracks_;
-    const auto track = tracks.find(who);
-    return track == tracks.end() ? 1 : track->second;
+  /// its parent task share one name. Of tasks of one name in several schedulers, the one that runs
+  /// is in the group that is running.)
+  int trackOf(const Event& event) const {
+    const bool ofTask = event.eventType < Type::schedulerIdle;
+    if (ofTask && !runs_.empty()) {
+      const auto group = schedulerTracks_.find(runs_.back().who);
+      if (group != schedulerTracks_.end() &&
+          taskTracks_.contains({event.name.elem(), group->second})) {
+        return group->second;
+      }
+    }
+    if (!ofTask) {
+      const auto track = schedulerTracks_.find(event.name.elem());
+      return track == schedulerTracks_.end() ? 1 : track->second;
+    }
+    const auto track = taskTracks_.lower_bound({event.name.elem(), 0});
+    return track == taskTracks_.end() || track->first != event.name.elem() ? 1 : track->second;
   }
-  int trackOf(const Event& event) const { return trackOf(event.eventType, event.name.elem()); }
 
   static double microseconds(TaskClock::duration duration) {
     return static_cast<double>(nanoseconds(duration)) / 1000.0;
@@ -172,9 +193,11 @@ class Timeline {
   const TaskSchedulerRoot& root_;
   rapidjson::StringBuffer buffer_;
   rapidjson::Writer<rapidjson::StringBuffer> writer_{buffer_};
-  using Tracks = std::map<const ConstStringRef::Elem*, int>;
-  Tracks taskTracks_, schedulerTracks_;
-  Starts waits_, runs_, idles_, suspensions_;
+  std::map<const ConstStringRef::Elem*, int> schedulerTracks_;
+  std::set<std::pair<const ConstStringRef::Elem*, int>> taskTracks_;  // and the scheduler's
+  std::vector<Run> runs_;  // that have not ended, the outermost first
+  Open waits_, idles_, suspensions_;
+  int lastId_ = 0;
 };
 
 }  // namespace

@@ -1,4 +1,3 @@
-#include <gmock/gmock.h>
 #include <sys/wait.h>
 
 #include <latch>
@@ -12,7 +11,6 @@
 namespace {
 
 using namespace testsupport;
-using testing::ElementsAre;
 
 struct ForkTest : LoopFixture {
   SocketPair pair;
@@ -29,12 +27,6 @@ struct ForkTest : LoopFixture {
     callback->requestCallback();
     events->setFd(pair.ends[0]);
     ASSERT_EQ(write(pair.ends[1], "x", 1), 1);
-  }
-  void TearDown() override {
-    timer.reset();
-    callback.reset();
-    events.reset();
-    LoopFixture::TearDown();
   }
   /// Serves everything that was armed; 0 when all of it came.
   int serveAll() {

@@ -1,16 +1,12 @@
-#include <gmock/gmock.h>
-
 #include "Tarvo/TaskControl.h"
+
 #include "support/SchedulerFixture.h"
 
 namespace {
 
-using testing::ElementsAre;
-using testsupport::Handler;
-using testsupport::TaskPriority;
-namespace Platform = testsupport::Platform;
+using namespace testsupport;
 
-struct TaskControlTest : testsupport::SchedulerFixture {
+struct TaskControlTest : SchedulerFixture {
   void run() {
     for (int pass = 0; pass < 8; ++pass) Platform::doEventLoop(0.0);
   }
@@ -21,13 +17,13 @@ TEST_F(TaskControlTest, NotificationsAreRuns) {
   {
     auto timer = Platform::getTimerControl(&handler, root, TaskPriority::high, "timer");
     auto callback = Platform::getCallbackControl(&handler, root, TaskPriority::high, "callback");
-    EXPECT_EQ(timer->remainingTimeout(), HUGE_VAL);
+    EXPECT_EQ(timer->remainingTimeout(), infinity);
     timer->setTimeout(100);
     EXPECT_GT(timer->remainingTimeout(), 0.0);
-    timer->setTimeout(HUGE_VAL);
-    EXPECT_EQ(timer->remainingTimeout(), HUGE_VAL);
+    timer->setTimeout(infinity);
+    EXPECT_EQ(timer->remainingTimeout(), infinity);
     timer->setTimeout(0);
-    EXPECT_EQ(timer->remainingTimeout(), HUGE_VAL) << "it waits for its run";
+    EXPECT_EQ(timer->remainingTimeout(), infinity) << "it waits for its run";
     callback->requestCallback();
     callback->requestCallback();
     callback->cancelCallback();
@@ -50,7 +46,7 @@ TEST_F(TaskControlTest, NotificationsAreRuns) {
 }
 
 TEST_F(TaskControlTest, ADescriptorHandlerIsAskedAboutItsExceptions) {
-  testsupport::SocketPair pair;
+  SocketPair pair;
   const int fd = pair.ends[0];
   const auto control = Platform::getFdControl(&handler, root, TaskPriority::normal, "fd");
   control->setReads(false);

@@ -2,12 +2,14 @@
 #define TARVO_TESTS_SUPPORT_LOOPFIXTURE_H
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <functional>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -16,10 +18,15 @@
 #include "Tarvo/Loco.h"
 #include "Tarvo/Platform.h"
 #include "platform/LibeventControls.h"
+#include "support/Failure.h"
 
 namespace testsupport {
 
 namespace Platform = Tarvo::Platform;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+constexpr double infinity = HUGE_VAL;
 
 using RunLog = std::vector<std::string>;
 
@@ -56,9 +63,10 @@ struct Handler : Platform::TimeoutHandler, Platform::CallbackHandler, Platform::
   }
 };
 
-/// Leaves no control and no held lock behind.
+/// Leaves no control, no held lock and no virtual time behind when the test's members are gone.
 struct LoopFixture : testing::Test {
-  void TearDown() override {
+  ~LoopFixture() override {
+    Platform::setFastForward(false);
     EXPECT_EQ(Tarvo::allocationCount<Tarvo::LibeventTimerControl>().objects, 0);
     EXPECT_EQ(Tarvo::allocationCount<Tarvo::LibeventCallbackControl>().objects, 0);
     EXPECT_EQ(Tarvo::allocationCount<Tarvo::LibeventFdControl>().objects, 0);
@@ -79,6 +87,14 @@ struct SocketPair {
     close(ends[1]);
   }
   int ends[2];
+};
+
+/// Random numbers whose seed a failure tells.
+struct SeededRandom {
+  unsigned below(unsigned n) { return std::uniform_int_distribution(0U, n - 1)(engine); }
+  const unsigned seed = std::random_device{}();
+  testing::ScopedTrace told{__FILE__, __LINE__, seed};
+  std::mt19937 engine{seed};
 };
 
 }  // namespace testsupport

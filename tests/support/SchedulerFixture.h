@@ -1,12 +1,7 @@
 #ifndef TARVO_TESTS_SUPPORT_SCHEDULERFIXTURE_H
 #define TARVO_TESTS_SUPPORT_SCHEDULERFIXTURE_H
 
-#include <functional>
-#include <memory>
-#include <string>
-
 #include "Tarvo/TaskScheduler.h"
-#include "support/Failure.h"
 #include "support/LoopFixture.h"
 
 namespace testsupport {
@@ -14,36 +9,43 @@ namespace testsupport {
 using Tarvo::TaskPriority;
 
 /// A task that logs its name and then does what the test wants.
-struct TestTask : Tarvo::Task {
-  using Body = std::function<void(TestTask&)>;
+template <typename Base>
+struct Logged : Base {
+  using Body = std::function<void(Logged&)>;
 
-  TestTask(std::shared_ptr<Tarvo::TaskScheduler> scheduler, TaskPriority priority,
-           const std::string& name, RunLog& runLog, Body doNext)
-      : Task(std::move(scheduler), priority, name), log(runLog), body(std::move(doNext)) {}
+  Logged(std::shared_ptr<Tarvo::TaskScheduler> scheduler, TaskPriority priority,
+         const std::string& name, RunLog& runLog, Body doNext = nullptr)
+      : Base(std::move(scheduler), priority, name), log(runLog), body(std::move(doNext)) {}
 
   void taskExecute() override {
-    log.push_back(taskName());
+    log.push_back(this->taskName());
     if (const Body now = body) now(*this);  // the body may replace itself
   }
   void handleTaskBusy() override {
     if (onBusy) onBusy(*this);
   }
-  using Task::handleDestroy;
+  using Base::handleDestroy;
 
   RunLog& log;
   Body body;
   Body onBusy;
 };
 
+using TestTask = Logged<Tarvo::Task>;
 using TestTaskPtr = std::shared_ptr<TestTask>;
 
 /// A root of its own on the thread's loop; leaves no task behind.
 struct SchedulerFixture : LoopFixture {
+  ~SchedulerFixture() override {
+    EXPECT_EQ(Tarvo::allocationCount<TestTask>().objects, 0);
+    EXPECT_EQ(root.use_count(), 1);
+  }
   TestTaskPtr make(const std::string& name, TaskPriority priority = TaskPriority::normal,
                    TestTask::Body body = nullptr) {
     return std::allocate_shared<TestTask>(Tarvo::Allocator<TestTask>(), root, priority, name, log,
                                           std::move(body));
   }
+  static void runLoop() { Platform::doEventLoop(); }
   /// The display names of the history's events, the oldest first.
   RunLog events() const {
     RunLog names;
@@ -51,12 +53,6 @@ struct SchedulerFixture : LoopFixture {
       names.insert(names.begin(), event.eventTypeDisplay() + " " + event.name.text());
     }
     return names;
-  }
-  void TearDown() override {
-    EXPECT_EQ(Tarvo::allocationCount<TestTask>().objects, 0);
-    EXPECT_EQ(root.use_count(), 1);
-    root.reset();
-    LoopFixture::TearDown();
   }
   std::shared_ptr<Tarvo::TaskSchedulerRoot> root = Tarvo::schedulerRootTarvoNonShared("root");
 };

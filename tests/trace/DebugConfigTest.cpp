@@ -1,5 +1,4 @@
 #include <fmt/format.h>
-#include <gmock/gmock-matchers.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -9,8 +8,6 @@
 #include <sstream>
 
 #include "Tarvo/Debug.h"
-#include "Tarvo/Loco.h"
-#include "support/Failure.h"
 
 namespace {
 
@@ -160,14 +157,6 @@ TEST(DebugConfigTest, EntriesAreCutAtCommasAndSlashes) {
   EXPECT_EQ(handler->levels(), 1U << 20);
   clearTarvoDebug(nullptr);
   setupTarvoDebug("");
-}
-
-TEST(DebugConfigTest, RegistriesNeedTheGlobalLock) {
-  EXPECT_THAT(testsupport::failureOf([] { Tarvo::Orl::DebugHandler::initialize(); }),
-              testing::HasSubstr("DebugHandler::initialize() no loco"));
-  EXPECT_DEATH(Tarvo::Orl::DebugControl::initialize(),
-               "Assertion `Tarvo::Platform::loco\\(\\).owns_lock\\(\\) && "
-               "\"DebugControl::initialize\\(\\) no loco\"' failed");
 }
 
 }  // namespace

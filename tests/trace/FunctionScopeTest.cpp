@@ -1,10 +1,5 @@
 #include "Tarvo/FunctionScope.h"
 
-#include <gtest/gtest.h>
-
-#include "Tarvo/Trace.h"
-#include "support/Failure.h"
-
 namespace {
 
 using Tarvo::Impl::ScopeParser;
@@ -35,13 +30,5 @@ static_assert(reads("void n::(anonymous namespace)::Foo::help()", "Foo", "help")
 static_assert(reads("void f(int)::Local::go()", "Local", "go"));
 static_assert(reads("decltype (t->x()) n::Foo::of(T) [with T = A]", "Foo", "of"));
 static_assert(reads("n::<lambda()>", "n", ""));
-
-// Its names reach a message.
-TEST(FunctionScopeTest, StandsInMessages) {
-  EXPECT_NE(testsupport::failureOf([] {
-              TARVO_FAIL("{}", 1);
-            }).find(": FunctionScopeTest_StandsInMessages_Test::TestBody() 1"),
-            Tarvo::String::npos);
-}
 
 }  // namespace

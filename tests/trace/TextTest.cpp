@@ -12,8 +12,8 @@ namespace {
 using Tarvo::DisplayPointer;
 
 template <typename... Args>
-Tarvo::String message(bool withFunc, fmt::string_view format, const Args&... args) {
-  return Tarvo::Fmt::Impl::vformatstr(withFunc, "run", "Task", format,
+Tarvo::String message(fmt::string_view format, const Args&... args) {
+  return Tarvo::Fmt::Impl::vformatstr(false, "run", "Task", format,
                                       fmt::make_format_args(Tarvo::Impl::displayed(args)...));
 }
 
@@ -21,26 +21,15 @@ struct Shape {
   friend std::ostream& operator<<(std::ostream& out, const Shape&) { return out << "a shape"; }
 };
 
-TEST(TextTest, MessagesAreBuiltWithAndWithoutTheirPlace) {
-  EXPECT_EQ(message(true, "{}-{}", 1, "two"), "Task::run() 1-two");
-  EXPECT_EQ(message(false, "plain"), "plain");
-  EXPECT_EQ(Tarvo::Fmt::Impl::vformatstr("/a/b.cpp", 7, true, "run", "Task", "x{}",
-                                         fmt::make_format_args("y")),
-            "/a/b.cpp:7: Task::run() xy");
-  const Tarvo::String big(3000, 'b');
-  EXPECT_EQ(message(true, "{}", big), "Task::run() " + big);
-}
-
 TEST(TextTest, ArgumentsShowInTheirOwnForm) {
   const char* nothing = nullptr;
   const auto* address = reinterpret_cast<int*>(0xabcdef);
-  EXPECT_EQ(message(false, "{} {} {}", Shape(), nothing, nullptr), "a shape NULL NULL");
-  EXPECT_EQ(message(false, "{} {}", address, static_cast<const void*>(address)),
-            "0x00abcdef 0x00abcdef");
-  EXPECT_EQ(message(false, "{:>4}|{}", 5, Tarvo::String("s")), "   5|s");
-  EXPECT_EQ(message(false, "{} {}", Tarvo::Platform::eventPriorityDefault,
-                    Tarvo::Platform::EventPriority(7)),
-            "eventPriorityDefault Invalid EventPriority=7");
+  EXPECT_EQ(message("{} {} {}", Shape(), nothing, nullptr), "a shape NULL NULL");
+  EXPECT_EQ(message("{} {}", address, static_cast<const void*>(address)), "0x00abcdef 0x00abcdef");
+  EXPECT_EQ(message("{:>4}|{}", 5, Tarvo::String("s")), "   5|s");
+  EXPECT_EQ(
+      message("{} {}", Tarvo::Platform::eventPriorityDefault, Tarvo::Platform::EventPriority(7)),
+      "eventPriorityDefault Invalid EventPriority=7");
 }
 
 TEST(TextTest, APointerLeavesTheStreamAsItWas) {

@@ -39,13 +39,11 @@ TEST(DirNodeTest, FindsFilesAndLinksByTheEndOfTheirNames) {
     EXPECT_TRUE(node.findFiles("").empty());
     node.pathIs(path / "missing");
     EXPECT_EQ(node.readEntry(), nullptr);
-    try {
-      node.findFiles(".json");
-      ADD_FAILURE();
-    } catch (const Tarvo::RuntimeException& failure) {
-      EXPECT_THAT(failure.msg(), HasSubstr("cannot find .json files in " + path.string() +
-                                           "/missing because the directory is not open"));
-    }
+    EXPECT_THAT([&] { node.findFiles(".json"); },
+                testing::Throws<Tarvo::RuntimeException>(
+                    testing::Property(&Tarvo::RuntimeException::msg,
+                                      HasSubstr("cannot find .json files in " + path.string() +
+                                                "/missing because the directory is not open"))));
     EXPECT_THROW(node.rewind(), Tarvo::RuntimeException);
   }
   std::filesystem::remove_all(path);

@@ -34,11 +34,8 @@ TEST_F(FileLockTest, ExcludesOtherProcessesAndOtherObjects) {
   const mode_t old = umask(077);
   EXPECT_TRUE(lock.lock(false));
   EXPECT_EQ(umask(old), 077U);
-  struct stat status;
-  ASSERT_EQ(stat(lock.file().c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 0777, 0666U);
-  ASSERT_EQ(stat(sub.c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 0777, 0700U);
+  EXPECT_EQ(std::filesystem::status(lock.file()).permissions(), std::filesystem::perms(0666));
+  EXPECT_EQ(std::filesystem::status(sub).permissions(), std::filesystem::perms(0700));
   EXPECT_TRUE(lock.lock(true));
   testing::internal::CaptureStderr();
   EXPECT_FALSE(lock.lock(false));

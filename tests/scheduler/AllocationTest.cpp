@@ -1,0 +1,55 @@
+#include <cstdlib>
+#include <new>
+
+#include "support/SchedulerFixture.h"
+
+namespace {
+thread_local unsigned long allocations = 0;
+}
+
+[[gnu::noinline]] void* operator new(std::size_t size) {
+  ++allocations;
+  if (void* memory = std::malloc(size)) return memory;
+  throw std::bad_alloc();
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+
+namespace {
+
+using namespace testsupport;
+
+struct ReadingTask : Tarvo::FileDescriptorTask {
+  using FileDescriptorTask::FileDescriptorTask;
+  void taskExecuteReadable() override { EXPECT_EQ(read(taskWatchFd(), &last, 1), 1); }
+  void taskExecuteWritable() override {}
+  char last = 0;
+};
+
+TEST_F(SchedulerFixture, SteadyWorkOfEveryKindOfTaskAllocatesNothing) {
+  log.reserve(10000);
+  const SocketPair pair;
+  const auto plain = make("plain");
+  const auto other = make("other");
+  const auto group = std::make_shared<Tarvo::TaskGroup>("g", TaskPriority::high, false, root);
+  const auto normal = TaskPriority::normal;
+  const auto member = std::make_shared<TestTask>(group, normal, "member", log);
+  const auto timer = std::make_shared<Logged<Tarvo::TimerTask>>(root, normal, "timer", log);
+  const auto reader = std::make_shared<ReadingTask>(root, normal, "reader");
+  reader->taskWatchFdIs(pair.ends[0]);
+  unsigned long counted = 0;
+  for (int round = 0; round < 600; ++round) {
+    if (round == 200) counted = allocations;  // what is made at first use is there
+    for (const auto& task : {plain, other, member}) task->scheduleTask();
+    other->unscheduleTask();
+    timer->scheduleTaskDelay(1000.0 + round);
+    timer->scheduleTaskDelay(0);
+    ASSERT_EQ(write(pair.ends[1], "x", 1), 1);
+    for (int pass = 0; pass < 8; ++pass) Platform::doEventLoop(0.0);
+  }
+  EXPECT_EQ(allocations, counted);
+  EXPECT_EQ(log.size(), 3 * 600U);
+  EXPECT_EQ(reader->taskRunCountReadable(), 600U);
+}
+
+}  // namespace

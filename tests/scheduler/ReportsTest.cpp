@@ -1,0 +1,217 @@
+#include <gmock/gmock.h>
+#include <rapidjson/document.h>
+
+#include <regex>
+#include <sstream>
+
+#include "support/SchedulerFixture.h"
+
+namespace {
+
+using Tarvo::TaskGroup;
+using testing::HasSubstr;
+using testing::Not;
+using testsupport::TaskPriority;
+using testsupport::TestTask;
+using testsupport::TestTaskPtr;
+namespace Platform = testsupport::Platform;
+
+const std::string hostile = "a\n\"\\\t\xff\xc3\xa9";
+const std::string shown = "a\n\"\\\t\xEF\xBF\xBD\xc3\xa9";
+
+struct ReportsTest : testsupport::SchedulerFixture {
+  ReportsTest() {
+    task = member(group, hostile);
+    task->scheduleTask();
+    member(inner, "gone")->scheduleTask();
+    member(inner, "gone");
+    Platform::doEventLoop(0.0);
+    Platform::doEventLoop(0.0);
+  }
+  void TearDown() override {
+    task.reset();
+    inner.reset();
+    group.reset();
+    SchedulerFixture::TearDown();
+  }
+  TestTaskPtr member(const std::shared_ptr<Tarvo::TaskScheduler>& scheduler,
+                     const std::string& name) {
+    return std::allocate_shared<TestTask>(Tarvo::Allocator<TestTask>(), scheduler,
+                                          TaskPriority::normal, name, log,
+                                          [](TestTask& self) { self.taskWorkCountInc(~0ULL - 5); });
+  }
+  static rapidjson::Document parsed(const std::string& text) {
+    rapidjson::Document document;
+    document.Parse<rapidjson::kParseValidateEncodingFlag>(text.data(), text.size());
+    EXPECT_FALSE(document.HasParseError()) << text;
+    return document;
+  }
+  static const rapidjson::Value& named(const rapidjson::Value& list, const std::string& name) {
+    for (const auto& each : list.GetArray()) {
+      if (each["name"].GetString() == name) return each;
+    }
+    throw std::runtime_error("no " + name);
+  }
+  std::shared_ptr<TaskGroup> group =
+      std::make_shared<TaskGroup>("group", TaskPriority::low, false, root);
+  std::shared_ptr<TaskGroup> inner =
+      std::make_shared<TaskGroup>("inner", TaskPriority::low, false, group);
+  TestTaskPtr task;
+};
+
+TEST_F(ReportsTest, TheTableNestsGroupsAndAlignsItsColumns) {
+  std::istringstream table(root->statsRenderTextForDebugToString());
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(table, line);) lines.push_back(line);
+  EXPECT_THAT(lines[0], HasSubstr("Scheduler root: up "));
+  EXPECT_THAT(lines[2], HasSubstr(" l group "));
+  EXPECT_THAT(lines[2] + lines[3] + lines[4] + lines[5],
+              testing::AllOf(HasSubstr(" l   inner "), HasSubstr("cn     gone "),
+                             HasSubstr(" n   a?\"\\?\xEF\xBF\xBD\xc3\xa9 ")));
+  EXPECT_EQ(lines[2].find(" 0 s"), std::string::npos);
+  EXPECT_THAT(root->statsRenderTextForDebugToString("go"),
+              testing::AllOf(HasSubstr("members of inner\ncn   gone"), Not(HasSubstr(" group "))));
+}
+
+TEST_F(ReportsTest, JsonSaysTheSameExactly) {
+  const auto document = parsed(root->statsRenderJson());
+  EXPECT_STREQ(document["root"].GetString(), "root");
+  const auto& schedulers = document["schedulers"];
+  const auto& parent = named(named(schedulers, "root")["tasks"], "group");
+  const auto& members = named(schedulers, "group");
+  EXPECT_STREQ(parent["subScheduler"].GetString(), members["key"].GetString());
+  const auto& record = named(members["tasks"], shown);
+  EXPECT_EQ(record["workTotal"].GetUint64(), ~0ULL - 5);
+  EXPECT_EQ(record["totalRunNs"].GetInt64(), task->getStats().taskTotalRunTime());
+  EXPECT_FALSE(record.HasMember("workPendingMost")) << "never reported";
+  EXPECT_EQ(named(named(schedulers, "inner")["completed"], "gone")["completedCount"].GetInt(), 2);
+  EXPECT_EQ(members["maxSchedulerSlip"].GetInt64(), group->maxSchedulerSlip());
+}
+
+TEST_F(ReportsTest, PrometheusHasItsGrammar) {
+  const std::string page = root->statsRenderPrometheus();
+  const std::regex line(
+      R"(# (HELP|TYPE) [a-z0-9_]+ .+|[a-z0-9_]+(\{([a-z]+="([^"\\\n]|\\["\\n])*",?)+\})? [0-9.e+-]+)");
+  std::istringstream lines(page);
+  std::set<std::string> series;
+  for (std::string each; std::getline(lines, each);) {
+    EXPECT_TRUE(std::regex_match(each, line)) << each;
+    if (each[0] != '#') {
+      EXPECT_TRUE(series.insert(each.substr(0, each.rfind(' '))).second) << each;
+    }
+  }
+  const auto alike = member(group, "b\xff"), other = member(group, "b\xfe");
+  alike->taskWorkPendingIs(3);
+  other->taskWorkPendingIs(4);
+  EXPECT_THAT(root->statsRenderPrometheus(),
+              HasSubstr("task=\"b\xEF\xBF\xBD\",priority=\"normal\"} 7\n"));
+  EXPECT_THAT(page, HasSubstr("tarvo_task_runs_total{scheduler=\"group\",task=\"a\\n\\\"\\\\\t"));
+}
+
+TEST_F(ReportsTest, ATimelineHasRunsThatNestAndWaitsThatEnd) {
+  const auto twins = {member(group, "twin"), member(group, "twin"), member(inner, "group")};
+  for (const auto& each : twins) each->scheduleTask();
+  for (int pass = 0; pass < 3; ++pass) Platform::doEventLoop(0.0);
+  const auto document = parsed(root->timelineRenderJson());
+  std::map<int, int> open;  // by id
+  double lastEnd = 0, lastStart = 0;
+  int runs = 0;
+  for (const auto& event : document["traceEvents"].GetArray()) {
+    const std::string phase = event["ph"].GetString(), name = event["name"].GetString();
+    if (phase == "b") ++open[event["id"].GetInt()];
+    if (phase == "e") --open[event["id"].GetInt()];
+    EXPECT_TRUE(phase != "b" || open[event["id"].GetInt()] == 1) << name;
+    if (phase != "X") continue;
+    ++runs;
+    const double start = event["ts"].GetDouble(), end = start + event["dur"].GetDouble();
+    // They stand in the order of their ends: each is inside the next or before it.
+    EXPECT_TRUE(end > lastEnd - 0.01 && (start < lastStart + 0.01 || start > lastEnd - 0.01))
+        << name;
+    lastStart = start;
+    lastEnd = end;
+    EXPECT_TRUE(name != "twin" || event["tid"].GetInt() != 1);
+  }
+  EXPECT_EQ(runs, 8) << "of parents, members and twins; what was destroyed was unscheduled";
+  int still = 0;
+  for (const auto& [id, count] : open) still += count;
+  EXPECT_EQ(still, 3) << "all three schedulers are idle";
+}
+
+TEST_F(ReportsTest, AResetVisitsEverythingOnceAndSaysWhenItIsDone) {
+  int hooks = 0;
+  struct Hooked : Tarvo::Task {
+    Hooked(std::shared_ptr<Tarvo::TaskScheduler> scheduler, std::function<void()> hook)
+        : Task(std::move(scheduler), TaskPriority::low, "hooked"), onReset(std::move(hook)) {}
+    void taskExecute() override {}
+    void handleResetStats() override { onReset(); }
+    std::function<void()> onReset;
+  };
+  const auto count = [&] {
+    ++hooks;
+    EXPECT_TRUE(group->resetStatsInProgress());
+    task.reset();
+    if (hooks == 2) throw std::runtime_error("bad");
+  };
+  {
+    const std::vector<std::shared_ptr<Hooked>> hooked = {std::make_shared<Hooked>(root, count),
+                                                         std::make_shared<Hooked>(group, count),
+                                                         std::make_shared<Hooked>(inner, count)};
+    bool done = false;
+    const auto reset = root->statsResetAsync([&] { done = true; });
+    EXPECT_THROW(Platform::doEventLoop(1), std::runtime_error);
+    while (!done) Platform::doEventLoop(0.0);
+    EXPECT_EQ(hooks, 3);
+  }
+  EXPECT_FALSE(root->resetStatsInProgress());
+  EXPECT_EQ(root->taskStatForTest("group")->taskRunCount(), 0U);
+  EXPECT_FALSE(inner->completedTaskStatForTest("gone"));
+}
+
+TEST_F(ReportsTest, ASnapshotWaitsForItsReaderAndSaysHowItEnded) {
+  std::vector<TestTaskPtr> many;
+  for (int i = 0; i < 2000; ++i) many.push_back(member(group, fmt::format("m{}", i)));
+  testsupport::SocketPair pair;
+  int error = -1;
+  std::uint64_t bytes = 0;
+  const auto end = [&](int e, std::uint64_t n) {
+    error = e;
+    bytes = n;
+  };
+  auto snapshot = root->snapshotRenderJsonAsync(pair.ends[1], end);
+  for (int pass = 0; pass < 50; ++pass) Platform::doEventLoop(0.0);  // nobody reads
+  EXPECT_EQ(error, -1);
+  std::string got;
+  std::array<char, 30000> piece;
+  fcntl(pair.ends[0], F_SETFL, O_NONBLOCK);
+  while (error < 0 || got.size() < bytes) {
+    if (!many.empty()) many.resize(many.size() - std::min<std::size_t>(many.size(), 100));
+    const auto count = read(pair.ends[0], piece.data(), piece.size());
+    if (count > 0) got.append(piece.data(), static_cast<std::size_t>(count));
+    Platform::doEventLoop(0.0);
+  }
+  EXPECT_EQ(error, 0);
+  EXPECT_EQ(got.size(), bytes);
+  parsed(got);
+  // Tasks that come, and the closing of the descriptor, change nothing.
+  const int copy = dup(pair.ends[1]);
+  const auto second = root->snapshotRenderJsonAsync(copy, end);
+  close(copy);
+  got.clear();
+  for (error = -1; error < 0 || got.size() < bytes;) {
+    many.push_back(member(inner, std::string(10000, 'n')));
+    const auto count = read(pair.ends[0], piece.data(), piece.size());
+    if (count > 0) got.append(piece.data(), static_cast<std::size_t>(count));
+    Platform::doEventLoop(0.0);
+  }
+  EXPECT_EQ(error, 0);
+  parsed(got);
+  shutdown(pair.ends[0], SHUT_RDWR);
+  snapshot = root->snapshotRenderJsonAsync(pair.ends[1], end);
+  for (error = -1; error < 0;) Platform::doEventLoop(0.0);
+  EXPECT_EQ(error, EPIPE);
+  snapshot = root->snapshotRenderJsonAsync(-1, end);
+  for (error = -1; error < 0;) Platform::doEventLoop(0.0);
+  EXPECT_EQ(error, EBADF);
+}
+
+}  // namespace
