@@ -98,7 +98,7 @@ class TARVO_EXPORT TaskSchedulerRoot : public TaskScheduler, private Platform::C
       int fd, std::function<void(int error, std::uint64_t bytes)> done = nullptr);
 
   /// The history as a timeline, in the trace event format that Perfetto and Chrome open: a track
-  /// per scheduler with runs and idleness, over them waits and suspensions, and all other events.
+  /// per scheduler with runs, over them waits, suspensions and idle times, and all other events.
   String timelineRenderJson() const;
 
   /// Sets the figures of all tasks and schedulers back to the start and forgets the completed

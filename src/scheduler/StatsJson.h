@@ -1,11 +1,9 @@
 #ifndef TARVO_SRC_SCHEDULER_STATSJSON_H
 #define TARVO_SRC_SCHEDULER_STATSJSON_H
 
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
-
 #include <string_view>
 
+#include "scheduler/JsonWriter.h"
 #include "scheduler/StatsWalk.h"
 
 namespace Tarvo {
@@ -23,8 +21,6 @@ class StatsJson {
   void clear() { buffer_.Clear(); }
 
  private:
-  using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
-
   void beginScheduler();
   void endScheduler();
   void queues();
@@ -38,8 +34,8 @@ class StatsJson {
   StatsWalk walk_;
   bool inScheduler_ = false;
   bool inCompleted_ = false;
-  rapidjson::StringBuffer buffer_;
-  Writer writer_{buffer_};
+  Impl::JsonBuffer buffer_;
+  Impl::JsonWriter writer_{buffer_};
 };
 
 }  // namespace Tarvo

@@ -1,5 +1,3 @@
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "scheduler/JsonWriter.h"
 #include "scheduler/StatsWalk.h"
 #include "scheduler/Utf8.h"
 
@@ -191,8 +190,8 @@ class Timeline {
   }
 
   const TaskSchedulerRoot& root_;
-  rapidjson::StringBuffer buffer_;
-  rapidjson::Writer<rapidjson::StringBuffer> writer_{buffer_};
+  Impl::JsonBuffer buffer_;
+  Impl::JsonWriter writer_{buffer_};
   std::map<const ConstStringRef::Elem*, int> schedulerTracks_;
   std::set<std::pair<const ConstStringRef::Elem*, int>> taskTracks_;  // and the scheduler's
   std::vector<Run> runs_;  // that have not ended, the outermost first

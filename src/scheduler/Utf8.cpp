@@ -48,10 +48,16 @@ String validUtf8(std::string_view text) {
 String tableText(std::string_view text, std::size_t width) {
   // No character is wider than two columns or longer than four bytes.
   String valid = validUtf8(text.substr(0, 4 * width));
-  for (char& c : valid) {
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '?';
+  for (std::size_t i = 0; i < valid.size(); ++i) {
+    const auto c = static_cast<unsigned char>(valid[i]);
+    if (c < 0x20 || c == 0x7F) valid[i] = '?';
+    // The control characters beyond ASCII, which some terminals obey.
+    const bool c1 = c == 0xC2 && static_cast<unsigned char>(valid[i + 1]) < 0xA0;
+    if (c1) valid.replace(i, 2, "?");
   }
-  return fmt::format("{:.{}}", valid, width);
+  const String cut = fmt::format("{:.{}}", valid, width);
+  const bool whole = cut.size() == valid.size() && text.size() <= 4 * width;
+  return whole ? cut : fmt::format("{:.{}}\u2026", valid, width - 1);
 }
 
 std::size_t columns(std::string_view text) {
