@@ -25,7 +25,11 @@ void printStore(const Store& store, const Background& background) {
   fmt::print("data    {} keys, {:.1f} MB in {:.1f} MB of memory; {:.0f} MB of garbage given back\n",
              store.keyCount(), megabytes(store.valueBytes()), megabytes(store.log().bytes()),
              megabytes(store.freedBytes()));
-  if (!digest || rounds == 0) return;
+  if (!digest || rounds == 0) {
+    fmt::print("digest  no round over all data came to its end; {} values corrupt\n",
+               background.corruptValues());
+    return;
+  }
   fmt::print("digest  {} rounds over all data, {:.1f} ms of work each; {} values corrupt\n", rounds,
              static_cast<double>(digest->taskTotalRunTime()) / 1e6 / rounds,
              background.corruptValues());
