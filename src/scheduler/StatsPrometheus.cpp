@@ -14,6 +14,7 @@ struct Sum {
   TaskStat stat;
   unsigned int tasks = 0;
   std::uint64_t pending = 0;
+  unsigned int completed = 0;
 };
 using SumKey = std::tuple<String, String, TaskPriority>;  // scheduler, task, priority
 using Sums = std::map<SumKey, Sum>;
@@ -38,7 +39,10 @@ Sums sumsOf(const TaskSchedulerRoot& root) {
                      stat.taskPriority()}];
     sum.stat.taskNameIs(stat.taskNameRef());  // names that differ may be shown alike
     sum.stat += stat;
-    if (completed) continue;
+    if (completed) {
+      sum.completed += stat.taskCompletedCount();
+      continue;
+    }
     ++sum.tasks;
     sum.pending += stat.taskWorkPending();
   }
@@ -99,6 +103,10 @@ String TaskSchedulerRoot::statsRenderPrometheus() const {
   page.family(
       "tarvo_task_longest_wait_seconds", "gauge", "The longest wait on a run queue.",
       [](const Sum& sum) { return seconds(sum.stat.taskSchedulingLatencyHighWaterMark()); });
+  page.family("tarvo_task_last_wait_seconds", "gauge", "The last wait on a run queue.",
+              [](const Sum& sum) { return seconds(sum.stat.taskLastSchedulingLatency()); });
+  page.family("tarvo_task_completed_total", "counter", "Tasks that have come to their end.",
+              [](const Sum& sum) { return sum.completed; });
   page.family("tarvo_task_violations_200_total", "counter", "Runs of two to five quanta.",
               [](const Sum& sum) { return sum.stat.taskQuantumViolation200(); });
   page.family("tarvo_task_violations_500_total", "counter", "Runs of five quanta and more.",
@@ -109,9 +117,13 @@ String TaskSchedulerRoot::statsRenderPrometheus() const {
               [](const Sum& sum) { return sum.pending; });
   page.queueFamily("tarvo_queue_runnable", "gauge", "Tasks on run queues.",
                    [](const auto& stats) { return stats.runnable(); });
+  page.queueFamily("tarvo_queue_idle", "gauge", "Registered tasks that are on no run queue.",
+                   [](const auto& stats) { return stats.notRunnable(); });
   page.queueFamily("tarvo_queue_runs_total", "counter", "Tasks taken from run queues.",
                    [](const auto& stats) { return stats.runCount(); });
   page.figure("tarvo_scheduler_suspended", "gauge", "1 while nothing runs.", suspended() ? 1 : 0);
+  page.figure("tarvo_scheduler_virtual_time", "gauge", "1 while quanta pass in virtual time.",
+              virtualTime() ? 1 : 0);
   page.figure("tarvo_scheduler_latency_seconds", "gauge",
               "From the last request for a run step to the step.", seconds(lastSchedulerLatency()));
   page.figure("tarvo_scheduler_slip_seconds", "gauge", "The longest such time.",
