@@ -50,10 +50,10 @@ String tableText(std::string_view text, std::size_t width) {
   String valid = validUtf8(text.substr(0, 4 * width));
   for (std::size_t i = 0; i < valid.size(); ++i) {
     const auto c = static_cast<unsigned char>(valid[i]);
-    if (c < 0x20 || c == 0x7F) valid[i] = '?';
-    // The control characters beyond ASCII, which some terminals obey.
+    // The control characters beyond ASCII too, which some terminals obey.
     const bool c1 = c == 0xC2 && static_cast<unsigned char>(valid[i + 1]) < 0xA0;
-    if (c1) valid.replace(i, 2, "?");
+    if (c1) valid.erase(i, 1);
+    if (c < 0x20 || c == 0x7F || c1) valid[i] = '?';
   }
   const String cut = fmt::format("{:.{}}", valid, width);
   const bool whole = cut.size() == valid.size() && text.size() <= 4 * width;
