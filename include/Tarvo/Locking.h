@@ -13,6 +13,34 @@
 
 namespace Tarvo::Locking {
 
+namespace Impl {
+
+/// Throws the error of a mutex call.
+[[noreturn]] TARVO_EXPORT void throwMutexError(int error);
+
+/// pthread_self(). Where that is what the thread pointer points to, it is one instruction and no
+/// call, which in a lock without contention shows.
+inline pthread_t self() {
+#if defined(__x86_64__) && defined(__GLIBC__)
+  pthread_t thread;
+  asm("mov %%fs:16, %0" : "=r"(thread));
+  return thread;
+#else
+  return pthread_self();
+#endif
+}
+
+// Both read and write an owner without ordering: only the holder writes it, and a stale value can
+// only tell a thread that it is not the owner.
+inline bool isSelf(const std::atomic<pthread_t>& owner) {
+  return owner.load(std::memory_order_relaxed) == self();
+}
+inline void setOwner(std::atomic<pthread_t>& owner, pthread_t thread) {
+  owner.store(thread, std::memory_order_relaxed);
+}
+
+}  // namespace Impl
+
 /// A normal mutex. The holder must not lock it again.
 class TARVO_EXPORT Lock {
  public:
@@ -22,16 +50,31 @@ class TARVO_EXPORT Lock {
   ~Lock();
 
   /// Throws std::system_error when the mutex call fails.
-  void lock();
-  bool try_lock();
+  void lock() {
+    if (const int error = pthread_mutex_lock(&mutex_); error != 0) [[unlikely]] {
+      Impl::throwMutexError(error);
+    }
+    Impl::setOwner(owner_, Impl::self());
+  }
+  bool try_lock() {
+    if (pthread_mutex_trylock(&mutex_) != 0) return false;
+    Impl::setOwner(owner_, Impl::self());
+    return true;
+  }
   /// Fails an assertion when the caller is not the owner.
-  void unlock();
+  void unlock() {
+    if (!owns_lock()) [[unlikely]]
+      failUnlock();
+    Impl::setOwner(owner_, 0);
+    pthread_mutex_unlock(&mutex_);
+  }
   /// Whether the caller holds the lock; no system call.
-  bool owns_lock() const;
+  bool owns_lock() const { return Impl::isSelf(owner_); }
 
  private:
+  [[noreturn]] void failUnlock() const;
+
   pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
-  // Written by the holder only. A stale read can only tell a thread that it is not the owner.
   std::atomic<pthread_t> owner_{0};
 };
 
@@ -43,17 +86,35 @@ class TARVO_EXPORT RecursiveLock {
   RecursiveLock& operator=(const RecursiveLock&) = delete;
   ~RecursiveLock();
 
-  void lock();
-  bool try_lock();
-  void unlock();
-  bool owns_lock() const;
+  void lock() {
+    if (const int error = pthread_mutex_lock(&mutex_); error != 0) [[unlikely]] {
+      Impl::throwMutexError(error);
+    }
+    Impl::setOwner(owner_, Impl::self());
+  }
+  bool try_lock() {
+    if (pthread_mutex_trylock(&mutex_) != 0) return false;
+    Impl::setOwner(owner_, Impl::self());
+    return true;
+  }
+  void unlock() {
+    const unsigned count = lockCount();
+    if (!owns_lock() || count == 0) [[unlikely]]
+      failUnlock();
+    if (count == 1) Impl::setOwner(owner_, 0);
+    pthread_mutex_unlock(&mutex_);
+  }
+  bool owns_lock() const { return Impl::isSelf(owner_); }
 
   /// For a forked child, in which the thread that held the lock may not exist: the lock is made
   /// anew. It stays held as often as the calling thread, the child's only one, held it.
   void forkReinit();
 
  private:
-  unsigned lockCount() const;
+  /// The mutex counts its own recursion and there is no portable way to ask. Only the owner's
+  /// answer is exact; to another thread, whose release fails anyway, it is for the message.
+  unsigned lockCount() const { return __atomic_load_n(&mutex_.__data.__count, __ATOMIC_RELAXED); }
+  [[noreturn]] void failUnlock() const;
 
   pthread_mutex_t mutex_ = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
   std::atomic<pthread_t> owner_{0};
