@@ -50,12 +50,11 @@ bool LocalTime::secondIs(std::time_t second) {
   const auto day = floor<days>(local);
   const year_month_day date{day};
   const hh_mm_ss time{local - day};
-  char* end = fmt::format_to(text_, FMT_COMPILE("{:04}-{:02}-{:02} "), int{date.year()},
-                             unsigned{date.month()}, unsigned{date.day()});
-  dateSize_ = static_cast<std::size_t>(end - text_);
-  end = fmt::format_to(end, FMT_COMPILE("{:02}:{:02}:{:02}"), time.hours().count(),
-                       time.minutes().count(), time.seconds().count());
-  size_ = static_cast<std::size_t>(end - text_);
+  const char* end = fmt::format_to(date_, FMT_COMPILE("{:04}-{:02}-{:02} "), int{date.year()},
+                                   unsigned{date.month()}, unsigned{date.day()});
+  dateSize_ = static_cast<std::size_t>(end - date_);
+  fmt::format_to(time_, FMT_COMPILE("{:02}:{:02}:{:02}"), time.hours().count(),
+                 time.minutes().count(), time.seconds().count());
   second_ = second;
   zone_ = ::timezone;
   return true;

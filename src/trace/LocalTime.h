@@ -2,8 +2,8 @@
 #define TARVO_SRC_TRACE_LOCALTIME_H
 
 #include <cstddef>
+#include <cstring>
 #include <ctime>
-#include <string_view>
 
 namespace Tarvo::Impl {
 
@@ -17,15 +17,24 @@ class LocalTime {
   /// False when the C library cannot break the second down.
   bool secondIs(std::time_t second);
 
-  std::string_view date() const { return {text_, dateSize_}; }
-  std::string_view time() const { return {text_ + dateSize_, size_ - dateSize_}; }
+  /// Writes the date, "2026-05-01 ", and returns its end. Needs room for textSize.
+  char* putDate(char* to) const {
+    std::memcpy(to, date_, sizeof date_);  // a fixed size is copied without a call
+    return to + dateSize_;
+  }
+  /// The same for the time, "12:00:01".
+  char* putTime(char* to) const {
+    std::memcpy(to, time_, sizeof time_);
+    return to + sizeof time_;
+  }
+  static constexpr std::size_t textSize = 16;
 
  private:
   std::time_t second_ = -1;
   long zone_ = 0;  // the C library's zone at that second
-  char text_[48] = {};
+  char date_[textSize] = {};
   std::size_t dateSize_ = 0;
-  std::size_t size_ = 0;
+  char time_[8] = {};
 };
 
 }  // namespace Tarvo::Impl

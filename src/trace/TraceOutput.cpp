@@ -3,7 +3,9 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <concepts>
 #include <string_view>
 
 #include "Tarvo/Debug.h"
@@ -23,58 +25,106 @@ using Impl::TraceFields;
 
 thread_local Impl::LocalTime localTime;
 
-void appendTime(fmt::memory_buffer& line, TraceFields fields) {
+/// A line while it is made. Its storage has its whole size from the start and is on the stack,
+/// unless the line is long: nothing is checked or grown on the way.
+class Line {
+ public:
+  /// `textSize` bytes of text, besides the numbers, the date and the time.
+  explicit Line(std::size_t textSize) {
+    constexpr std::size_t theRest = 256;
+    buffer_.resize(textSize + theRest);
+    end_ = buffer_.data();
+  }
+
+  void put(char c) { *end_++ = c; }
+  void put(std::integral auto number) { end_ = fmt::format_to(end_, FMT_COMPILE("{}"), number); }
+  void put(std::string_view text) { end_ = std::copy_n(text.data(), text.size(), end_); }
+  void putDate(const Impl::LocalTime& time) { end_ = time.putDate(end_); }
+  void putTime(const Impl::LocalTime& time) { end_ = time.putTime(end_); }
+  /// Every field is followed by one blank.
+  void field(auto value) {
+    put(value);
+    put(' ');
+  }
+
+  std::string_view text() const {
+    return {buffer_.data(), static_cast<std::size_t>(end_ - buffer_.data())};
+  }
+
+ private:
+  fmt::basic_memory_buffer<char, 1024> buffer_;
+  char* end_;
+};
+
+/// The texts of the fields that are on. One that is missing has no data, unlike an empty one.
+struct FieldTexts {
+  std::string_view handle;
+  std::string_view file;
+  std::string_view func;
+  std::size_t size() const { return handle.size() + file.size() + func.size(); }
+};
+
+FieldTexts fieldTexts(TraceFields fields, const DebugHandler* handler, const char* file,
+                      const char* func) {
+  FieldTexts texts;
+  if (fields.has(TraceField::handle) && handler != nullptr) texts.handle = handler->name();
+  if (fields.has(TraceField::lineInfo) && file != nullptr) {
+    texts.file = file;
+    texts.file.remove_prefix(texts.file.rfind('/') + 1);  // the last component of the path
+  }
+  if (fields.has(TraceField::funcName) && func != nullptr) texts.func = func;
+  return texts;
+}
+
+void putTime(Line& line, TraceFields fields) {
   if (!fields.has(TraceField::date) && !fields.has(TraceField::time)) return;
   timeval now;
   gettimeofday(&now, nullptr);
   if (!localTime.secondIs(now.tv_sec)) return;
-  if (fields.has(TraceField::date)) line.append(localTime.date());
+  if (fields.has(TraceField::date)) line.putDate(localTime);
   if (fields.has(TraceField::time)) {
-    line.append(localTime.time());
-    // The fraction is a plain number, without leading zeros.
-    fmt::format_to(fmt::appender(line), FMT_COMPILE(".{} "), now.tv_usec);
+    line.putTime(localTime);
+    line.put('.');
+    line.field(static_cast<unsigned>(now.tv_usec));  // a plain number, without leading zeros
   }
 }
 
-std::string_view lastComponent(std::string_view path) { return path.substr(path.rfind('/') + 1); }
-
-void appendPrefix(fmt::memory_buffer& line, const DebugHandler* handler, unsigned level,
-                  const char* file, const char* func, int lineNumber) {
-  const TraceFields fields = Impl::traceFields();
-  const auto out = fmt::appender(line);
-  appendTime(line, fields);
-  if (fields.has(TraceField::pid)) fmt::format_to(out, FMT_COMPILE("{} "), getpid());
-  if (fields.has(TraceField::tid)) fmt::format_to(out, FMT_COMPILE("{} "), Tarvo::gettid());
-  if (fields.has(TraceField::handle) && handler != nullptr) {
-    fmt::format_to(out, FMT_COMPILE("{} "), handler->name());
-  }
-  if (fields.has(TraceField::level)) fmt::format_to(out, FMT_COMPILE("{} "), level);
+void putPrefix(Line& line, TraceFields fields, const FieldTexts& texts, unsigned level,
+               int lineNumber) {
+  putTime(line, fields);
+  if (fields.has(TraceField::pid)) line.field(getpid());
+  if (fields.has(TraceField::tid)) line.field(Tarvo::gettid());
+  if (texts.handle.data() != nullptr) line.field(texts.handle);
+  if (fields.has(TraceField::level)) line.field(level);
   // A missing name ends the prefix.
   if (fields.has(TraceField::lineInfo)) {
-    if (file == nullptr) return;
-    fmt::format_to(out, FMT_COMPILE("{}:{} "), lastComponent(file), lineNumber);
+    if (texts.file.data() == nullptr) return;
+    line.put(texts.file);
+    line.put(':');
+    line.field(lineNumber);
   }
-  if (fields.has(TraceField::funcName) && func != nullptr) {
-    fmt::format_to(out, FMT_COMPILE("{} "), std::string_view(func));
-  }
+  if (texts.func.data() != nullptr) line.field(texts.func);
 }
 
 }  // namespace
 
 void dumpDebugMsg(const char* msg, unsigned len, unsigned level, const void* handler,
-                  const char* file, const char* func, int line) {
+                  const char* file, const char* func, int lineNumber) {
   const int savedErrno = errno;  // a trace statement must not disturb what it reports on
-  fmt::memory_buffer text;
-  appendPrefix(text, static_cast<const DebugHandler*>(handler), level, file, func, line);
-  text.append(msg, msg + len);
-  text.push_back('\n');
+  const TraceFields fields = Impl::traceFields();
+  const FieldTexts texts =
+      fieldTexts(fields, static_cast<const DebugHandler*>(handler), file, func);
+  Line line(texts.size() + len);
+  putPrefix(line, fields, texts, level, lineNumber);
+  line.put(std::string_view(msg, len));
+  line.put('\n');
 
   LocoGuard guard;
   Impl::TraceFile& destination = Impl::traceFile();
   if (destination.isOpen()) {
-    destination.write(text.data(), text.size());
+    destination.write(line.text().data(), line.text().size());
   } else {
-    Impl::writeStandardError({text.data(), text.size()});
+    Impl::writeStandardError(line.text());
   }
   errno = savedErrno;
 }

@@ -1,7 +1,9 @@
 #include <gmock/gmock-matchers.h>
 #include <gtest/gtest.h>
 
+#include <ctime>
 #include <fstream>
+#include <iomanip>
 #include <sstream>
 #include <thread>
 
@@ -44,6 +46,24 @@ TEST_F(TraceLineTest, FieldsStandInTheirFixedOrder) {
   // A null name costs the rest of the prefix.
   EXPECT_EQ(line("level,line-info,func-name", nullptr), "1 msg\n");
   EXPECT_EQ(line("level,line-info,func-name", "File.cpp", nullptr), "1 File.cpp:42 msg\n");
+}
+
+TEST_F(TraceLineTest, DateAndTimeAreThoseOfTheMoment) {
+  const auto now = [] {
+    const std::time_t second = std::time(nullptr);
+    std::tm local;
+    std::ostringstream text;
+    text << std::put_time(localtime_r(&second, &local), "%Y-%m-%d %H:%M:%S");
+    return text.str();
+  };
+  const String before = now();
+  const String written = line("date,time");
+  const String after = now();
+  EXPECT_EQ(written.find('.'), before.size());
+  EXPECT_LE(before, written.substr(0, before.size()));
+  EXPECT_LE(written.substr(0, before.size()), after);
+  EXPECT_THAT(line("date"), testing::MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2} msg\n"));
+  EXPECT_THAT(line("time"), testing::MatchesRegex("[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]+ msg\n"));
 }
 
 TEST_F(TraceLineTest, AFormatIsTakenWholeOrNotAtAll) {
