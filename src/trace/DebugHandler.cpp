@@ -1,4 +1,5 @@
 #include <iostream>
+#include <string_view>
 
 #include "Tarvo/DebugControl.h"
 #include "Tarvo/Loco.h"
@@ -55,7 +56,7 @@ void DebugHandler::enabledIs(unsigned level, bool enable) {
 
 void DebugHandler::dump(Platform::DebugStream& stream, unsigned level, const char* file, int line,
                         const char* func) const {
-  const String text = stream.str();
+  const std::string_view text = stream.view();
   Platform::dumpDebugMsg(text.data(), static_cast<unsigned>(text.size()), level, this, file, func,
                          line);
 }

@@ -1,14 +1,28 @@
 #include <gmock/gmock-matchers.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <ctime>
 #include <fstream>
 #include <iomanip>
+#include <new>
 #include <sstream>
 #include <thread>
 
 #include "Tarvo/Thread.h"
 #include "Tarvo/Trace.h"
+
+namespace {
+thread_local unsigned long allocations = 0;
+}
+
+[[gnu::noinline]] void* operator new(std::size_t size) {
+  ++allocations;
+  if (void* memory = std::malloc(size)) return memory;
+  throw std::bad_alloc();
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace {
 
@@ -114,6 +128,22 @@ TEST_F(TraceLineTest, MessagesAreDrivenByTheirLength) {
       }),
       "TraceLineTest_MessagesAreDrivenByTheirLength_Test::TestBody() " + zero + "\n" + huge + "\n");
   EXPECT_EQ(errno, EDOM);
+}
+
+TEST_F(TraceLineTest, AnOrdinaryLineAllocatesNothing) {
+  setTraceFormat("date,time,pid,tid,handle,level,line-info,func-name");
+  setenv("TRACEFILE", "/dev/null", 1);
+  Tarvo::Platform::setupTarvoDebug("");
+  const String text(300, 't');
+  unsigned long before = 0;
+  for (int i = 0; i < 20; ++i) {
+    if (i == 1) before = allocations;  // what is made at first use is there
+    TARVO_TRACE(handler, 1, "{} of {}: {}", i, 20U, text);
+    TARVO_TRACE(handler, 1, "{:>4} {:.3f} {}", i, 0.5, true);
+  }
+  EXPECT_EQ(allocations, before);
+  unsetenv("TRACEFILE");
+  Tarvo::Platform::setupTarvoDebug("");
 }
 
 TEST_F(TraceLineTest, LinesOfManyThreadsStayWhole) {
