@@ -10,7 +10,7 @@ namespace Tarvo::Impl {
 
 namespace {
 
-constexpr std::time_t quarterHour = 15 * 60;
+constexpr std::time_t quarterHour = std::time_t{15} * 60;
 
 /// The offset of one quarter of an hour, shared by all threads: the number of the quarter since the
 /// epoch, the C library's zone at that time, and the offset.
