@@ -67,7 +67,10 @@ class TARVO_EXPORT ConstStringRef {
   ConstStringRef(const ConstStringRef& other) noexcept : elem_(other.elem_) { hold(); }
   ConstStringRef(ConstStringRef&& other) noexcept : elem_(std::exchange(other.elem_, nullptr)) {}
   ConstStringRef& operator=(const ConstStringRef& other) {
-    if (elem_ != other.elem_) ConstStringRef(other).swap(*this);
+    if (elem_ == other.elem_) return *this;
+    const Elem* old = std::exchange(elem_, other.elem_);
+    hold();
+    if (old != nullptr) old->refCountDec();
     return *this;
   }
   ConstStringRef& operator=(ConstStringRef&& other) noexcept {

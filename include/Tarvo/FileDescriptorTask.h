@@ -133,7 +133,7 @@ class TARVO_EXPORT FileDescriptorTask : public _TaskBase, private Platform::FdEv
 
   void checkCreateWriteTask();
   void unscheduleDirections();
-  void taskBusyIs(bool busy);
+  void taskBusyIs(bool busy, TaskClock::time_point now);
   TaskImpl& executingTask() const;
   void _taskExecuteReadable();
   void _taskExecuteWritable();

@@ -177,6 +177,8 @@ class TARVO_EXPORT TaskImpl : public _TaskBase {
   /// The parts of scheduling that kinds of tasks share.
   void unscheduleTaskPrivate(TaskClock::time_point now);
   void taskBusyIs(bool busy, TaskClock::time_point now);
+  /// Inside handleTaskBusy(): when it happened.
+  TaskClock::time_point taskBusyChangeTime() const;
   void isTaskGroupIs(bool group) { flagIs(taskGroupFlag, group); }
   bool taskOnRunQueue() const { return taskRunQueueLink_.isLinked(); }
   void recordEvent(TaskClock::time_point now, TaskSchedulerEventType type) const;

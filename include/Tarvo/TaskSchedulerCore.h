@@ -59,6 +59,9 @@ class TARVO_EXPORT TaskScheduler : public std::enable_shared_from_this<TaskSched
   bool attemptLowerPriorityBump(TaskPriority priority, std::uint32_t consecutivePicks) const {
     return runQueues_.attemptLowerPriorityBump(priority, consecutivePicks);
   }
+  /// Behind how many tasks one of `priority` would queue up now; zero outside a run step of the
+  /// root.
+  std::uint64_t runsBefore(TaskPriority priority) const;
   /// Notes how long ago a run was requested.
   void checkSchedulerLatency(TaskClock::time_point now);
 
@@ -162,6 +165,7 @@ class TARVO_EXPORT TaskScheduler : public std::enable_shared_from_this<TaskSched
   std::map<TaskPriority, unsigned int> tasksPerPriority_;
   std::map<TaskPriority, unsigned int> completedTasksPerPriority_;
   TaskClock::time_point lastRunRequestTime_;
+  TaskClock::time_point busyChangeTime_;  // of any task
   TaskTimeDuration lastSchedulerLatency_ = 0;
   TaskTimeDuration defaultTaskQuantum_ = 20'000'000;
   TaskTimeDuration maxSchedulerSlip_ = 0;

@@ -1,6 +1,7 @@
 #ifndef TARVO_SRC_PLATFORM_DEFERREDFDCONTROL_H
 #define TARVO_SRC_PLATFORM_DEFERREDFDCONTROL_H
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 
@@ -17,8 +18,14 @@ namespace Tarvo::Impl {
 std::shared_ptr<Platform::FdControl> getDeferredFdControl(Platform::FdEventHandler* handler,
                                                           std::function<void()> forgotten);
 
-/// Tells a deferred control that its report was served.
-void readServed(Platform::FdControl& control) noexcept;
+/// Tells a deferred control that its report was served. To find out what is still readable the
+/// kernel must be asked, and it is cheaper to ask for several descriptors together: it may be put
+/// off for so many steps of the thread's schedulers.
+void readServed(Platform::FdControl& control, std::size_t steps) noexcept;
+/// Whether anything was put off.
+bool anyReadsServed() noexcept;
+/// A step begins; with the last one for now, everything is asked for that was put off.
+void servedReadsStep(bool last) noexcept;
 
 /// Whether the control's descriptor was closed and its number now stands for another file. (Files
 /// without an identity of their own, such as an eventfd, look all the same.)

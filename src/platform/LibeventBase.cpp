@@ -167,6 +167,7 @@ void setMainThread() { mainThread = isMainThread(); }
 
 void eventPrioritySet(event* ev, Platform::EventPriority priority) {
   TARVO_TRACE(Impl::libeventTrace, 9, "Setting priority of {} to {}", ev, priority);
+  if (ev->ev_evcallback.evcb_pri == priority) return;
   const int rc = event_priority_set(ev, priority);
   TARVO_ASSERT(rc == 0, "Failed to set priority on {} to {} rc {}", ev, priority, rc);
 }

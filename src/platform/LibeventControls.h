@@ -4,6 +4,7 @@
 #include <event2/event.h>
 #include <event2/event_struct.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 
@@ -13,6 +14,10 @@
 #include "platform/Notification.h"
 
 namespace Tarvo {
+
+namespace Impl {
+class ServedReads;
+}
 
 /// A one-shot timer on the event base.
 class TARVO_EXPORT LibeventTimerControl : public Platform::TimerControl {
@@ -80,11 +85,12 @@ class TARVO_EXPORT LibeventFdControl : public Platform::FdControl {
   void clearEvents() override;
 
   /// See DeferredFdControl.h.
-  void readServed() noexcept;
+  void readServed(std::size_t steps) noexcept;
   bool namesOtherFile() const;
 
  private:
   friend class FdSharers;
+  friend class Impl::ServedReads;
   using Notify = void (Platform::FdEventHandler::*)(int fd);
 
   static void handleFdRead(evutil_socket_t fd, short what, void* arg);
@@ -104,7 +110,8 @@ class TARVO_EXPORT LibeventFdControl : public Platform::FdControl {
   event writeEvent_;
   Impl::Lifeline lifeline_;
   Reports reports_;
-  bool edge_ = false;  // watched by edges, which the kernel reports once
+  bool edge_ = false;    // watched by edges, which the kernel reports once
+  bool served_ = false;  // and waits to be asked for
   Impl::FileIdentity file_;
   std::function<void()> forgotten_;
   LibeventFdControl* nextSharer_ = nullptr;  // of the same descriptor

@@ -12,6 +12,7 @@
 #include "platform/DeferredFdControl.h"
 #include "platform/LibeventBase.h"
 #include "platform/LibeventControls.h"
+#include "platform/ServedReads.h"
 
 namespace Tarvo {
 
@@ -96,10 +97,10 @@ void LibeventFdControl::reportIfReady(event& ev, short what) {
   if (poll(&state, 1, 0) == 1 && (state.revents & POLLNVAL) == 0) event_active(&ev, what, 1);
 }
 
-void LibeventFdControl::readServed() noexcept {
+void LibeventFdControl::readServed(std::size_t steps) noexcept {
   const bool watched = fd_ >= 0 && readEvent_.ev_fd == fd_;
   if (!watched || reports_ == Reports::everyTurn) return;
-  if (edge_) return reportIfReady(readEvent_, EV_READ);
+  if (edge_) return Impl::servedReads().add(*this, steps);
   try {
     if (event_pending(&readEvent_, EV_READ, nullptr) == 0) watchReads();
   } catch (const std::exception& failure) {
@@ -126,6 +127,7 @@ void LibeventFdControl::watch(event& ev, short flags, event_callback_fn callback
 }
 
 void LibeventFdControl::unwatch(event& ev) {
+  if (&ev == &readEvent_) Impl::servedReads().remove(*this);
   Impl::deleteEvent(ev);
   ev.ev_fd = -1;
 }
@@ -145,6 +147,7 @@ int LibeventFdControl::getFd() const { return fd_; }
 
 void LibeventFdControl::handleFdRead(evutil_socket_t, short, void* arg) {
   Impl::runNotification([self = static_cast<LibeventFdControl*>(arg)] {
+    Impl::servedReads().remove(*self);
     self->notify(&Platform::FdEventHandler::readFdEvent, self->readEvent_,
                  &LibeventFdControl::watchReads);
   });
@@ -182,10 +185,6 @@ std::shared_ptr<Platform::FdControl> Impl::getDeferredFdControl(Platform::FdEven
                                                                 std::function<void()> forgotten) {
   return std::allocate_shared<LibeventFdControl>(Allocator<LibeventFdControl>(), handler,
                                                  std::move(forgotten));
-}
-
-void Impl::readServed(Platform::FdControl& control) noexcept {
-  static_cast<LibeventFdControl&>(control).readServed();
 }
 
 bool Impl::namesOtherFile(const Platform::FdControl& control) {

@@ -9,6 +9,7 @@
 #include "platform/FdSharers.h"
 #include "platform/LibeventBase.h"
 #include "platform/LibeventControls.h"
+#include "platform/ServedReads.h"
 
 namespace Tarvo {
 
@@ -22,7 +23,10 @@ thread_local Table* sharers = nullptr;
 
 LibeventFdControl*& first(int fd) {
   if (sharers == nullptr) {
-    Impl::beforeBaseIsFreed([] { delete std::exchange(sharers, nullptr); });
+    Impl::beforeBaseIsFreed([] {
+      Impl::servedReads().clear();
+      delete std::exchange(sharers, nullptr);
+    });
     sharers = new Table;
   }
   const auto index = static_cast<std::size_t>(fd);

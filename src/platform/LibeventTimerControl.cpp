@@ -32,7 +32,7 @@ void LibeventTimerControl::setTimeout(double seconds) {
   delTimeout();
   TARVO_TRACE(libeventTrace, 9, "Timer {} set timeout {}", this, seconds);
   if (seconds == std::numeric_limits<double>::infinity()) return;
-  if (event_get_base(&event_) == leInit()) {
+  if (event_.ev_base == leInit()) {
     eventPrioritySet(&event_, priority_);
   } else {
     assign();  // the thread has freed the base and made another

@@ -22,7 +22,7 @@ class FileDescriptorTask::ReadWriteTaskBase : public Task {
 
   void ownerGone() { owner_ = nullptr; }
   void handleTaskBusy() override {
-    if (owner_ != nullptr) owner_->taskBusyIs(owner_->taskScheduled());
+    if (owner_ != nullptr) owner_->taskBusyIs(owner_->taskScheduled(), taskBusyChangeTime());
   }
 
  protected:
@@ -101,11 +101,11 @@ bool FileDescriptorTask::taskScheduledWritable() const {
   return writeTask_ != nullptr && writeTask_->taskScheduled();
 }
 
-void FileDescriptorTask::taskBusyIs(bool busy) {
+void FileDescriptorTask::taskBusyIs(bool busy, TaskClock::time_point now) {
   if (busy == taskBusy_) return;
   taskBusy_ = busy;
   taskScheduler()->history().insert(
-      TaskClock::now(), busy ? TaskSchedulerEventType::busy : TaskSchedulerEventType::idle, this);
+      now, busy ? TaskSchedulerEventType::busy : TaskSchedulerEventType::idle, this);
   handleTaskBusy();
 }
 
@@ -183,7 +183,10 @@ void FileDescriptorTask::_taskExecuteReadable() {
   struct Served {
     // Also when the run was refused or threw. One that is queued already will look by itself.
     ~Served() {
-      if (!task.readTask_->taskScheduled()) Impl::readServed(*task.fdControl_);
+      if (task.readTask_->taskScheduled()) return;
+      // Others may get ahead of it by an eighth of the queue, no more.
+      const std::uint64_t ahead = task.taskScheduler()->runsBefore(task.taskPriority_);
+      Impl::readServed(*task.fdControl_, ahead / 8);
     }
     FileDescriptorTask& task;
   } const served{*this};

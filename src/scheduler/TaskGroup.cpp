@@ -5,6 +5,7 @@
 
 #include "Tarvo/Allocator.h"
 #include "Tarvo/TaskScheduler.h"
+#include "platform/DeferredFdControl.h"
 
 namespace Tarvo {
 
@@ -134,6 +135,8 @@ unsigned int TaskGroup::runPass(ParentTask& parent) {
     now = runStep(now);
     if (parent.taskShouldYieldAt(now)) break;
   }
+  // Before the loop goes on, as no report comes during a pass.
+  if (Impl::anyReadsServed()) Impl::servedReadsStep(true);
   return runs;
 }
 

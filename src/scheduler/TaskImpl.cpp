@@ -95,7 +95,12 @@ void TaskImpl::taskBusyIs(bool busy, TaskClock::time_point now) {
   if (busy == taskBusy_) return;
   taskBusy_ = busy;
   recordEvent(now, busy ? TaskSchedulerEventType::busy : TaskSchedulerEventType::idle);
+  taskScheduler()->busyChangeTime_ = now;
   handleTaskBusy();
+}
+
+TaskClock::time_point TaskImpl::taskBusyChangeTime() const {
+  return taskScheduler()->busyChangeTime_;
 }
 
 void TaskImpl::taskSuspendedIs(bool suspended) {

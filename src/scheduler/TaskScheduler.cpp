@@ -172,6 +172,15 @@ TaskClock::time_point TaskScheduler::runStep(TaskClock::time_point now) {
   return end;
 }
 
+std::uint64_t TaskScheduler::runsBefore(TaskPriority priority) const {
+  if (root_->currentlyRunningTask() == nullptr) return 0;
+  std::uint64_t sum = 0;
+  for (unsigned urgent = 0; urgent <= priority; ++urgent) {
+    sum += runnableTaskCount(TaskPriority(static_cast<std::uint8_t>(urgent)));
+  }
+  return sum;
+}
+
 unsigned int TaskScheduler::tasksPerPriority(TaskPriority priority) const {
   return tasksPerPriority_.at(priority);
 }

@@ -12,6 +12,7 @@
 #include "Tarvo/Allocator.h"
 #include "Tarvo/FdToStream.h"
 #include "Tarvo/Thread.h"
+#include "platform/DeferredFdControl.h"
 #include "platform/LibeventBase.h"
 #include "scheduler/SchedulerTrace.h"
 
@@ -54,6 +55,7 @@ void TaskSchedulerRoot::callback() { handleSchedulerRun(); }
 void TaskSchedulerRoot::handleSchedulerRun() {
   const bool wanted = followFastForward_ && Platform::fastForward();
   if (wanted != virtualTime_) virtualTimeIs(wanted);
+  if (Impl::anyReadsServed()) Impl::servedReadsStep(suspended_ || !hasTaskToRun());
   TaskScheduler::handleSchedulerRun();
 }
 

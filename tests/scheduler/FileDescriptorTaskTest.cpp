@@ -107,6 +107,33 @@ TEST_F(FdTaskTest, ReadsOncePerRunAsLongAsSomethingIsLeft) {
   EXPECT_EQ(task->got, "abcdegf");
 }
 
+TEST_F(FdTaskTest, ALongQueueDelaysItByLittle) {
+  constexpr std::size_t others = 40;
+  std::deque<TestTaskPtr> busy;
+  while (busy.size() < others) {
+    busy.push_back(make("busy", TaskPriority::normal, [](TestTask& self) { self.scheduleTask(); }));
+  }
+  const auto group = std::make_shared<Tarvo::TaskGroup>("g", TaskPriority::normal, false, root);
+  const auto member = std::make_shared<TestFd>(group, "member", log);
+  const auto dropped = makeFd("dropped");
+  SocketPair third;
+  const std::array<std::pair<TestFd*, SocketPair*>, 3> all = {
+      {{task.get(), &pair}, {member.get(), &second}, {dropped.get(), &third}}};
+  for (const auto& [fd, connection] : all) {
+    fd->appetite = 1;
+    fd->taskWatchFdIs(connection->ends[0]);
+    send(*connection, "abc");
+  }
+  Platform::doEventLoop(0.0);
+  for (const auto& other : busy) other->scheduleTask();
+  dropped->onRead = [&] { dropped->taskWatchFdDel(); };
+  while (log.size() < 5 * others) Platform::doEventLoop(0.0);
+  EXPECT_EQ(task->got, "abc");
+  EXPECT_EQ(member->got, "abc");
+  EXPECT_EQ(dropped->got, "a") << "what was put off is forgotten";
+  for (const auto& other : busy) other->unscheduleTask();
+}
+
 TEST_F(FdTaskTest, WritesOnceAndOnlyWhatIsWatchedRuns) {
   task->taskWatchFdIs(pair.ends[0]);
   task->taskWatchWritableIs(true);
