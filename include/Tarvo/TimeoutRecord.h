@@ -2,6 +2,7 @@
 #define TARVO_TIMEOUTRECORD_H
 
 #include <cstdint>
+#include <utility>
 
 #include "Tarvo/Export.h"
 
@@ -35,8 +36,11 @@ class TARVO_EXPORT TimeoutList {
   void append(TimeoutRecord& record);
   /// REQUIRES: the record hangs in this list.
   void remove(TimeoutRecord& record);
-  /// Moves all members of `other` to the end.
-  void takeAll(TimeoutList& other);
+  /// Forgets all members and returns the first; the others follow by their links.
+  TimeoutRecord* release() {
+    last_ = nullptr;
+    return std::exchange(first_, nullptr);
+  }
 
  private:
   TimeoutRecord* first_ = nullptr;
@@ -55,13 +59,6 @@ inline void TimeoutList::remove(TimeoutRecord& record) {
   (record.previous_ != nullptr ? record.previous_->next_ : first_) = record.next_;
   (record.next_ != nullptr ? record.next_->previous_ : last_) = record.previous_;
   record.pending_ = nullptr;
-}
-
-inline void TimeoutList::takeAll(TimeoutList& other) {
-  while (TimeoutRecord* record = other.first()) {
-    other.remove(*record);
-    append(*record);
-  }
 }
 
 }  // namespace Tarvo::Impl

@@ -7,7 +7,9 @@
 /// 1. timerStart() notes the exact expiry on the library clock (a double) and hangs the timer into
 /// a
 ///    timing wheel by its tick of 10 ms, rounded down. When it is due before the wheel's master
-///    timer, the master timer is armed for it.
+///    timer, the master timer is armed for it. One that runs already and is only put off stays
+///    where it hangs until the tick there has come (but not while time is fast-forwarded, where
+///    every stop counts).
 /// 2. When the master timer fires, the wheel's present is the clock in ticks, rounded up. So the
 ///    wheel hands out every timer that falls due within the running tick.
 /// 3. Those wait in a list in the order of their exact expiries. What is due is served; the rest
@@ -36,7 +38,6 @@
 #include <cstdint>
 #include <iosfwd>
 #include <limits>
-#include <map>
 #include <memory>
 
 #include "Tarvo/Export.h"
@@ -144,20 +145,19 @@ class TARVO_EXPORT TimerWheel : private Platform::TimeoutHandler,
   void timeout() override;
 
  private:
-  class TimersAtTimeout;
-  using ExactTimes = std::map<double, TimersAtTimeout>;
+  class ExactTimes;
 
+  bool mayStay(const TimerWheelEvent& event, std::uint64_t tick) const;
   void setCurrentTime(double now);
   void armMasterTimer(double delay, double expiry);
   void serve();
-  void bucketDueTicks();
+  void sortDueTicks();
   void serveDue(double now);
-  void leaveBucket(TimerWheelEvent* event);
 
   double masterExpiry_ = std::numeric_limits<double>::infinity();  // 0.0: armed for now
   std::shared_ptr<Platform::TimerControl> masterTimer_;
   std::unique_ptr<Impl::TimingWheel> timeouts_;
-  std::unique_ptr<ExactTimes> timersExpiryingSoon_;  // by exact expiry, soonest first
+  std::unique_ptr<ExactTimes> timersExpiryingSoon_;
 };
 
 /// The shared wheel, at default priority: one per thread where the thread has singletons of its

@@ -12,9 +12,9 @@
 
 #include "Tarvo/Loco.h"
 #include "Tarvo/Thread.h"
+#include "platform/ExactTimes.h"
 #include "platform/LibeventBase.h"
 #include "platform/Notification.h"
-#include "platform/TimersAtTimeout.h"
 #include "platform/TimingWheel.h"
 
 namespace Tarvo {
@@ -59,12 +59,7 @@ TimerWheel::~TimerWheel() {
   while (Impl::TimeoutRecord* record = timeouts_->takeExpired()) {
     letGo(timeoutLink2TimerWheelEvent(record));
   }
-  for (auto& [expiry, bucket] : *timersExpiryingSoon_) {
-    while (Impl::TimeoutRecord* record = bucket.first()) {
-      bucket.remove(*record);
-      letGo(timeoutLink2TimerWheelEvent(record));
-    }
-  }
+  while (!timersExpiryingSoon_->empty()) letGo(timersExpiryingSoon_->takeFirst());
 }
 
 void TimerWheel::setCurrentTime(double now) {
@@ -81,13 +76,20 @@ void TimerWheel::timerStart(TimerWheelEvent* event, double delay) {
   __builtin_prefetch(&event->expirationTime_, 1);
   const double expiry = std::min(Tarvo::time() + delay, std::numeric_limits<double>::max());
   if (expiry == event->expirationTime_) return;
-  if (event->expirationTime_ != infinity) timerStop(event);
-  event->expirationTime_ = expiry;
   const auto tick = expiryTick(expiry);
+  const bool stays = mayStay(*event, tick);
+  if (stays) {
+    TARVO_TRACE(timerWheelTrace, 9, "timer {} del timeout", event);
+  } else if (event->expirationTime_ != infinity) {
+    timerStop(event);
+  }
+  event->expirationTime_ = expiry;
   TARVO_TRACE(timerWheelTrace, 9, "timer {} set timeout {} expire at {} tick {}", event, delay,
               expiry, tick);
-  timeouts_->add(*event, tick);
-  event->stateIs(inTimerWheel);
+  if (!stays) {
+    timeouts_->add(*event, tick);
+    event->stateIs(inTimerWheel);
+  }
   if (masterExpiry_ <= expiry) return;
   try {
     setMasterTimer();
@@ -95,6 +97,11 @@ void TimerWheel::timerStart(TimerWheelEvent* event, double delay) {
     timerStop(event);  // a start that failed has started nothing
     throw;
   }
+}
+
+bool TimerWheel::mayStay(const TimerWheelEvent& event, Tick tick) const {
+  return event.expirationTime_ != infinity && event.state() == inTimerWheel &&
+         event.expires_ <= tick && timeouts_->holds(event) && !Platform::fastForward();
 }
 
 void TimerWheel::timerStop(TimerWheelEvent* event) {
@@ -108,21 +115,13 @@ void TimerWheel::timerStop(TimerWheelEvent* event) {
       timeouts_->remove(*event);
       break;
     case inTimersExpiryingSoon:
-      leaveBucket(event);
+      timersExpiryingSoon_->remove(*event);
       break;
     case notLinked:
       TARVO_FAIL("Not linked but expirationTime={}", event->expirationTime_);
   }
   event->stateIs(notLinked);
   event->expirationTime_ = infinity;
-}
-
-void TimerWheel::leaveBucket(TimerWheelEvent* event) {
-  const auto bucket = timersExpiryingSoon_->find(event->expirationTime_);
-  TARVO_ASSERT(bucket != timersExpiryingSoon_->end(), "No timersAtTimeout");
-  TARVO_ASSERT(event->state() == inTimersExpiryingSoon,
-               "Removing from timersExpiryingSoon in state {}", event->state());
-  bucket->second.remove(*event);
 }
 
 void TimerWheel::timerExpired(TimerWheelEvent* event) const {
@@ -137,10 +136,8 @@ void TimerWheel::setMasterTimer() {
   double delay = infinity;
   double expiry = infinity;
 
-  const auto first = std::find_if(timersExpiryingSoon_->begin(), timersExpiryingSoon_->end(),
-                                  [](const auto& entry) { return !entry.second.empty(); });
-  if (first != timersExpiryingSoon_->end()) {
-    expiry = first->first;
+  if (!timersExpiryingSoon_->empty()) {
+    expiry = timersExpiryingSoon_->firstExpiry();
     delay = std::max(0.0, expiry - now);
     TARVO_TRACE(timerWheelTrace, 8,
                 "has {} timers, firstExpiryTime={} now={}, set master timer timeout {}",
@@ -195,7 +192,7 @@ void TimerWheel::serve() {
   const double now = Tarvo::time();
   setCurrentTime(now);
   try {
-    bucketDueTicks();
+    sortDueTicks();
     serveDue(now);
   } catch (abi::__forced_unwind&) {
     throw;  // no exception that could be kept and thrown again: the thread is going
@@ -210,38 +207,40 @@ void TimerWheel::serve() {
   setMasterTimer();
 }
 
-void TimerWheel::bucketDueTicks() {
+void TimerWheel::sortDueTicks() {
+  struct Sorted {
+    ~Sorted() { times.sort(); }
+    ExactTimes& times;
+  } const sorted{*timersExpiryingSoon_};
   while (Impl::TimeoutRecord* record = timeouts_->takeExpired()) {
     TimerWheelEvent* event = timeoutLink2TimerWheelEvent(record);
+    const Tick tick = expiryTick(event->expirationTime_);
+    if (tick > timeouts_->now()) {  // it was put off
+      timeouts_->add(*event, tick);
+      continue;
+    }
     try {
-      TimersAtTimeout& bucket = (*timersExpiryingSoon_)[event->expirationTime_];
-      event->stateIs(notLinked);
-      bucket.append(*event);
-      event->stateIs(inTimersExpiryingSoon);
+      timersExpiryingSoon_->append(*event);
     } catch (const std::bad_alloc&) {
-      timeouts_->add(*event, event->expires_);
+      timeouts_->add(*event, tick);
       throw;
     }
+    event->stateIs(notLinked);
+    event->stateIs(inTimersExpiryingSoon);
   }
 }
 
 void TimerWheel::serveDue(double now) {
-  // A callback may change any bucket, and may even serve the wheel itself: nothing but the map is
-  // looked at across one.
+  // A callback may start and stop any timer, and may even serve the wheel itself.
   while (!timersExpiryingSoon_->empty()) {
-    const auto soonest = timersExpiryingSoon_->begin();
-    if (soonest->first > now) {
+    if (timersExpiryingSoon_->firstExpiry() > now) {
       TARVO_TRACE(timerWheelTrace, 9, "Defer processing timers with expiry time {} > now {}",
-                  soonest->first, now);
+                  timersExpiryingSoon_->firstExpiry(), now);
       return;
     }
-    Impl::TimeoutRecord* record = soonest->second.first();
-    if (record == nullptr) {
-      timersExpiryingSoon_->erase(soonest);
-      continue;
-    }
-    TimerWheelEvent* event = timeoutLink2TimerWheelEvent(record);
-    soonest->second.remove(*event);
+    TimerWheelEvent* event = timersExpiryingSoon_->takeFirst();
+    TARVO_ASSERT(event->pending_ == nullptr, "pending set to {}",
+                 static_cast<const void*>(event->pending_));
     event->stateIs(notLinked);
     timerExpired(event);
   }

@@ -51,11 +51,17 @@ void TimingWheel::vacate(unsigned level, unsigned slot) {
   if (home.occupied == 0) occupiedLevels_ &= ~(1U << level);
 }
 
-void TimingWheel::collect(unsigned level, std::uint64_t slots, TimeoutList& due) {
+void TimingWheel::relink(unsigned level, std::uint64_t slots) {
   for (std::uint64_t rest = levels_[level].occupied & slots; rest != 0; rest &= rest - 1) {
     const unsigned slot = static_cast<unsigned>(std::countr_zero(rest));
-    due.takeAll(levels_[level].slots[slot]);
+    TimeoutRecord* record = levels_[level].slots[slot].release();
     vacate(level, slot);
+    while (record != nullptr) {
+      TimeoutRecord* next = record->next_;
+      if (next != nullptr) __builtin_prefetch(next, 1);
+      link(*record);
+      record = next;
+    }
   }
 }
 
@@ -64,21 +70,22 @@ void TimingWheel::advance(Tick now) {
   const unsigned top = levelOf(now ^ now_);
   const std::uint64_t upToNew = (std::uint64_t{2} << digit(now, top)) - 1;
   const std::uint64_t upToOld = (std::uint64_t{2} << digit(now_, top)) - 1;
-  TimeoutList due;
-  collect(top, upToNew & ~upToOld, due);
-  for (std::uint32_t below = occupiedLevels_ & ((1U << top) - 1); below != 0; below &= below - 1) {
-    collect(static_cast<unsigned>(std::countr_zero(below)), ~std::uint64_t{0}, due);
-  }
+  const std::uint32_t lowerLevels = occupiedLevels_ & ((1U << top) - 1);
   now_ = now;
-  while (TimeoutRecord* record = due.first()) {
-    due.remove(*record);
-    link(*record);
+  // What is relinked comes due, or sinks: below this level, and not yet into those still to be
+  // emptied, which therefore come first.
+  for (std::uint32_t below = lowerLevels; below != 0; below &= below - 1) {
+    relink(static_cast<unsigned>(std::countr_zero(below)), ~std::uint64_t{0});
   }
+  relink(top, upToNew & ~upToOld);
 }
 
 TimeoutRecord* TimingWheel::takeExpired() {
   TimeoutRecord* record = expired_.first();
-  if (record != nullptr) expired_.remove(*record);
+  if (record != nullptr) {
+    if (record->next_ != nullptr) __builtin_prefetch(record->next_, 1);
+    expired_.remove(*record);
+  }
   return record;
 }
 

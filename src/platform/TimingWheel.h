@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 
 #include "Tarvo/TimeoutRecord.h"
 
@@ -37,6 +38,13 @@ class TimingWheel {
   /// Aborts when it can tell that the record hangs in another wheel. REQUIRES: in this wheel.
   void remove(TimeoutRecord& record);
 
+  /// Whether the record hangs in this wheel.
+  bool holds(const TimeoutRecord& record) const {
+    const std::less<const void*> before;
+    return record.pending_ != nullptr && !before(record.pending_, this) &&
+           before(record.pending_, this + 1);
+  }
+
   /// Takes one timer that has come due out of the wheel; null when there is none.
   TimeoutRecord* takeExpired();
   bool hasExpired() const { return !expired_.empty(); }
@@ -64,7 +72,7 @@ class TimingWheel {
   static unsigned digit(Tick tick, unsigned level);
   void link(TimeoutRecord& record);
   void vacate(unsigned level, unsigned slot);
-  void collect(unsigned level, std::uint64_t slots, TimeoutList& due);
+  void relink(unsigned level, std::uint64_t slots);
 
   Tick now_;
   std::uint32_t occupiedLevels_ = 0;  // bit i: level i has members

@@ -1,7 +1,9 @@
 #include "Tarvo/TimerWheel.h"
 
 #include <algorithm>
+#include <deque>
 #include <map>
+#include <random>
 #include <ranges>
 #include <stdexcept>
 
@@ -81,6 +83,47 @@ TEST_F(TimerWheelTest, DelaysOfAnySizeAreTaken) {
   a.delTimeout(wheel);
   Platform::doEventLoop(500);
   EXPECT_THAT(log, ElementsAre("b"));
+}
+
+TEST_F(TimerWheelTest, ATimerThatIsPutOffStaysExact) {
+  Platform::setFastForward(false);  // with it, nothing is left in an early slot
+  a.start(wheel, 0.005);
+  b.start(wheel, 0.005);
+  c.start(wheel, 0.011);
+  a.start(wheel, 0.03);
+  b.start(wheel, 90000);
+  b.start(wheel, 0.02);
+  std::map<double, std::string> expected;
+  for (const Event* event : {&a, &b, &c}) expected.emplace(event->due, event->name);
+  while (log.size() < 3) Platform::doEventLoop(0.01);
+  EXPECT_TRUE(std::ranges::equal(std::views::values(expected), log)) << testing::PrintToString(log);
+  a.start(wheel, 0.001);
+  a.start(wheel, 1000);
+  a.delTimeout(wheel);
+  Platform::doEventLoop(0.02);
+  EXPECT_EQ(log.size(), 3U);
+}
+
+TEST_F(TimerWheelTest, AnySequenceOfStartsAndStopsIsServedInOrder) {
+  std::mt19937 random(7);
+  std::deque<Event> timers;
+  std::vector<double> dues;  // of those served in one pass
+  const auto any = [&]() -> Event& { return timers[random() % timers.size()]; };
+  for (int i = 0; i < 300; ++i) {
+    Event& timer = timers.emplace_back(log, "");
+    timer.action = [&] {
+      dues.push_back(timer.due);
+      if (random() % 4 == 0) any().delTimeout(wheel);
+    };
+  }
+  for (int round = 0; round < 200; ++round) {
+    for (int i = 0; i < 20; ++i) any().start(wheel, static_cast<double>(random() % 8) * 0.003);
+    dues.clear();
+    Platform::doEventLoopInWaitfor(0.004);
+    EXPECT_TRUE(std::ranges::is_sorted(dues));
+  }
+  Platform::doEventLoop(infinity);
+  for (const Event& timer : timers) EXPECT_EQ(timer.remainingTimeout(), infinity);
 }
 
 TEST_F(TimerWheelTest, AThrowLosesNobody) {

@@ -1,0 +1,67 @@
+#include "platform/TimerWheelTrace.h"
+
+#include "platform/ExactTimes.h"
+
+#include <algorithm>
+
+#include "Tarvo/Loco.h"
+
+namespace Tarvo {
+
+TimerWheel::ExactTimes::~ExactTimes() {
+  Impl::checkInDestructor([this] { TARVO_ASSERT(empty(), "Destroyed while non-empty"); });
+}
+
+void TimerWheel::ExactTimes::append(TimerWheelEvent& event) {
+  TARVO_ASSERT(event.pending_ == nullptr, "Event {} linked to {}", &event,
+               static_cast<const void*>(event.pending_));
+  entries_.push_back({event.expirationTime_, appended_, &event});
+  event.expires_ = appended_++;
+}
+
+void TimerWheel::ExactTimes::sort() {
+  const auto place = [this](std::size_t index) {
+    return entries_.begin() + static_cast<std::ptrdiff_t>(index);
+  };
+  std::sort(place(sorted_), entries_.end());
+  const bool mixed =
+      begin_ < sorted_ && sorted_ < entries_.size() && entries_[sorted_] < entries_[sorted_ - 1];
+  if (mixed) std::inplace_merge(place(begin_), place(sorted_), entries_.end());
+  if (begin_ > entries_.size() / 2) {  // there may never come a time when all are served
+    entries_.erase(entries_.begin(), place(begin_));
+    begin_ = 0;
+  }
+  sorted_ = entries_.size();
+}
+
+bool TimerWheel::ExactTimes::empty() {
+  constexpr std::size_t keptCapacity = 1 << 16;  // a larger array is given back after use
+  while (begin_ < entries_.size() && entries_[begin_].event == nullptr) ++begin_;
+  if (begin_ < entries_.size()) return false;
+  if (entries_.capacity() > keptCapacity) {
+    entries_ = {};
+  } else {
+    entries_.clear();
+  }
+  begin_ = sorted_ = 0;
+  return true;
+}
+
+TimerWheelEvent* TimerWheel::ExactTimes::takeFirst() {
+  constexpr std::size_t ahead = 8;  // so that events come from memory while others are served
+  if (begin_ + ahead < entries_.size()) {
+    const TimerWheelEvent* later = entries_[begin_ + ahead].event;
+    __builtin_prefetch(later, 1);
+    __builtin_prefetch(&later->expirationTime_, 1);
+  }
+  return std::exchange(entries_[begin_++].event, nullptr);
+}
+
+void TimerWheel::ExactTimes::remove(TimerWheelEvent& event) {
+  const Entry wanted{event.expirationTime_, event.expires_, nullptr};
+  const auto place = std::lower_bound(entries_.begin(), entries_.end(), wanted);
+  TARVO_ASSERT(place != entries_.end() && place->event == &event, "No timersAtTimeout");
+  place->event = nullptr;
+}
+
+}  // namespace Tarvo
