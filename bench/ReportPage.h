@@ -1,0 +1,34 @@
+#ifndef TARVO_BENCH_REPORTPAGE_H
+#define TARVO_BENCH_REPORTPAGE_H
+
+#include <string>
+#include <vector>
+
+#include "ReportRows.h"
+
+namespace report {
+
+/// Everything that goes into one report.
+struct Input {
+  Rows rows;
+  bool quick = false;
+  std::string instructions;  // the table of instruction counts, empty for none
+};
+
+/// The rows that the report needs and no program measured or even skipped.
+std::vector<std::string> missingRows(const Input& input);
+
+/// The summary alone.
+std::string summary(const Input& input);
+/// The whole report in Markdown; charts are in the folder "performance" beside it.
+std::string page(const Input& input);
+
+struct Chart {
+  std::string file;
+  std::string svg;
+};
+std::vector<Chart> charts(const Input& input);
+
+}  // namespace report
+
+#endif
