@@ -6,6 +6,7 @@
 #include <set>
 
 #include "ReportChart.h"
+#include "ReportGrowth.h"
 #include "ReportMachine.h"
 #include "ReportTable.h"
 #include "ReportText.h"
@@ -26,7 +27,8 @@ std::vector<Bar> bars(const Case& one) {
 }
 
 std::set<std::string> namedRows() {
-  std::set<std::string> names;
+  const auto others = growthRows();
+  std::set<std::string> names(others.begin(), others.end());
   for (const auto& comparison : comparisons()) {
     for (const auto& [ours, peer] : comparison.pairs) names.insert({ours, peer});
   }
@@ -187,7 +189,7 @@ std::string page(const Input& input) {
   out += "## Summary\n\n\"Near\" means that the reach lies between the quartiles.\n\n" +
          summary(input) + "\n";
   for (const auto& topic : topics()) out += topicSection(topic, input);
-  out += otherRows(input);
+  out += growthSection(input.rows) + memorySection(input.rows) + otherRows(input);
   if (!input.instructions.empty()) {
     out += "## Instructions\n\nCounted, not timed: see bench/README.md.\n\n```\n" +
            input.instructions + "```\n\n";
@@ -210,6 +212,7 @@ std::vector<Chart> charts(const Input& input) {
     }
     all.push_back({topic.file, barChart(groups)});
   }
+  all.push_back({"growth", growthChart(input.rows)});
   return all;
 }
 
