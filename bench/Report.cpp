@@ -10,7 +10,6 @@
 #include <exception>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <stdexcept>
 
 #include "ReportPage.h"
@@ -26,12 +25,6 @@ void write(const fs::path& file, const std::string& content) {
   if (!out) throw std::runtime_error("cannot write " + file.string());
 }
 
-std::string contentOf(const std::string& file) {
-  std::ifstream in(file);
-  if (!in) throw std::runtime_error("cannot read " + file);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
-
 struct Arguments {
   report::Input input;
   fs::path directory;
@@ -45,7 +38,7 @@ Arguments parsed(int argc, char** argv) {
     if (option == "--quick") {
       arguments.input.quick = true;
     } else if (option == "--instructions" && at + 1 < argc) {
-      arguments.input.instructions = contentOf(argv[++at]);
+      arguments.input.instructions = counts::readTable(argv[++at]);
     } else {
       throw std::runtime_error("unknown option " + option);
     }

@@ -162,7 +162,7 @@ std::string lineChart(const std::vector<ChartLine>& lines) {
     body += fmt::format("<text x=\"{}\" y=\"{:.0f}\" fill=\"{}\">{}</text>\n", LogScale::right + 18,
                         heights[i], colour, escaped(line.label));
   }
-  return opening(760, LogScale::bottom + 30) + body + "</svg>\n";
+  return opening(720, LogScale::bottom + 30) + body + "</svg>\n";
 }
 
 }  // namespace report

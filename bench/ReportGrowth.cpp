@@ -23,10 +23,10 @@ constexpr Growth growths[] = {
     {"run of a task", "TaskRunAmong", 6, true, "constant"},
     {"making of a task", "TaskMadeAmong", 6, true, "constant"},
     {"timer stop + start", "TimerRestartAmong<TarvoWheel>", 6, true, "constant"},
-    {"same, libevent's heap", "TimerRestartAmong<LibeventHeap>", 6, false, "logarithm"},
+    {"libevent: timer stop + start", "TimerRestartAmong<LibeventHeap>", 6, false, "logarithm"},
     {"intern a known name", "InternAmong", 6, true, "constant"},
     {"descriptor event", "DescriptorTaskAmong", 4, true, "constant"},
-    {"same, libevent", "LibeventPersistAmong", 4, false, "constant"},
+    {"libevent: descriptor event", "LibeventPersistAmong", 4, false, "constant"},
     {"JSON report of all", "ReportOf", 4, true, "linear"},
 };
 

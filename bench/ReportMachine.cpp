@@ -31,7 +31,9 @@ std::string system() {
 std::string kernel() {
   utsname names{};
   uname(&names);
-  return fmt::format("{} {} {}", names.sysname, names.release, names.machine);
+  const std::string release = names.release;  // behind the number stands who built it
+  return fmt::format("{} {} {}", names.sysname, release.substr(0, release.find('-')),
+                     names.machine);
 }
 
 std::string descriptors() {

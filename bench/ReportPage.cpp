@@ -148,6 +148,18 @@ std::string skippedRows(const Input& input) {
   return "These rows could not be measured on this machine:\n\n" + lines + "\n";
 }
 
+std::string instructionsSection(const Input& input) {
+  if (input.instructions.empty()) return "";
+  std::string out =
+      "## Instructions\n\nOf one run of each hot path, counted by callgrind. They do not depend on "
+      "how fast or busy the machine is; `./dev check` fails when one grows.\n\n"
+      "| path | instructions |\n|---|--:|\n";
+  for (const auto& [path, count] : input.instructions) {
+    out += fmt::format("| {} | {:.1f} |\n", path, count);
+  }
+  return out + "\n";
+}
+
 std::string machineSection(const Input& input) {
   std::string out = "## The machine\n\n| | |\n|---|---|\n";
   for (const auto& [name, fact] : machineFacts()) out += fmt::format("| {} | {} |\n", name, fact);
@@ -190,11 +202,7 @@ std::string page(const Input& input) {
          summary(input) + "\n";
   for (const auto& topic : topics()) out += topicSection(topic, input);
   out += growthSection(input.rows) + memorySection(input.rows) + otherRows(input);
-  if (!input.instructions.empty()) {
-    out += "## Instructions\n\nCounted, not timed: see bench/README.md.\n\n```\n" +
-           input.instructions + "```\n\n";
-  }
-  return out + machineSection(input);
+  return out + instructionsSection(input) + machineSection(input);
 }
 
 std::vector<Chart> charts(const Input& input) {

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "InstructionCounts.h"
 #include "ReportRows.h"
 
 namespace report {
@@ -12,7 +13,7 @@ namespace report {
 struct Input {
   Rows rows;
   bool quick = false;
-  std::string instructions;  // the table of instruction counts, empty for none
+  counts::Table instructions;
 };
 
 /// The rows that the report needs and no program measured or even skipped.

@@ -107,10 +107,14 @@ void Rows::read(const std::string& file) {
   if (load_ < 0 && context.HasMember("load_avg") && !context["load_avg"].Empty()) {
     load_ = context["load_avg"][0].GetDouble();
   }
+  std::map<std::string, Row> fresh;
   for (const auto& entry : document["benchmarks"].GetArray()) {
     if (entry["run_type"] != "iteration") continue;
-    addRepetition(entry, rows_[nameOnly(entry["run_name"].GetString())]);
+    addRepetition(entry, fresh[nameOnly(entry["run_name"].GetString())]);
   }
+  rows_.merge(fresh);
+  if (fresh.empty()) return;
+  throw std::runtime_error("two programs measure a row of the same name: " + fresh.begin()->first);
 }
 
 const Row* Rows::find(const std::string& name) const {
