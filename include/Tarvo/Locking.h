@@ -50,26 +50,26 @@ class TARVO_EXPORT Lock {
   ~Lock();
 
   /// Throws std::system_error when the mutex call fails.
-  void lock() {
+  TARVO_EXPORT void lock() {
     if (const int error = pthread_mutex_lock(&mutex_); error != 0) [[unlikely]] {
       Impl::throwMutexError(error);
     }
     Impl::setOwner(owner_, Impl::self());
   }
-  bool try_lock() {
+  TARVO_EXPORT bool try_lock() {
     if (pthread_mutex_trylock(&mutex_) != 0) return false;
     Impl::setOwner(owner_, Impl::self());
     return true;
   }
   /// Fails an assertion when the caller is not the owner.
-  void unlock() {
+  TARVO_EXPORT void unlock() {
     if (!owns_lock()) [[unlikely]]
       failUnlock();
     Impl::setOwner(owner_, 0);
     pthread_mutex_unlock(&mutex_);
   }
   /// Whether the caller holds the lock; no system call.
-  bool owns_lock() const { return Impl::isSelf(owner_); }
+  TARVO_EXPORT bool owns_lock() const { return Impl::isSelf(owner_); }
 
  private:
   [[noreturn]] void failUnlock() const;
@@ -86,25 +86,25 @@ class TARVO_EXPORT RecursiveLock {
   RecursiveLock& operator=(const RecursiveLock&) = delete;
   ~RecursiveLock();
 
-  void lock() {
+  TARVO_EXPORT void lock() {
     if (const int error = pthread_mutex_lock(&mutex_); error != 0) [[unlikely]] {
       Impl::throwMutexError(error);
     }
     Impl::setOwner(owner_, Impl::self());
   }
-  bool try_lock() {
+  TARVO_EXPORT bool try_lock() {
     if (pthread_mutex_trylock(&mutex_) != 0) return false;
     Impl::setOwner(owner_, Impl::self());
     return true;
   }
-  void unlock() {
+  TARVO_EXPORT void unlock() {
     const unsigned count = lockCount();
     if (!owns_lock() || count == 0) [[unlikely]]
       failUnlock();
     if (count == 1) Impl::setOwner(owner_, 0);
     pthread_mutex_unlock(&mutex_);
   }
-  bool owns_lock() const { return Impl::isSelf(owner_); }
+  TARVO_EXPORT bool owns_lock() const { return Impl::isSelf(owner_); }
 
   /// For a forked child, in which the thread that held the lock may not exist: the lock is made
   /// anew. It stays held as often as the calling thread, the child's only one, held it.

@@ -1,6 +1,7 @@
 #include "Tarvo/Locking.h"
 
 #include <system_error>
+#include <tuple>
 
 #include "Tarvo/Assert.h"
 
@@ -9,6 +10,16 @@ namespace Tarvo::Locking {
 void Impl::throwMutexError(int error) { throw std::system_error(error, std::generic_category()); }
 
 Lock::~Lock() { pthread_mutex_destroy(&mutex_); }
+
+namespace {
+
+// The library has the inline operations too, for callers that were compiled without their bodies.
+template <typename Mutex>
+constexpr std::tuple operations{&Mutex::lock, &Mutex::try_lock, &Mutex::unlock, &Mutex::owns_lock};
+[[gnu::used]] constexpr auto lockOperations = operations<Lock>;
+[[gnu::used]] constexpr auto recursiveLockOperations = operations<RecursiveLock>;
+
+}  // namespace
 
 // Both failures speak in the name of the operation that was called.
 void Lock::failUnlock() const {
