@@ -159,11 +159,12 @@ struct Asio {
   }
   // A cancelled wait is completed by the loop, which therefore belongs to the cost.
   void start(std::size_t i, double delay) {
-    timers[i].expires_after(std::chrono::nanoseconds(static_cast<std::int64_t>(delay * 1e9)));
+    const std::chrono::nanoseconds after(static_cast<std::int64_t>(delay * 1e9));
+    const bool cancelled = timers[i].expires_after(after) > 0;
     timers[i].async_wait([this](const asio::error_code& error) {
       if (!error) ++fired;
     });
-    context.poll();
+    if (cancelled) context.poll();
   }
   void stop(std::size_t i) {
     timers[i].cancel();

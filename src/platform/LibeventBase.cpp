@@ -129,7 +129,9 @@ void leRegisterBase(event_base* base) {
   setMainThread();
 }
 
-event_base* leInit() {
+namespace {
+
+[[gnu::cold, gnu::noinline]] event_base* initBase() {
   Impl::leaveParentAlone();
   if (ev_base != nullptr) return ev_base;
   // The callbacks belong to the process; threads that start at once must not set them together.
@@ -137,6 +139,14 @@ event_base* leInit() {
       (event_set_fatal_callback(le_fatal_cb), event_set_log_callback(le_debug_cb), true);
   leRegisterBase(leCreateBase());
   return ev_base;
+}
+
+}  // namespace
+
+event_base* leInit() {
+  if (ev_base != nullptr && !sharedWithParent) [[likely]]
+    return ev_base;
+  return initBase();
 }
 
 void leFree() {

@@ -15,7 +15,7 @@ LibeventCallbackControl::~LibeventCallbackControl() { LibeventCallbackControl::c
 
 void LibeventCallbackControl::requestCallback() {
   TARVO_TRACE(libeventTrace, 9, "Callback {} request", this);
-  setTimeout(0.0);
+  setTimeoutToNow();
 }
 
 void LibeventCallbackControl::cancelCallback() {

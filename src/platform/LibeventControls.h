@@ -33,12 +33,15 @@ class TARVO_EXPORT LibeventTimerControl : public Platform::TimerControl {
 
  protected:
   bool armed() const;
+  /// As setTimeout(0.0), which is what most deferred calls need.
+  void setTimeoutToNow();
   Impl::Lifeline& lifeline() { return lifeline_; }
 
  private:
   static void handleTimeout(evutil_socket_t fd, short what, void* arg);
   void handler();
   void assign();
+  void bind();
 
   Platform::TimeoutHandler* handler_;
   Platform::EventPriority priority_;

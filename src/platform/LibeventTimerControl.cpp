@@ -32,14 +32,25 @@ void LibeventTimerControl::setTimeout(double seconds) {
   delTimeout();
   TARVO_TRACE(libeventTrace, 9, "Timer {} set timeout {}", this, seconds);
   if (seconds == std::numeric_limits<double>::infinity()) return;
+  bind();
+  // The base counts from the time it read at the start of its turn, which may be long ago.
+  if (timerisset(&delay)) event_base_update_cache_time(event_get_base(&event_));
+  addTimeout(event_, delay);
+}
+
+void LibeventTimerControl::setTimeoutToNow() {
+  delTimeout();
+  TARVO_TRACE(libeventTrace, 9, "Timer {} set timeout {}", this, 0.0);
+  bind();
+  addTimeout(event_, {0, 0});
+}
+
+void LibeventTimerControl::bind() {
   if (event_.ev_base == leInit()) {
     eventPrioritySet(&event_, priority_);
   } else {
     assign();  // the thread has freed the base and made another
   }
-  // The base counts from the time it read at the start of its turn, which may be long ago.
-  if (timerisset(&delay)) event_base_update_cache_time(event_get_base(&event_));
-  addTimeout(event_, delay);
 }
 
 void LibeventTimerControl::delTimeout() {
