@@ -21,7 +21,7 @@ namespace Impl {
 /// pthread_self(). Where that is what the thread pointer points to, it is one instruction and no
 /// call, which in a lock without contention shows.
 inline pthread_t self() {
-#if defined(__x86_64__) && defined(__GLIBC__)
+#if defined(__x86_64__) && defined(__LP64__) && defined(__GLIBC__)
   pthread_t thread;
   asm("mov %%fs:16, %0" : "=r"(thread));
   return thread;

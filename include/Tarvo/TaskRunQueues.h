@@ -87,6 +87,8 @@ class TARVO_EXPORT TaskRunQueues {
 
   bool anyInCurrentLists() const;
   std::uint64_t runnableCount() const;
+  /// Of that priority and more urgent ones.
+  std::uint64_t runnableCountUpTo(unsigned priority) const;
 
   void movePersistentToTemporary();
   void moveTemporaryToPersistent();

@@ -142,6 +142,8 @@ class TARVO_EXPORT TaskScheduler : public std::enable_shared_from_this<TaskSched
   TaskClock::time_point runStep(TaskClock::time_point now);
   /// Whether a run step would find a task.
   bool hasTaskToRun() const { return runQueues_.anyInCurrentLists(); }
+  /// Whether one of that priority or a more urgent one is queued.
+  bool hasTaskToRun(unsigned priority) const { return runQueues_.runnableCountUpTo(priority) != 0; }
   /// Requests a run and notes when.
   void requestNextRun(TaskClock::time_point now);
   void recordEvent(TaskClock::time_point now, TaskSchedulerEventType type) const {

@@ -10,8 +10,8 @@ namespace Tarvo::Impl {
 
 class TimeoutList;
 
-/// The links by which a timer hangs in at most one list: a slot of the timing wheel, or a bucket of
-/// timers with one exact expiry. Part of the timer, so that linking allocates nothing.
+/// The links by which a timer hangs in at most one list, a slot of the timing wheel. Part of the
+/// timer, so that linking allocates nothing.
 struct TimeoutRecord {
   /// Expiries are absolute ticks.
   static constexpr std::uint32_t absolute = 2;
@@ -19,7 +19,7 @@ struct TimeoutRecord {
   TimeoutRecord* next_ = nullptr;
   TimeoutRecord* previous_ = nullptr;
   TimeoutList* pending_ = nullptr;  // the list that it hangs in
-  std::uint64_t expires_ = 0;       // tick; meaningful to the wheel only
+  std::uint64_t expires_ = 0;       // tick in the wheel; its owner's when it is in no list
   std::uint32_t flags_ = absolute;  // the upper bits are its owner's
 };
 

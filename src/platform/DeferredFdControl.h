@@ -20,10 +20,11 @@ std::shared_ptr<Platform::FdControl> getDeferredFdControl(Platform::FdEventHandl
 
 /// Tells a deferred control that its report was served. To find out what is still readable the
 /// kernel must be asked, and it is cheaper to ask for several descriptors together: it may be put
-/// off for so many steps of the thread's schedulers.
-void readServed(Platform::FdControl& control, std::size_t steps) noexcept;
-/// Whether anything was put off.
+/// off for so many steps of the thread's schedulers. A lower urgency is a more urgent one.
+void readServed(Platform::FdControl& control, std::size_t steps, unsigned urgency) noexcept;
+/// Whether anything was put off, and the most urgent of that.
 bool anyReadsServed() noexcept;
+unsigned servedReadsUrgency() noexcept;
 /// A step begins; with the last one for now, everything is asked for that was put off.
 void servedReadsStep(bool last) noexcept;
 

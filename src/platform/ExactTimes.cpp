@@ -50,16 +50,19 @@ bool TimerWheel::ExactTimes::empty() {
 TimerWheelEvent* TimerWheel::ExactTimes::takeFirst() {
   constexpr std::size_t ahead = 8;  // so that events come from memory while others are served
   if (begin_ + ahead < entries_.size()) {
-    const TimerWheelEvent* later = entries_[begin_ + ahead].event;
-    __builtin_prefetch(later, 1);
-    __builtin_prefetch(&later->expirationTime_, 1);
+    if (const TimerWheelEvent* later = entries_[begin_ + ahead].event) {
+      __builtin_prefetch(later, 1);
+      __builtin_prefetch(&later->expirationTime_, 1);
+    }
   }
   return std::exchange(entries_[begin_++].event, nullptr);
 }
 
 void TimerWheel::ExactTimes::remove(TimerWheelEvent& event) {
   const Entry wanted{event.expirationTime_, event.expires_, nullptr};
-  const auto place = std::lower_bound(entries_.begin(), entries_.end(), wanted);
+  // Before the begin there are places of removed ones, which may be due later than what came since.
+  const auto begin = entries_.begin() + static_cast<std::ptrdiff_t>(begin_);
+  const auto place = std::lower_bound(begin, entries_.end(), wanted);
   TARVO_ASSERT(place != entries_.end() && place->event == &event, "No timersAtTimeout");
   place->event = nullptr;
 }

@@ -177,7 +177,8 @@ void setMainThread() { mainThread = isMainThread(); }
 
 void eventPrioritySet(event* ev, Platform::EventPriority priority) {
   TARVO_TRACE(Impl::libeventTrace, 9, "Setting priority of {} to {}", ev, priority);
-  if (ev->ev_evcallback.evcb_pri == priority) return;
+  const event_callback& state = ev->ev_evcallback;
+  if (state.evcb_pri == priority && (state.evcb_flags & EVLIST_ACTIVE) == 0) return;
   const int rc = event_priority_set(ev, priority);
   TARVO_ASSERT(rc == 0, "Failed to set priority on {} to {} rc {}", ev, priority, rc);
 }

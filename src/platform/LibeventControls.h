@@ -88,7 +88,7 @@ class TARVO_EXPORT LibeventFdControl : public Platform::FdControl {
   void clearEvents() override;
 
   /// See DeferredFdControl.h.
-  void readServed(std::size_t steps) noexcept;
+  void readServed(std::size_t steps, unsigned urgency) noexcept;
   bool namesOtherFile() const;
 
  private:
@@ -100,6 +100,7 @@ class TARVO_EXPORT LibeventFdControl : public Platform::FdControl {
   static void handleFdWrite(evutil_socket_t fd, short what, void* arg);
   void notify(Notify notification, const event& ev, void (LibeventFdControl::*watchAgain)());
   void watchReads();
+  void watchReadsAnew() noexcept;
   void watchWrites();
   void watch(event& ev, short flags, event_callback_fn callback);
   void unwatch(event& ev);

@@ -97,12 +97,16 @@ void LibeventFdControl::reportIfReady(event& ev, short what) {
   if (poll(&state, 1, 0) == 1 && (state.revents & POLLNVAL) == 0) event_active(&ev, what, 1);
 }
 
-void LibeventFdControl::readServed(std::size_t steps) noexcept {
+void LibeventFdControl::readServed(std::size_t steps, unsigned urgency) noexcept {
   const bool watched = fd_ >= 0 && readEvent_.ev_fd == fd_;
   if (!watched || reports_ == Reports::everyTurn) return;
-  if (edge_) return Impl::servedReads().add(*this, steps);
+  if (edge_) return Impl::servedReads().add(*this, steps, urgency);
+  if (event_pending(&readEvent_, EV_READ, nullptr) == 0) watchReadsAnew();
+}
+
+void LibeventFdControl::watchReadsAnew() noexcept {
   try {
-    if (event_pending(&readEvent_, EV_READ, nullptr) == 0) watchReads();
+    watchReads();
   } catch (const std::exception& failure) {
     TARVO_TRACE(Impl::libeventTrace, 1, "{}", failure.what());
   }

@@ -4,6 +4,7 @@
 #include <poll.h>
 
 #include <algorithm>
+#include <limits>
 
 #include "platform/DeferredFdControl.h"
 #include "platform/LibeventControls.h"
@@ -18,23 +19,24 @@ thread_local constinit ServedReads threadReads;
 
 ServedReads& servedReads() { return threadReads; }
 
-void ServedReads::add(LibeventFdControl& control, std::size_t steps) noexcept {
+void ServedReads::add(LibeventFdControl& control, std::size_t steps, unsigned urgency) noexcept {
   if (!control.served_) {
     if (count_ == controls_.size()) ask();
-    steps_ = count_ == 0 ? steps : std::min(steps_, steps);
     controls_[count_++] = &control;
     control.served_ = true;
-  } else {
-    steps_ = std::min(steps_, steps);
   }
+  steps_ = std::min(steps_, steps);
+  urgency_ = std::min(urgency_, urgency);
   if (steps_ == 0) ask();
 }
 
 void ServedReads::remove(LibeventFdControl& control) noexcept {
   if (!control.served_) return;
   control.served_ = false;
-  *std::find(controls_.begin(), controls_.begin() + count_, &control) = controls_[count_ - 1];
-  --count_;
+  const auto end = controls_.begin() + count_;
+  // One that waits in the list of another thread, now perhaps ended, is not in this one.
+  count_ =
+      static_cast<std::size_t>(std::remove(controls_.begin(), end, &control) - controls_.begin());
 }
 
 void ServedReads::step(bool last) noexcept {
@@ -44,29 +46,38 @@ void ServedReads::step(bool last) noexcept {
 void ServedReads::ask() noexcept {
   std::array<pollfd, std::tuple_size_v<decltype(controls_)>> states;
   for (std::size_t i = 0; i < count_; ++i) states[i] = {controls_[i]->fd_, POLLIN, 0};
-  if (poll(states.data(), count_, 0) > 0) {
-    for (std::size_t i = 0; i < count_; ++i) {
-      const short found = states[i].revents;
-      if (found != 0 && (found & POLLNVAL) == 0) {
-        event_active(&controls_[i]->readEvent_, EV_READ, 1);
-      }
+  // It may be refused, as when the process has lowered its limit of descriptors. An event that is
+  // added anew is reported by its present state, at the cost of two system calls for each.
+  const bool answered = poll(states.data(), count_, 0) >= 0;
+  const auto waiting = controls_;
+  const std::size_t count = count_;
+  clear();
+  for (std::size_t i = 0; i < count; ++i) {
+    const short found = states[i].revents;
+    if (!answered) {
+      waiting[i]->watchReadsAnew();
+    } else if (found != 0 && (found & POLLNVAL) == 0) {
+      event_active(&waiting[i]->readEvent_, EV_READ, 1);
     }
   }
-  clear();
 }
 
 void ServedReads::clear() noexcept {
   for (std::size_t i = 0; i < count_; ++i) controls_[i]->served_ = false;
   count_ = 0;
+  steps_ = std::numeric_limits<std::size_t>::max();
+  urgency_ = std::numeric_limits<unsigned>::max();
 }
 
 }  // namespace Tarvo::Impl
 
 namespace Tarvo {
 
-void Impl::readServed(Platform::FdControl& control, std::size_t steps) noexcept {
-  static_cast<LibeventFdControl&>(control).readServed(steps);
+void Impl::readServed(Platform::FdControl& control, std::size_t steps, unsigned urgency) noexcept {
+  static_cast<LibeventFdControl&>(control).readServed(steps, urgency);
 }
+
+unsigned Impl::servedReadsUrgency() noexcept { return threadReads.urgency(); }
 
 bool Impl::anyReadsServed() noexcept { return threadReads.any(); }
 

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstddef>
+#include <limits>
 
 namespace Tarvo {
 
@@ -16,10 +17,12 @@ class ServedReads {
  public:
   /// Enters a control that may wait for so many steps of a scheduler; without any it, and all that
   /// wait, are asked for at once.
-  void add(LibeventFdControl& control, std::size_t steps) noexcept;
+  void add(LibeventFdControl& control, std::size_t steps, unsigned urgency) noexcept;
   /// For a control that was reported meanwhile, or is not watched any more.
   void remove(LibeventFdControl& control) noexcept;
   bool any() const { return count_ != 0; }
+  /// The least, which is the most urgent, of all that wait.
+  unsigned urgency() const { return urgency_; }
   /// Asks when the time has come, or when this is the last step for now.
   void step(bool last) noexcept;
   /// Asks, and lets the loop report what is readable.
@@ -31,7 +34,8 @@ class ServedReads {
   // As many as the kernel takes without allocating.
   std::array<LibeventFdControl*, 16> controls_{};
   std::size_t count_ = 0;
-  std::size_t steps_ = 0;
+  std::size_t steps_ = std::numeric_limits<std::size_t>::max();
+  unsigned urgency_ = std::numeric_limits<unsigned>::max();
 };
 
 ServedReads& servedReads();

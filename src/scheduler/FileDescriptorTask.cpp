@@ -186,7 +186,7 @@ void FileDescriptorTask::_taskExecuteReadable() {
       if (task.readTask_->taskScheduled()) return;
       // Others may get ahead of it by an eighth of the queue, no more.
       const std::uint64_t ahead = task.taskScheduler()->runsBefore(task.taskPriority_);
-      Impl::readServed(*task.fdControl_, ahead / 8);
+      Impl::readServed(*task.fdControl_, ahead / 8, task.taskPriority_);
     }
     FileDescriptorTask& task;
   } const served{*this};

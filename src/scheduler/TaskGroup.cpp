@@ -128,6 +128,9 @@ void TaskGroup::runMembers(ParentTask& parent) {
 }
 
 unsigned int TaskGroup::runPass(ParentTask& parent) {
+  struct EndOfPass {
+    ~EndOfPass() { Impl::servedReadsStep(true); }  // before the loop goes on and reports again
+  } const endOfPass;
   unsigned int runs = 0;
   auto now = TaskClock::now();
   while (hasTaskToRun() && !root()->suspended()) {
@@ -135,8 +138,6 @@ unsigned int TaskGroup::runPass(ParentTask& parent) {
     now = runStep(now);
     if (parent.taskShouldYieldAt(now)) break;
   }
-  // Before the loop goes on, as no report comes during a pass.
-  if (Impl::anyReadsServed()) Impl::servedReadsStep(true);
   return runs;
 }
 

@@ -84,8 +84,14 @@ bool TaskRunQueues::anyInCurrentLists() const {
 }
 
 std::uint64_t TaskRunQueues::runnableCount() const {
+  return runnableCountUpTo(TaskPriority::oneBeyondLast);
+}
+
+std::uint64_t TaskRunQueues::runnableCountUpTo(unsigned priority) const {
   std::uint64_t sum = 0;
-  for (const TaskRunQueue& queue : queues_) sum += queue.runnableCount();
+  for (unsigned urgent = 0; urgent <= priority && urgent < queues_.size(); ++urgent) {
+    sum += queues_[urgent].runnableCount();
+  }
   return sum;
 }
 

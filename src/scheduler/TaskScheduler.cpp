@@ -4,6 +4,7 @@
 #include <ostream>
 #include <utility>
 
+#include "platform/DeferredFdControl.h"
 #include "platform/LibeventBase.h"
 #include "scheduler/SchedulerTrace.h"
 #include "scheduler/TaskNameIndex.h"
@@ -103,7 +104,8 @@ void TaskScheduler::requestNextRun(TaskClock::time_point now) {
   try {
     requestSchedulerRun();
   } catch (...) {
-    hasRunnableTasks_ = false;  // so that the next task asks again
+    hasRunnableTasks_ = false;    // so that the next task asks again
+    Impl::servedReadsStep(true);  // no step comes in which that could be done
     throw;
   }
 }
@@ -173,12 +175,8 @@ TaskClock::time_point TaskScheduler::runStep(TaskClock::time_point now) {
 }
 
 std::uint64_t TaskScheduler::runsBefore(TaskPriority priority) const {
-  if (root_->currentlyRunningTask() == nullptr) return 0;
-  std::uint64_t sum = 0;
-  for (unsigned urgent = 0; urgent <= priority; ++urgent) {
-    sum += runnableTaskCount(TaskPriority(static_cast<std::uint8_t>(urgent)));
-  }
-  return sum;
+  if (root_->currentlyRunningTask() == nullptr || root_->suspended()) return 0;
+  return runQueues_.runnableCountUpTo(priority);
 }
 
 unsigned int TaskScheduler::tasksPerPriority(TaskPriority priority) const {

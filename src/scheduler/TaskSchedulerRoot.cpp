@@ -55,7 +55,10 @@ void TaskSchedulerRoot::callback() { handleSchedulerRun(); }
 void TaskSchedulerRoot::handleSchedulerRun() {
   const bool wanted = followFastForward_ && Platform::fastForward();
   if (wanted != virtualTime_) virtualTimeIs(wanted);
-  if (Impl::anyReadsServed()) Impl::servedReadsStep(suspended_ || !hasTaskToRun());
+  // Nothing less urgent is let past a descriptor.
+  if (Impl::anyReadsServed()) {
+    Impl::servedReadsStep(suspended_ || !hasTaskToRun(Impl::servedReadsUrgency()));
+  }
   TaskScheduler::handleSchedulerRun();
 }
 
@@ -96,7 +99,7 @@ void TaskSchedulerRoot::suspendedIs(bool suspended) {
   const auto now = TaskClock::now();
   recordEvent(now, suspended ? TaskSchedulerEventType::schedulerSuspended
                              : TaskSchedulerEventType::schedulerUnsuspended);
-  if (suspended) return;
+  if (suspended) return Impl::servedReadsStep(true);
   try {
     requestNextRun(now);
   } catch (...) {

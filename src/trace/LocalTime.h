@@ -2,8 +2,10 @@
 #define TARVO_SRC_TRACE_LOCALTIME_H
 
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <ctime>
+#include <limits>
 
 namespace Tarvo::Impl {
 
@@ -30,8 +32,8 @@ class LocalTime {
   static constexpr std::size_t textSize = 16;
 
  private:
-  std::time_t second_ = -1;
-  long zone_ = 0;  // the C library's zone at that second
+  std::time_t second_ = std::numeric_limits<std::time_t>::min();  // none that has a date
+  std::uint64_t zone_ = 0;  // the C library's zone at that second
   char date_[textSize] = {};
   std::size_t dateSize_ = 0;
   char time_[8] = {};

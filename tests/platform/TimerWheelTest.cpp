@@ -109,15 +109,20 @@ TEST_F(TimerWheelTest, AnySequenceOfStartsAndStopsIsServedInOrder) {
   std::deque<Event> timers;
   std::vector<double> dues;  // of those served in one pass
   const auto any = [&]() -> Event& { return timers[random() % timers.size()]; };
+  const auto delay = [&] { return static_cast<double>(random() % 30) * 0.001; };
+  int startsLeft = 5000;
   for (int i = 0; i < 300; ++i) {
     Event& timer = timers.emplace_back(log, "");
     timer.action = [&] {
       dues.push_back(timer.due);
-      if (random() % 4 == 0) any().delTimeout(wheel);
+      for (auto stops = random() % 3; stops > 0; --stops) any().delTimeout(wheel);
+      for (auto starts = random() % 3; starts > 0 && startsLeft-- > 0; --starts) {
+        any().start(wheel, delay());
+      }
     };
   }
   for (int round = 0; round < 200; ++round) {
-    for (int i = 0; i < 20; ++i) any().start(wheel, static_cast<double>(random() % 8) * 0.003);
+    for (int i = 0; i < 20; ++i) any().start(wheel, delay() - 0.002);
     dues.clear();
     Platform::doEventLoopInWaitfor(0.004);
     EXPECT_TRUE(std::ranges::is_sorted(dues));

@@ -1,3 +1,5 @@
+#include <sys/resource.h>
+
 #include <algorithm>
 #include <array>
 #include <deque>
@@ -131,7 +133,31 @@ TEST_F(FdTaskTest, ALongQueueDelaysItByLittle) {
   EXPECT_EQ(task->got, "abc");
   EXPECT_EQ(member->got, "abc");
   EXPECT_EQ(dropped->got, "a") << "what was put off is forgotten";
-  for (const auto& other : busy) other->unscheduleTask();
+  // When those that it was put off for are gone, nothing less urgent overtakes it.
+  task->onRead = [&] {
+    for (const auto& other : busy) other->unscheduleTask();
+  };
+  const auto low = make("low", TaskPriority::low, [](TestTask& self) { self.scheduleTask(); });
+  low->scheduleTask();
+  log.clear();
+  send(pair, "de");
+  while (task->got.size() < 5) Platform::doEventLoop(0.0);
+  EXPECT_LE(std::ranges::count(log, "low"), 2);
+  low->unscheduleTask();
+}
+
+TEST_F(FdTaskTest, IsNotForgottenWhenTheKernelRefusesToAnswer) {
+  task->appetite = 1;
+  task->taskWatchFdIs(pair.ends[0]);
+  settle();
+  rlimit before;
+  getrlimit(RLIMIT_NOFILE, &before);
+  const rlimit none{0, before.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &none);  // poll() fails then
+  send(pair, "abc");
+  settle();
+  setrlimit(RLIMIT_NOFILE, &before);
+  EXPECT_EQ(task->got, "abc");
 }
 
 TEST_F(FdTaskTest, WritesOnceAndOnlyWhatIsWatchedRuns) {
