@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "Descriptors.h"
 #include "Tarvo/ConstString.h"
 #include "Tarvo/LibeventFactory.h"
 #include "Tarvo/TaskScheduler.h"
@@ -138,7 +139,7 @@ class Descriptors {
     while (fds_.size() < many(state)) {
       const int fd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
       if (fd < 0) {
-        state.SkipWithError("the limit of open descriptors is too low");
+        state.SkipWithError(bench::whyNoDescriptor());
         return;
       }
       fds_.push_back(fd);

@@ -1,7 +1,8 @@
 /// Makes one report of what the benchmark programs measured.
 /// Usage: Report [--quick] [--instructions FILE] DIRECTORY RESULT.json...
 /// Writes DIRECTORY/Performance.md and charts in DIRECTORY/performance, and the summary to standard
-/// output. Fails when a row that the report compares is missing.
+/// output. Fails when a row that the report compares is missing, or when any row gave up although
+/// the machine had descriptors for it.
 
 #include <fmt/format.h>
 
@@ -55,6 +56,9 @@ void run(int argc, char** argv) {
     throw std::runtime_error(
         fmt::format("no program measured these rows, which the report needs:\n  {}",
                     fmt::join(missing, "\n  ")));
+  }
+  if (const auto failed = failedRows(input); !failed.empty()) {
+    throw std::runtime_error(fmt::format("these rows gave up:\n  {}", fmt::join(failed, "\n  ")));
   }
   fs::create_directories(directory / "performance");
   write(directory / "Performance.md", page(input));

@@ -68,7 +68,7 @@ std::string comparisonLine(const Comparison& comparison, const Input& input) {
     }
     if (!mine->measured() || !other->measured()) {
       return fmt::format("| {} | – | – | skipped: {} | {} | – |\n", comparison.path,
-                         mine->measured() ? other->error : mine->error, reach);
+                         mine->measured() ? other->skipped : mine->skipped, reach);
     }
     const auto here = ratio(*mine, *other);
     if (worstOurs == nullptr || here.median > worst.median) {
@@ -89,7 +89,7 @@ std::string topicLine(const Case& one, const Bar& bar, bool isPeer, std::size_t 
   if (row == nullptr) return "";
   auto line = fmt::format("| {} | {} ", one.label, isPeer ? bar.label : "**" + bar.label + "**");
   if (!row->measured()) {
-    line += fmt::format("| skipped: {} | ", row->error);
+    line += fmt::format("| skipped: {} | ", row->skipped);
   } else {
     line += fmt::format("| {} | {:.1f} % ", duration(row->time().median), row->spread());
   }
@@ -142,7 +142,7 @@ std::string otherRows(const Input& input) {
 std::string skippedRows(const Input& input) {
   std::string lines;
   for (const auto& [name, row] : input.rows.all()) {
-    if (!row.measured()) lines += fmt::format("- `{}`: {}\n", name, row.error);
+    if (!row.measured()) lines += fmt::format("- `{}`: {}\n", name, row.skipped);
   }
   if (lines.empty()) return "No row was skipped.\n\n";
   return "These rows could not be measured on this machine:\n\n" + lines + "\n";
@@ -175,6 +175,14 @@ std::vector<std::string> missingRows(const Input& input) {
     if (input.rows.find(name) == nullptr && !leftOut(name, input.quick)) missing.push_back(name);
   }
   return missing;
+}
+
+std::vector<std::string> failedRows(const Input& input) {
+  std::vector<std::string> failed;
+  for (const auto& [name, row] : input.rows.all()) {
+    for (const auto& reason : row.failures) failed.push_back(fmt::format("{}: {}", name, reason));
+  }
+  return failed;
 }
 
 std::string summary(const Input& input) {

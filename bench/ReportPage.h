@@ -18,6 +18,8 @@ struct Input {
 
 /// The rows that the report needs and no program measured or even skipped.
 std::vector<std::string> missingRows(const Input& input);
+/// The rows that gave up for a reason other than the machine's descriptors, and that reason.
+std::vector<std::string> failedRows(const Input& input);
 
 /// The summary alone.
 std::string summary(const Input& input);

@@ -10,6 +10,8 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "Descriptors.h"
+
 namespace report {
 
 namespace {
@@ -57,12 +59,17 @@ double nanosecondsOf(const rapidjson::Value& repetition) {
 }
 
 void addRepetition(const rapidjson::Value& from, Row& row) {
-  if (from.HasMember("error_occurred")) {
-    row.error = from["error_message"].GetString();
+  if (!from.HasMember("error_occurred")) {
+    addCounters(from, row);
+    row.nanoseconds.push_back(nanosecondsOf(from));
     return;
   }
-  addCounters(from, row);
-  row.nanoseconds.push_back(nanosecondsOf(from));
+  const std::string reason = from["error_message"].GetString();
+  if (bench::lacksDescriptors(reason)) {
+    row.skipped = reason;
+  } else {
+    row.failures.insert(reason);
+  }
 }
 
 double quantile(const std::vector<double>& sorted, double share) {

@@ -4,6 +4,7 @@
 /// What the benchmark programs measured: each row with all its repetitions.
 
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -19,9 +20,10 @@ Middle middleOf(std::vector<double> numbers);
 struct Row {
   std::vector<double> nanoseconds;  // of processor time per iteration, one for each repetition
   std::map<std::string, double> counters;
-  std::string error;  // why it was skipped
+  std::string skipped;             // for want of descriptors, in these words
+  std::set<std::string> failures;  // any other reasons why repetitions gave up
 
-  bool measured() const { return error.empty() && !nanoseconds.empty(); }
+  bool measured() const { return skipped.empty() && failures.empty() && !nanoseconds.empty(); }
   Middle time() const { return middleOf(nanoseconds); }
   /// The quartile range in percent of the median.
   double spread() const;

@@ -21,6 +21,7 @@
 #include <utility>
 #include <vector>
 
+#include "Descriptors.h"
 #include "Tarvo/LibeventFactory.h"
 #include "Tarvo/TaskScheduler.h"
 
@@ -45,14 +46,14 @@ class Ring {
         bytes_(static_cast<std::size_t>(state.range(1))) {
     constexpr std::size_t others = 64;  // what the loops and the process itself need
     if (!roomFor(2 * size_ + others)) {
-      state.SkipWithError("the limit of open descriptors is too low");
+      state.SkipWithError(bench::descriptorLimitTooLow);
       return;
     }
     pairs_.reserve(size_);
     while (pairs_.size() < size_) {
       std::array<int, 2> ends;
       if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends.data()) != 0) {
-        state.SkipWithError("no descriptors left for a socket pair");
+        state.SkipWithError(bench::whyNoDescriptor());
         return;
       }
       pairs_.push_back(ends);
