@@ -49,8 +49,9 @@ void addCounters(const rapidjson::Value& from, Row& row) {
   }
 }
 
-/// A row whose iteration does many things at once tells the seconds for each of them; one that
-/// stops its own clock tells that time as the real one.
+/// A row whose iteration does many things at once tells the seconds for each of them. One that
+/// reads the processor's time by itself tells it as manual time, which the format calls the real
+/// one.
 double nanosecondsOf(const rapidjson::Value& repetition) {
   if (repetition.HasMember("each")) return repetition["each"].GetDouble() * 1e9;
   const std::string_view name = repetition["run_name"].GetString();
