@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <sys/personality.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -52,11 +53,10 @@ pid_t start(const std::string& path, std::size_t times, const std::string& resul
   _exit(127);
 }
 
-void waitFor(pid_t child, const std::string& path, const std::string& log) {
+/// Waits for its end; false when it failed.
+bool succeeded(pid_t child) {
   int status = 0;
-  if (child < 0 || waitpid(child, &status, 0) != child || status != 0) {
-    throw std::runtime_error(path + " failed under valgrind, see " + log);
-  }
+  return child > 0 && waitpid(child, &status, 0) == child && status == 0;
 }
 
 double instructions(const std::string& result) {
@@ -71,13 +71,21 @@ double instructions(const std::string& result) {
 }  // namespace
 
 Table measure(const std::vector<Path>& paths, const std::string& log) {
-  const auto result = [&log](std::size_t times) { return log + "." + std::to_string(times); };
+  const auto resultOfFewer = log + "." + std::to_string(fewer);
+  const auto resultOfMore = log + "." + std::to_string(more);
   Table table;
   for (const auto& path : paths) {
-    const pid_t children[] = {start(path.name, fewer, result(fewer), log),
-                              start(path.name, more, result(more), log)};
-    for (const pid_t child : children) waitFor(child, path.name, log);
-    table[path.name] = (instructions(result(more)) - instructions(result(fewer))) /
+    // Nothing of a path or run before may pass for the count of this one.
+    std::filesystem::remove(resultOfFewer);
+    std::filesystem::remove(resultOfMore);
+    const pid_t first = start(path.name, fewer, resultOfFewer, log);
+    const pid_t second = start(path.name, more, resultOfMore, log);
+    const bool firstSucceeded = succeeded(first);
+    const bool secondSucceeded = succeeded(second);  // awaited even when the first one failed
+    if (!firstSucceeded || !secondSucceeded) {
+      throw std::runtime_error(fmt::format("{} failed under valgrind, see {}", path.name, log));
+    }
+    table[path.name] = (instructions(resultOfMore) - instructions(resultOfFewer)) /
                        static_cast<double>(more - fewer);
   }
   return table;
