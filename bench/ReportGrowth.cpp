@@ -21,7 +21,7 @@ struct Growth {
 
 constexpr Growth growths[] = {
     {"run of a task", "TaskRunAmong", 6, true, "constant"},
-    {"making of a task", "TaskMadeAmong", 6, true, "constant"},
+    {"making and destroying a task", "TaskMadeAmong", 6, true, "constant"},
     {"timer stop + start", "TimerRestartAmong<TarvoWheel>", 6, true, "constant"},
     {"libevent: timer stop + start", "TimerRestartAmong<LibeventHeap>", 6, false, "logarithm"},
     {"intern a known name", "InternAmong", 6, true, "constant"},
@@ -105,9 +105,9 @@ std::vector<std::string> growthRows() {
 std::string growthSection(const Rows& rows) {
   std::string out =
       "## Growth\n\nOne operation among so many of its kind. The exponent is the slope of the "
-      "line in the chart: 0 is constant, 1 is linear. A logarithm cannot be told from a constant "
-      "by it, since above some ten thousand objects what is touched is no longer in the caches of "
-      "the processor, and every line rises there; the last column says what the algorithm "
+      "line in the chart: 0 is constant, 1 is linear. The exponent also holds what it costs that "
+      "many objects do not fit into the caches of the processor, so it cannot tell a logarithm "
+      "from a constant; the last column says what the algorithm "
       "does.\n\n![Growth](performance/growth.svg)\n\n| |";
   for (int power = 0; power <= largestOfAll; ++power) {
     out += fmt::format(" {} |", count(std::pow(10.0, power)));

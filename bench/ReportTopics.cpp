@@ -26,9 +26,9 @@ Topic running() {
        {"100 members of a group",
         {{"Tarvo group", "GroupMemberRun/100"}},
         {{"asio post, descriptor", "AsioPost/withReactor/100"}}},
-       {"2, 100 and 10,000 runnable tasks of three priorities",
-        {{"Tarvo, 2", "RootTaskRunOfMany/2"}},
-        {{"Tarvo, 100", "RootTaskRunOfMany/100"}, {"Tarvo, 10k", "RootTaskRunOfMany/10000"}}},
+       {"2 runnable tasks, two priorities", {{"Tarvo root", "RootTaskRunOfMany/2"}}, {}},
+       {"100 runnable tasks, three priorities", {{"Tarvo root", "RootTaskRunOfMany/100"}}, {}},
+       {"10,000 runnable tasks, three priorities", {{"Tarvo root", "RootTaskRunOfMany/10000"}}, {}},
        {"schedule and unschedule", {{"Tarvo", "ScheduleUnschedule"}}, {}}}};
 }
 
