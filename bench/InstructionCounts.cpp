@@ -1,7 +1,10 @@
 /// Counts the instructions of the hot paths.
 /// Usage: InstructionCounts run PATH TIMES       a path, so many times, to be counted from outside
 ///        InstructionCounts write BASELINE LOG   measures all paths and writes their counts
-///        InstructionCounts check BASELINE LOG   measures all and fails when one got dearer
+///        InstructionCounts check BASELINE LOG   measures all and fails when one got dearer; says
+///                                               so where the machine cannot be compared
+///        InstructionCounts confirm BASELINE LOG measures all and fails when one changed either
+///                                               way, or where that cannot be compared
 
 #include "InstructionCounts.h"
 
@@ -37,7 +40,18 @@ counts::Table measureAll(const std::string& log) {
   return counts::measure(allPaths(), log);
 }
 
+constexpr const char* notCompared =
+    "instruction counts are those of Debian 12 on x86_64, not compared here";
+
+/// For what is of no use without comparable counts.
+void requireComparable() {
+  if (const auto reason = counts::whyNotComparable(); !reason.empty()) {
+    throw std::runtime_error(fmt::format("{}: {}", notCompared, reason));
+  }
+}
+
 int writeAll(const std::string& baseline, const std::string& log) {
+  requireComparable();
   const auto text = counts::toText(measureAll(log));
   std::ofstream out(baseline, std::ios::trunc);
   out << text;
@@ -47,14 +61,7 @@ int writeAll(const std::string& baseline, const std::string& log) {
   return 0;
 }
 
-int check(const std::string& baseline, const std::string& log) {
-  const auto before = counts::readTable(baseline);
-  std::vector<std::string> hints;
-  const auto faults = counts::faults(before, measureAll(log), hints);
-  if (!hints.empty()) {
-    fmt::print("Fewer instructions than {} says; ./dev bench --instructions records it:\n  {}\n",
-               baseline, fmt::join(hints, "\n  "));
-  }
+int report(const std::string& baseline, const std::vector<std::string>& faults) {
   if (faults.empty()) return 0;
   fmt::print(stderr,
              "Instruction counts differ from {}:\n  {}\n"
@@ -62,6 +69,28 @@ int check(const std::string& baseline, const std::string& log) {
              "together with the change.\n",
              baseline, fmt::join(faults, "\n  "));
   return 1;
+}
+
+int check(const std::string& baseline, const std::string& log) {
+  if (const auto reason = counts::whyNotComparable(); !reason.empty()) {
+    fmt::print("{}: {}\n", notCompared, reason);
+    return 0;
+  }
+  std::vector<std::string> hints;
+  const auto faults = counts::faults(counts::readTable(baseline), measureAll(log), hints);
+  if (!hints.empty()) {
+    fmt::print("Fewer instructions than {} says; ./dev bench --instructions records it:\n  {}\n",
+               baseline, fmt::join(hints, "\n  "));
+  }
+  return report(baseline, faults);
+}
+
+int confirm(const std::string& baseline, const std::string& log) {
+  requireComparable();
+  std::vector<std::string> fewer;
+  auto faults = counts::faults(counts::readTable(baseline), measureAll(log), fewer);
+  faults.insert(faults.end(), fewer.begin(), fewer.end());
+  return report(baseline, faults);
 }
 
 }  // namespace
@@ -72,7 +101,9 @@ int main(int argc, char** argv) {
     if (command == "run") return runOne(argv[2], argv[3]);
     if (command == "write") return writeAll(argv[2], argv[3]);
     if (command == "check") return check(argv[2], argv[3]);
-    fmt::print(stderr, "usage: InstructionCounts run PATH TIMES | write|check BASELINE LOG\n");
+    if (command == "confirm") return confirm(argv[2], argv[3]);
+    fmt::print(stderr,
+               "usage: InstructionCounts run PATH TIMES | write|check|confirm BASELINE LOG\n");
     return 2;
   } catch (const std::exception& e) {
     fmt::print(stderr, "InstructionCounts: {}\n", e.what());

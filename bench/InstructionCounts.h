@@ -32,6 +32,9 @@ std::string toText(const Table& table);
 std::vector<std::string> faults(const Table& before, const Table& now,
                                 std::vector<std::string>& hints);
 
+/// Why this machine's counts cannot be compared with the accepted ones; empty where they can.
+std::string whyNotComparable();
+
 /// Runs this program under callgrind for each path, and takes the difference between more runs and
 /// fewer. Throws when that fails; `log` is a file for what valgrind says.
 Table measure(const std::vector<Path>& paths, const std::string& log);

@@ -1,5 +1,5 @@
 /// Makes one report of what the benchmark programs measured.
-/// Usage: Report [--quick] [--instructions FILE] DIRECTORY RESULT.json...
+/// Usage: Report [--quick] [--instructions FILE] [--load LOAD] DIRECTORY RESULT.json...
 /// Writes DIRECTORY/Performance.md and charts in DIRECTORY/performance, and the summary to standard
 /// output. Fails when a row that the report compares is missing, or when any row gave up although
 /// the machine had descriptors for it.
@@ -40,6 +40,8 @@ Arguments parsed(int argc, char** argv) {
       arguments.input.quick = true;
     } else if (option == "--instructions" && at + 1 < argc) {
       arguments.input.instructions = counts::readTable(argv[++at]);
+    } else if (option == "--load" && at + 1 < argc) {
+      arguments.input.loadAtStart = argv[++at];
     } else {
       throw std::runtime_error("unknown option " + option);
     }

@@ -14,6 +14,7 @@ struct Input {
   Rows rows;
   bool quick = false;
   counts::Table instructions;
+  std::string loadAtStart = "unknown";  // average of a minute, before anything was built
 };
 
 /// The rows that the report needs and no program measured or even skipped.

@@ -111,10 +111,6 @@ void Rows::read(const std::string& file) {
   if (document.HasParseError() || !document.IsObject() || !document.HasMember("benchmarks")) {
     throw std::runtime_error(file + " is not the result of a benchmark program");
   }
-  const auto& context = document["context"];
-  if (load_ < 0 && context.HasMember("load_avg") && !context["load_avg"].Empty()) {
-    load_ = context["load_avg"][0].GetDouble();
-  }
   std::map<std::string, Row> fresh;
   for (const auto& entry : document["benchmarks"].GetArray()) {
     if (entry["run_type"] != "iteration") continue;

@@ -42,12 +42,9 @@ class Rows {
   const std::map<std::string, Row>& all() const { return rows_; }
   /// Of the row with the fewest and of the row with the most of them.
   std::pair<std::size_t, std::size_t> repetitions() const;
-  /// The load average when the first program started.
-  double loadAtStart() const { return load_; }
 
  private:
   std::map<std::string, Row> rows_;
-  double load_ = -1;
 };
 
 }  // namespace report
