@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "Descriptors.h"
+#include "Draw.h"
 #include "Tarvo/ConstString.h"
 #include "Tarvo/LibeventFactory.h"
 #include "Tarvo/TaskScheduler.h"
@@ -26,20 +27,6 @@ void upToMillion(benchmark::internal::Benchmark* b) { b->RangeMultiplier(10)->Ra
 void upToTenThousand(benchmark::internal::Benchmark* b) {
   b->RangeMultiplier(10)->Range(1, 10'000);
 }
-
-/// Cheap enough to draw within the measurement, so that any of a million can be hit.
-class Draw {
- public:
-  std::size_t below(std::size_t n) { return static_cast<std::size_t>((next() * n) >> 32U); }
-  double delay() { return 1000.0 + 1000.0 * static_cast<double>(next()) / 4294967296.0; }
-
- private:
-  std::uint64_t next() {
-    state_ = state_ * 6364136223846793005U + 1442695040888963407U;
-    return state_ >> 32U;
-  }
-  std::uint64_t state_ = 1;
-};
 
 std::size_t many(const benchmark::State& state) { return static_cast<std::size_t>(state.range(0)); }
 
@@ -95,12 +82,12 @@ template <typename Backend>
 void TimerRestartAmong(benchmark::State& state) {
   const auto n = many(state);
   Backend timers(n);
-  Draw draw;
-  for (std::size_t i = 0; i < n; ++i) timers.start(i, draw.delay());
+  bench::Draw draw;
+  for (std::size_t i = 0; i < n; ++i) timers.start(i, draw.delay(1000, 2000));
   for (auto _ : state) {
     const auto any = draw.below(n);
     timers.stop(any);
-    timers.start(any, draw.delay());
+    timers.start(any, draw.delay(1000, 2000));
   }
 }
 using bench::TarvoWheel;
@@ -117,7 +104,7 @@ void InternAmong(benchmark::State& state) {
     texts.push_back(fmt::format("connection {}", i));
     known.emplace_back(cache, texts.back());
   }
-  Draw draw;
+  bench::Draw draw;
   for (auto _ : state) {
     const Tarvo::ConstStringRef handle(cache, texts[draw.below(texts.size())]);
     benchmark::DoNotOptimize(handle.elem());
@@ -169,7 +156,7 @@ class Descriptors {
   }
   benchmark::State& state_;
   std::vector<int> fds_;
-  Draw draw_;
+  bench::Draw draw_;
 };
 
 void DescriptorTaskAmong(benchmark::State& state) {

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "Draw.h"
 #include "InstructionCounts.h"
 #include "Tarvo/LibeventFactory.h"
 #include "Tarvo/TaskScheduler.h"
@@ -59,20 +60,6 @@ void scheduleAndUnschedule(std::size_t times) {
   }
 }
 
-/// The same numbers in every run.
-class Draw {
- public:
-  std::size_t below(std::size_t n) { return static_cast<std::size_t>((next() * n) >> 32U); }
-  double delay() { return 1.0 + 99.0 * static_cast<double>(next()) / 4294967296.0; }
-
- private:
-  std::uint64_t next() {
-    state_ = state_ * 6364136223846793005U + 1442695040888963407U;
-    return state_ >> 32U;
-  }
-  std::uint64_t state_ = 1;
-};
-
 /// A number of pending timers, of which any can be taken.
 class Timers {
  public:
@@ -93,7 +80,7 @@ class Timers {
     std::size_t* fired = nullptr;
   };
   Timer& any() { return timers_[draw_.below(timers_.size())]; }
-  void start(Timer& timer) { timer.setTimeout(wheel_, draw_.delay()); }
+  void start(Timer& timer) { timer.setTimeout(wheel_, draw_.delay(1, 100)); }
   void stop(Timer& timer) { timer.delTimeout(wheel_); }
   /// Lets all of them expire, and starts them again.
   void expireAll() {
@@ -105,7 +92,7 @@ class Timers {
  private:
   std::shared_ptr<Tarvo::TimerWheel> wheel_ =
       Tarvo::getTimerWheelForTaskScheduler(Platform::eventPriorityDefault);
-  Draw draw_;
+  bench::Draw draw_;
   std::size_t fired_ = 0;
   std::vector<Timer> timers_;
 };
@@ -135,13 +122,13 @@ void restartTimerTask(std::size_t times) {
     using TimerTask::TimerTask;
     void taskExecute() override {}
   };
-  Draw draw;
+  bench::Draw draw;
   std::vector<std::shared_ptr<Pending>> tasks(1000);
   for (auto& task : tasks) {
     task = std::make_shared<Pending>(Tarvo::schedulerRootTarvo(), TaskPriority::normal, "pending");
-    task->scheduleTaskDelay(draw.delay());
+    task->scheduleTaskDelay(draw.delay(1, 100));
   }
-  while (times-- > 0) tasks[draw.below(tasks.size())]->scheduleTaskDelay(draw.delay());
+  while (times-- > 0) tasks[draw.below(tasks.size())]->scheduleTaskDelay(draw.delay(1, 100));
 }
 
 void rearmCallback(std::size_t times) {

@@ -11,6 +11,7 @@
 #include <memory>
 #include <vector>
 
+#include "Draw.h"
 #include "Tarvo/TaskScheduler.h"
 #include "TimerBackends.h"
 
@@ -64,29 +65,15 @@ class AsioTimers {
   unsigned starts_ = 0;
 };
 
-/// Cheap enough to draw within the measurement, so that any of a million timers can be hit.
-class Draw {
- public:
-  std::size_t index(std::size_t n) { return static_cast<std::size_t>((next() * n) >> 32U); }
-  double delay() { return 1.0 + 99.0 * static_cast<double>(next()) / 4294967296.0; }
-
- private:
-  std::uint64_t next() {
-    state_ = state_ * 6364136223846793005U + 1442695040888963407U;
-    return state_ >> 32U;
-  }
-  std::uint64_t state_ = 1;
-};
-
 template <typename Backend>
 void Restart(benchmark::State& state) {
   const auto n = static_cast<std::size_t>(state.range(0));
   Backend backend(n);
-  Draw draw;
-  for (std::size_t i = 0; i < n; ++i) backend.start(i, draw.delay());
+  bench::Draw draw;
+  for (std::size_t i = 0; i < n; ++i) backend.start(i, draw.delay(1, 100));
   for (auto _ : state) {
-    const std::size_t any = draw.index(n);
-    backend.start(any, draw.delay());
+    const std::size_t any = draw.below(n);
+    backend.start(any, draw.delay(1, 100));
   }
 }
 
