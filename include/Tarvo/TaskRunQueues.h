@@ -14,6 +14,7 @@
 #include <array>
 #include <cstdint>
 
+#include "Tarvo/Assert.h"
 #include "Tarvo/Export.h"
 #include "Tarvo/List.h"
 #include "Tarvo/Task.h"
@@ -96,6 +97,37 @@ class TARVO_EXPORT TaskRunQueues {
  private:
   std::array<TaskRunQueue, TaskPriority::oneBeyondLast> queues_;
 };
+
+inline void TaskRunQueue::enqueue(TaskImpl& task) {
+  persistent_.push_back(task);
+  ++queuedCount_;
+}
+
+inline void TaskRunQueue::withdraw(TaskImpl& task) {
+  TaskList::unlink(task);
+  --queuedCount_;
+}
+
+inline void TaskRunQueue::dequeue(TaskImpl& task) {
+  ++consecutivePicks_;
+  ++dequeuedCount_;
+  if (dequeuedCount_ > queuedCount_) [[unlikely]]
+    TARVO_ABORT("taskSchedulerUnlinkTask");
+  TaskList::unlink(task);
+}
+
+inline bool TaskRunQueues::attemptLowerPriorityBump(unsigned priority,
+                                                    std::uint32_t consecutivePicks) const {
+  if (priority != TaskPriority::high && priority != TaskPriority::normal) return false;
+  constexpr std::array<std::uint32_t, TaskPriority::oneBeyondLast> weights = {0, 64, 8, 1, 0};
+  std::uint32_t waiting = 0;
+  for (unsigned lower = priority + 1; lower <= TaskPriority::low; ++lower) {
+    waiting += weights[lower] * static_cast<std::uint32_t>(queues_[lower].runnableCount());
+  }
+  if (waiting == 0) return false;
+  const auto runnable = static_cast<std::uint32_t>(queues_[priority].runnableCount());
+  return waiting * consecutivePicks > runnable * weights[priority];
+}
 
 }  // namespace Tarvo
 

@@ -13,6 +13,7 @@
 #include <sys/types.h>
 
 #include "Tarvo/Export.h"
+#include "Tarvo/Locking.h"
 #include "Tarvo/Platform.h"
 #include "Tarvo/String.h"
 #include "Tarvo/TaskSchedulerCore.h"
@@ -70,7 +71,7 @@ class TARVO_EXPORT TaskSchedulerRoot : public TaskScheduler, private Platform::C
   /// The thread check, on at first.
   bool threadSanityDisabled() const { return threadSanityDisabled_; }
   void threadSanityDisabledIs(bool disabled);
-  bool onOwnThread() const { return std::this_thread::get_id() == threadId_; }
+  bool onOwnThread() const { return std::thread::id(Locking::Impl::self()) == threadId_; }
   /// Ends the process with a message that names both threads.
   [[noreturn]] void failThreadCheck() const;
 

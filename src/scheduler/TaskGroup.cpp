@@ -68,7 +68,10 @@ TaskGroup::~TaskGroup() {
   root()->unregisterScheduler(this);
 }
 
-void TaskGroup::requestSchedulerRun() { parentTask_->scheduleTask(); }
+void TaskGroup::requestSchedulerRun() {
+  // Each member's run asks again, and the first one's request mostly stands.
+  if (!parentTask_->TaskImpl::taskScheduled()) parentTask_->scheduleTask();
+}
 
 void TaskGroup::handleTaskForceYieldInTest() {
   parentTask_->taskForceYieldInTestIs(forceYieldInTest_ || anyTaskForceYieldInTest());

@@ -4,24 +4,6 @@
 
 namespace Tarvo {
 
-void TaskRunQueue::enqueue(TaskImpl& task) {
-  persistent_.push_back(task);
-  ++queuedCount_;
-}
-
-void TaskRunQueue::withdraw(TaskImpl& task) {
-  TaskList::unlink(task);
-  --queuedCount_;
-}
-
-void TaskRunQueue::dequeue(TaskImpl& task) {
-  ++consecutivePicks_;
-  ++dequeuedCount_;
-  if (dequeuedCount_ > queuedCount_) [[unlikely]]
-    TARVO_ABORT("taskSchedulerUnlinkTask");
-  TaskList::unlink(task);
-}
-
 void TaskRunQueue::checkTemporaryIsEmpty() const {
   TARVO_ASSERT(temporary_.empty(), "The temporary run queue should always be empty at this point");
 }
@@ -37,12 +19,6 @@ void TaskRunQueue::moveTemporaryToPersistent() {
   checkTemporaryIsEmpty();
   usesTemporary_ = false;
 }
-
-namespace {
-
-constexpr std::array<std::uint32_t, TaskPriority::oneBeyondLast> weights = {0, 64, 8, 1, 0};
-
-}  // namespace
 
 TaskImpl* TaskRunQueues::pickOneTask(unsigned from) {
   for (unsigned priority = from; priority < queues_.size(); ++priority) {
@@ -62,18 +38,6 @@ TaskImpl* TaskRunQueues::pickOneTask(unsigned from) {
     return candidate;
   }
   return nullptr;
-}
-
-bool TaskRunQueues::attemptLowerPriorityBump(unsigned priority,
-                                             std::uint32_t consecutivePicks) const {
-  if (priority != TaskPriority::high && priority != TaskPriority::normal) return false;
-  std::uint32_t waiting = 0;
-  for (unsigned lower = priority + 1; lower <= TaskPriority::low; ++lower) {
-    waiting += weights[lower] * static_cast<std::uint32_t>(queues_[lower].runnableCount());
-  }
-  if (waiting == 0) return false;
-  const auto runnable = static_cast<std::uint32_t>(queues_[priority].runnableCount());
-  return waiting * consecutivePicks > runnable * weights[priority];
 }
 
 bool TaskRunQueues::anyInCurrentLists() const {
