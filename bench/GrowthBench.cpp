@@ -55,19 +55,27 @@ void TaskRunAmong(benchmark::State& state) {
 }
 BENCHMARK(TaskRunAmong)->Apply(upToMillion);
 
+struct Idle : Tarvo::Task {
+  using Task::Task;
+  void taskExecute() override {}
+};
+
+/// With a name each.
+std::vector<std::shared_ptr<Idle>> idleTasks(const std::shared_ptr<Tarvo::TaskScheduler>& root,
+                                             std::size_t n) {
+  std::vector<std::shared_ptr<Idle>> tasks;
+  for (std::size_t i = 0; i < n; ++i) {
+    tasks.push_back(std::make_shared<Idle>(root, TaskPriority::normal, fmt::format("idle{}", i)));
+    tasks.back()->includeInCompletedTaskIs(false);
+  }
+  return tasks;
+}
+
 /// Making a task with a name that others have, and destroying it.
 void TaskMadeAmong(benchmark::State& state) {
-  struct Idle : Tarvo::Task {
-    using Task::Task;
-    void taskExecute() override {}
-  };
   {
     const auto root = Tarvo::schedulerRootTarvo();
-    std::vector<std::shared_ptr<Idle>> tasks;
-    for (std::size_t i = 0; i < many(state); ++i) {
-      tasks.push_back(std::make_shared<Idle>(root, TaskPriority::normal, fmt::format("idle{}", i)));
-      tasks.back()->includeInCompletedTaskIs(false);
-    }
+    const auto tasks = idleTasks(root, many(state));
     for (auto _ : state) {
       const auto task = std::make_shared<Idle>(root, TaskPriority::normal, "idle0");
       task->includeInCompletedTaskIs(false);
@@ -222,17 +230,9 @@ BENCHMARK(LibeventPersistAmong)->Apply(upToTenThousand);
 
 /// A report has a line for each task: what must grow with their number.
 void ReportOf(benchmark::State& state) {
-  struct Idle : Tarvo::Task {
-    using Task::Task;
-    void taskExecute() override {}
-  };
   {
     const auto root = Tarvo::schedulerRootTarvo();
-    std::vector<std::shared_ptr<Idle>> tasks;
-    for (std::size_t i = 0; i < many(state); ++i) {
-      tasks.push_back(std::make_shared<Idle>(root, TaskPriority::normal, fmt::format("idle{}", i)));
-      tasks.back()->includeInCompletedTaskIs(false);
-    }
+    const auto tasks = idleTasks(root, many(state));
     for (auto _ : state) benchmark::DoNotOptimize(root->statsRenderJson().size());
   }
   Tarvo::leFree();

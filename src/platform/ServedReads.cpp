@@ -37,6 +37,7 @@ void ServedReads::remove(LibeventFdControl& control) noexcept {
   // One that waits in the list of another thread, now perhaps ended, is not in this one.
   count_ =
       static_cast<std::size_t>(std::remove(controls_.begin(), end, &control) - controls_.begin());
+  if (!any()) clear();  // the next one to come brings a patience of its own
 }
 
 void ServedReads::step(bool last) noexcept {

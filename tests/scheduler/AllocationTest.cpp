@@ -1,23 +1,5 @@
-#include <cstdlib>
-#include <new>
-
+#include "support/AllocationCount.h"
 #include "support/SchedulerFixture.h"
-
-namespace {
-thread_local unsigned long allocations = 0;
-}
-
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  ++allocations;
-  if (void* memory = std::malloc(size)) return memory;
-  throw std::bad_alloc();
-}
-[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  ++allocations;
-  return std::malloc(size);
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace {
 

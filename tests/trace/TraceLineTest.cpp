@@ -6,24 +6,12 @@
 #include <ctime>
 #include <fstream>
 #include <iomanip>
-#include <new>
 #include <sstream>
 #include <thread>
 
 #include "Tarvo/Thread.h"
 #include "Tarvo/Trace.h"
-
-namespace {
-thread_local unsigned long allocations = 0;
-}
-
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  ++allocations;
-  if (void* memory = std::malloc(size)) return memory;
-  throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+#include "support/AllocationCount.h"
 
 namespace {
 
@@ -146,11 +134,11 @@ TEST_F(TraceLineTest, AnOrdinaryLineAllocatesNothing) {
   const String text(300, 't');
   unsigned long before = 0;
   for (int i = 0; i < 20; ++i) {
-    if (i == 1) before = allocations;  // what is made at first use is there
+    if (i == 1) before = testsupport::allocations;  // what is made at first use is there
     TARVO_TRACE(handler, 1, "{} of {}: {}", i, 20U, text);
     TARVO_TRACE(handler, 1, "{:>4} {:.3f} {}", i, 0.5, true);
   }
-  EXPECT_EQ(allocations, before);
+  EXPECT_EQ(testsupport::allocations, before);
   unsetenv("TRACEFILE");
   Tarvo::Platform::setupTarvoDebug("");
 }
