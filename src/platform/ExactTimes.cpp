@@ -3,6 +3,7 @@
 #include "platform/ExactTimes.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "Tarvo/Loco.h"
 
@@ -59,6 +60,8 @@ TimerWheelEvent* TimerWheel::ExactTimes::takeFirst() {
 }
 
 void TimerWheel::ExactTimes::remove(TimerWheelEvent& event) {
+  TARVO_ASSERT(event.state() == inTimersExpiryingSoon,
+               "Removing from timersExpiryingSoon in state {}", event.state());
   const Entry wanted{event.expirationTime_, event.expires_, nullptr};
   // Before the begin there are places of removed ones, which may be due later than what came since.
   const auto begin = entries_.begin() + static_cast<std::ptrdiff_t>(begin_);
