@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "Tarvo/Allocator.h"
-#include "scheduler/StatsJson.h"
+#include "reports/StatsJson.h"
 
 namespace Tarvo {
 

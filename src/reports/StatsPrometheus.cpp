@@ -2,8 +2,8 @@
 #include <map>
 #include <tuple>
 
-#include "scheduler/StatsWalk.h"
-#include "scheduler/Utf8.h"
+#include "reports/StatsWalk.h"
+#include "reports/Utf8.h"
 
 namespace Tarvo {
 

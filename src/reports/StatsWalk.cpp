@@ -1,4 +1,4 @@
-#include "scheduler/StatsWalk.h"
+#include "reports/StatsWalk.h"
 
 #include <iterator>
 

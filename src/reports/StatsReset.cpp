@@ -1,7 +1,7 @@
 #include <utility>
 
 #include "Tarvo/Allocator.h"
-#include "scheduler/StatsWalk.h"
+#include "reports/StatsWalk.h"
 
 namespace Tarvo {
 

@@ -1,10 +1,10 @@
-#ifndef TARVO_SRC_SCHEDULER_STATSJSON_H
-#define TARVO_SRC_SCHEDULER_STATSJSON_H
+#ifndef TARVO_SRC_REPORTS_STATSJSON_H
+#define TARVO_SRC_REPORTS_STATSJSON_H
 
 #include <string_view>
 
-#include "scheduler/JsonWriter.h"
-#include "scheduler/StatsWalk.h"
+#include "reports/JsonWriter.h"
+#include "reports/StatsWalk.h"
 
 namespace Tarvo {
 

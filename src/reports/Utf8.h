@@ -1,5 +1,5 @@
-#ifndef TARVO_SRC_SCHEDULER_UTF8_H
-#define TARVO_SRC_SCHEDULER_UTF8_H
+#ifndef TARVO_SRC_REPORTS_UTF8_H
+#define TARVO_SRC_REPORTS_UTF8_H
 
 #include <string_view>
 

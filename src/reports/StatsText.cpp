@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "Tarvo/FdToStream.h"
-#include "scheduler/StatsWalk.h"
-#include "scheduler/Utf8.h"
+#include "reports/StatsWalk.h"
+#include "reports/Utf8.h"
 
 namespace Tarvo {
 

@@ -1,9 +1,9 @@
-#include "scheduler/StatsJson.h"
+#include "reports/StatsJson.h"
 
 #include <cmath>
 #include <type_traits>
 
-#include "scheduler/Utf8.h"
+#include "reports/Utf8.h"
 
 namespace Tarvo {
 

@@ -1,4 +1,4 @@
-#include "scheduler/Utf8.h"
+#include "reports/Utf8.h"
 
 #include <fmt/format.h>
 

@@ -8,9 +8,9 @@
 #include <utility>
 #include <vector>
 
-#include "scheduler/JsonWriter.h"
-#include "scheduler/StatsWalk.h"
-#include "scheduler/Utf8.h"
+#include "reports/JsonWriter.h"
+#include "reports/StatsWalk.h"
+#include "reports/Utf8.h"
 
 namespace Tarvo {
 
