@@ -47,6 +47,7 @@ void startUp() {
   Impl::libeventTrace = makeHandle("TarvoLibevent");
   Impl::pluginTrace = makeHandle("TarvoPlugin");
   Impl::taskSchedulerTrace = makeHandle("TaskScheduler");
+  Impl::taskSchedulerTrace->enabledIs(0, true);  // last words about a body that threw
   Impl::timerWheelTrace = makeHandle("TarvoTimerWheel");
   Impl::utilTrace = makeHandle("TarvoUtil");
 }

@@ -52,11 +52,10 @@ namespace Tarvo {
 
 class TARVO_EXPORT FileDescriptorTask : public _TaskBase, private Platform::FdEventHandler {
  public:
-  FileDescriptorTask(std::shared_ptr<TaskScheduler> scheduler, TaskPriority priority,
-                     const String& name);
+  FileDescriptorTask(std::shared_ptr<TaskScheduler> scheduler, TaskPriority priority, String name);
 
   /// Names both directions, with ":read" and ":write" appended.
-  void taskStatsNameIs(const String& name) override;
+  void taskStatsNameIs(String name) override;
   /// Whether either direction is on its run queue.
   bool taskScheduled() const override;
   /// The three below concern the direction whose body is running; outside of one they fail an

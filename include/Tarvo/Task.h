@@ -17,8 +17,9 @@
 /// From its body a task may do anything with itself and with others: schedule, unschedule, suspend,
 /// destroy. It cannot run the event loop.
 ///
-/// When a body throws, the run is closed as if it had returned, and the exception leaves the event
-/// loop; whatever else is scheduled runs with the next doEventLoop().
+/// When a body throws, the run is closed as if it had returned, a trace says whose run it was, and
+/// the exception leaves the event loop; whatever else is scheduled runs with the next
+/// doEventLoop().
 ///
 /// Every operation belongs to the thread of the root scheduler and checks it.
 
@@ -46,7 +47,7 @@ class TARVO_EXPORT _TaskBase : public std::enable_shared_from_this<_TaskBase> {
   _TaskBase& operator=(const _TaskBase&) = delete;
 
   /// Replaces the name under which statistics are kept; at first it is the task's name.
-  virtual void taskStatsNameIs(const String& name) = 0;
+  virtual void taskStatsNameIs(String name) = 0;
   virtual bool taskScheduled() const = 0;
   virtual bool taskShouldYield() const = 0;
   /// Reports that `n` units of work were done, or that `n` are left to do.
@@ -85,7 +86,7 @@ class TARVO_EXPORT TaskImpl : public _TaskBase {
   /// How taskShouldYield() decides: by the steady clock, by virtual time, or by counting calls.
   enum class TaskShouldYieldMode : std::uint8_t { steadyClock = 0, virtualTime = 1, testRatio = 2 };
 
-  void taskStatsNameIs(const String& name) override;
+  void taskStatsNameIs(String name) override;
   /// Whether the task is on a run queue.
   bool taskScheduled() const override;
   /// Whether a body should stop here and schedule itself for the rest. Fails an assertion outside
@@ -151,6 +152,8 @@ class TARVO_EXPORT TaskImpl : public _TaskBase {
   TaskStat getStats() const;
   void resetStats();
   unsigned int taskRunCount() const { return taskRunCount_; }
+  /// Runs that ended by an exception.
+  unsigned int taskThrewCount() const { return taskThrewCount_; }
   unsigned long long taskWorkCountTotal() const { return taskWorkCountTotal_; }
   float taskWorkCountDecayAvg() const { return taskWorkCountDecayAvg_; }
   unsigned int taskWorkCountHighWaterMark() const { return taskWorkCountHighWaterMark_; }
@@ -195,8 +198,9 @@ class TARVO_EXPORT TaskImpl : public _TaskBase {
 
   /// Runs the body once and returns when it ended.
   TaskClock::time_point taskDoRun(TaskClock::time_point now);
-  TaskClock::time_point closeRun();
+  TaskClock::time_point closeRun(bool threw = false);
   void countViolation(TaskTimeDuration used);
+  void noteThrow(TaskTimeDuration used);
   void schedulingLatencyIs(TaskClock::time_point now);
   void flagIs(std::uint8_t flag, bool on) {
     flags_ = static_cast<std::uint8_t>(on ? flags_ | flag : flags_ & ~flag);
@@ -229,6 +233,7 @@ class TARVO_EXPORT TaskImpl : public _TaskBase {
   ListLinkNode taskRunQueueLink_;            // linked while on a run queue
   BookmarkListLinkNode taskRegisteredLink_;  // linked while registered
   bool includeInCompleted_ = true;
+  unsigned int taskThrewCount_ = 0;
   ListLinkNode taskSameNameLink_;  // linked while registered
   TaskKey taskKey_;
 };
@@ -244,9 +249,9 @@ class TARVO_EXPORT TaskImpl : public _TaskBase {
 ///     flush->scheduleTask();
 class TARVO_EXPORT Task : public TaskImpl {
  public:
-  Task(std::shared_ptr<TaskScheduler> scheduler, TaskPriority priority, const String& name);
+  Task(std::shared_ptr<TaskScheduler> scheduler, TaskPriority priority, String name);
   /// Shares the scheduler; throws std::bad_weak_ptr when nobody does.
-  Task(TaskScheduler* scheduler, TaskPriority priority, const String& name);
+  Task(TaskScheduler* scheduler, TaskPriority priority, String name);
   ~Task() override;
 
   bool taskScheduled() const override;

@@ -55,6 +55,7 @@ class TARVO_EXPORT TaskSchedulerHistory {
     TaskSchedulerEventType eventType;
     TaskClock::time_point time;
     ConstStringRef name;  // outlives the task or scheduler
+    bool threw = false;   // the end of a run: by an exception
 
     String eventTypeDisplay() const;
     /// The type, filled up to 12 characters, a blank and the name.
@@ -75,6 +76,9 @@ class TARVO_EXPORT TaskSchedulerHistory {
   void insert(const TaskClock::time_point& now, TaskSchedulerEventType type,
               const TaskScheduler* scheduler);
 
+  /// Marks the newest event, the end of a run, as one by an exception.
+  void newestThrew();
+
   /// The newest first.
   const Events& events() const { return events_; }
   unsigned int capacity() const { return static_cast<unsigned int>(events_.capacity()); }
@@ -83,7 +87,7 @@ class TARVO_EXPORT TaskSchedulerHistory {
   void clear() noexcept { events_.clear(); }
 
   /// A header that tells the capacity, then a line per event: its time, how long before the newest
-  /// one it was, what happened, and to whom.
+  /// one it was, what happened, and to whom; "threw" after the end of a run that threw.
   void renderText(std::ostream& out) const;
 
   /// Where the names of the root's tasks and schedulers are interned.

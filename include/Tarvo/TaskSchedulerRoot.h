@@ -160,12 +160,6 @@ TARVO_EXPORT std::shared_ptr<TaskSchedulerRoot> schedulerRootTarvo();
 /// A root of the caller's own, on the calling thread.
 TARVO_EXPORT std::shared_ptr<TaskSchedulerRoot> schedulerRootTarvoNonShared(const String& name);
 
-inline void TaskScheduler::sanityCheckCurrentRunningThread() const {
-  if (!root_->onOwnThread() && !root_->threadSanityDisabled()) [[unlikely]] {
-    root_->failThreadCheck();
-  }
-}
-
 }  // namespace Tarvo
 
 #endif

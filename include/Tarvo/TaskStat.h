@@ -120,7 +120,7 @@ class TARVO_EXPORT TaskStat {
            TaskTimeDuration taskRunTimeHighWaterMark = 0,
            TaskTimeDuration taskLastSchedulingLatency = 0,
            TaskTimeDuration taskSchedulingLatencyHighWaterMark = 0,
-           unsigned int taskCompletedCount = 0);
+           unsigned int taskCompletedCount = 0, unsigned int taskThrewCount = 0);
 
   /// Adds the figures of a finished task of the same name: counts and times grow, marks rise, what
   /// describes a moment is taken over, and the completed count grows by one. Fails an assertion
@@ -181,6 +181,10 @@ class TARVO_EXPORT TaskStat {
   void taskCompletedCountIs(unsigned int count) { taskCompletedCount_ = count; }
   void taskCompletedCountInc(unsigned int n) { taskCompletedCount_ += n; }
 
+  /// Runs that ended by an exception.
+  unsigned int taskThrewCount() const { return taskThrewCount_; }
+  void taskThrewCountInc(unsigned int n) { taskThrewCount_ += n; }
+
  private:
   ConstStringRef taskName_;
   TaskKey taskKey_;
@@ -199,6 +203,7 @@ class TARVO_EXPORT TaskStat {
   TaskTimeDuration taskLastSchedulingLatency_ = 0;
   TaskTimeDuration taskSchedulingLatencyHighWaterMark_ = 0;
   unsigned int taskCompletedCount_ = 0;
+  unsigned int taskThrewCount_ = 0;
 };
 
 /// The key under which reports nest the tasks of a group: made of the name and the key of the

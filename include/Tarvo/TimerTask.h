@@ -69,9 +69,9 @@ concept OtherTaskDelay = !std::same_as<Delay, TaskTimeDuration> && requires(Dela
 
 class TARVO_EXPORT TimerTask : public TaskImpl, private TimerWheelEvent {
  public:
-  TimerTask(std::shared_ptr<TaskScheduler> scheduler, TaskPriority priority, const String& name);
+  TimerTask(std::shared_ptr<TaskScheduler> scheduler, TaskPriority priority, String name);
   /// Shares the scheduler; throws std::bad_weak_ptr when nobody does.
-  TimerTask(TaskScheduler* scheduler, TaskPriority priority, const String& name);
+  TimerTask(TaskScheduler* scheduler, TaskPriority priority, String name);
   ~TimerTask() override;
 
   /// Whether the task is runnable or pending.

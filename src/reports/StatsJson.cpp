@@ -132,6 +132,7 @@ void StatsJson::record(const TaskStat& stat, bool completed) {
   if (stat.taskWorkPendingHighWaterMark() != TaskStat::noMark) {
     number("workPendingMost", stat.taskWorkPendingHighWaterMark());
   }
+  number("threw", stat.taskThrewCount());
   writer_.EndObject();
 }
 

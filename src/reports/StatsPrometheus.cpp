@@ -115,6 +115,8 @@ String TaskSchedulerRoot::statsRenderPrometheus() const {
               [](const Sum& sum) { return sum.stat.taskWorkCountTotal(); });
   page.family("tarvo_task_work_pending", "gauge", "Units left to do, as last reported.",
               [](const Sum& sum) { return sum.pending; });
+  page.family("tarvo_task_threw_total", "counter", "Runs that an exception ended.",
+              [](const Sum& sum) { return sum.stat.taskThrewCount(); });
   page.queueFamily("tarvo_queue_runnable", "gauge", "Tasks on run queues.",
                    [](const auto& stats) { return stats.runnable(); });
   page.queueFamily("tarvo_queue_idle", "gauge", "Registered tasks that are on no run queue.",

@@ -87,7 +87,7 @@ class Table {
     }
     renderHead(out);
     renderColumns(out, "st", "task", "runs", "total", "average", "longest", "waited", "longest",
-                  ">2x", ">5x", "work", "most", "pending");
+                  ">2x", ">5x", "work", "most", "pending", "threw");
     for (const Line& line : lines_) renderLine(out, line);
     renderQueues(out);
   }
@@ -140,15 +140,15 @@ class Table {
         duration(stat.taskLastSchedulingLatency()),
         duration(stat.taskSchedulingLatencyHighWaterMark()), stat.taskQuantumViolation200(),
         stat.taskQuantumViolation500(), stat.taskWorkCountTotal(),
-        mark(stat.taskWorkCountHighWaterMark()), stat.taskWorkPending());
+        mark(stat.taskWorkCountHighWaterMark()), stat.taskWorkPending(), stat.taskThrewCount());
   }
 
   template <typename Status, typename Name, typename... Figures>
   void renderColumns(std::ostream& out, const Status& status, const Name& name,
                      const Figures&... figures) const {
     out << fmt::format(
-        "{:<2} {:<{}} {:>8} {:>7} {:>7} {:>7} {:>7} {:>7} {:>4} {:>4} {:>10} {:>7} {:>7}\n", status,
-        name, nameWidth_, figures...);
+        "{:<2} {:<{}} {:>8} {:>7} {:>7} {:>7} {:>7} {:>7} {:>4} {:>4} {:>10} {:>7} {:>7} {:>5}\n",
+        status, name, nameWidth_, figures...);
   }
 
   void renderQueues(std::ostream& out) const {

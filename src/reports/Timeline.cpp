@@ -105,7 +105,7 @@ class Timeline {
     const auto same = [&](const Run& run) { return run.who == event.name.elem(); };
     const auto run = std::find_if(runs_.rbegin(), runs_.rend(), same);
     if (run == runs_.rend()) return;  // it began before the oldest event
-    complete("run", event.name.text(), run->start, event.time, run->track);
+    complete("run", event.name.text(), run->start, event.time, run->track, event.threw);
     runs_.erase(std::next(run).base(), runs_.end());
   }
 
@@ -126,12 +126,20 @@ class Timeline {
     found->second.pop_front();
   }
 
-  void complete(const char* category, const String& what, TimePoint from, TimePoint to, int track) {
+  void complete(const char* category, const String& what, TimePoint from, TimePoint to, int track,
+                bool threw = false) {
     begin("X", what, &from, track);
     writer_.Key("cat");
     writer_.String(category);
     writer_.Key("dur");
     writer_.Double(microseconds(to - from));
+    if (threw) {
+      writer_.Key("args");
+      writer_.StartObject();
+      writer_.Key("threw");
+      writer_.Bool(true);
+      writer_.EndObject();
+    }
     writer_.EndObject();
   }
 

@@ -11,7 +11,7 @@ namespace Tarvo {
 /// What is queued for one direction.
 class FileDescriptorTask::ReadWriteTaskBase : public Task {
  public:
-  ReadWriteTaskBase(FileDescriptorTask* owner, const char* suffix)
+  ReadWriteTaskBase(FileDescriptorTask* owner, const String& suffix)
       : Task(owner->taskScheduler(), owner->taskPriority(), owner->taskName() + suffix),
         owner_(owner) {
     if (owner->taskStatsName() != owner->taskName()) {
@@ -71,7 +71,7 @@ class FileDescriptorTask::Executing {
 };
 
 FileDescriptorTask::FileDescriptorTask(std::shared_ptr<TaskScheduler> scheduler,
-                                       TaskPriority priority, const String& name)
+                                       TaskPriority priority, String name)
     : _TaskBase(std::move(scheduler), priority, name),
       fdControl_(Impl::getDeferredFdControl(this, [this] { unscheduleDirections(); })),
       taskPriority_(priority) {
@@ -87,10 +87,10 @@ FileDescriptorTask::~FileDescriptorTask() {
   fdControl_.reset();
 }
 
-void FileDescriptorTask::taskStatsNameIs(const String& name) {
-  _TaskBase::taskStatsNameIs(name);
+void FileDescriptorTask::taskStatsNameIs(String name) {
   readTask_->taskStatsNameIs(name + ":read");
   if (writeTask_ != nullptr) writeTask_->taskStatsNameIs(name + ":write");
+  _TaskBase::taskStatsNameIs(std::move(name));
 }
 
 bool FileDescriptorTask::taskScheduled() const {

@@ -32,7 +32,7 @@ _TaskBase::_TaskBase(std::shared_ptr<TaskScheduler> scheduler, TaskPriority prio
 
 _TaskBase::~_TaskBase() = default;
 
-void _TaskBase::taskStatsNameIs(const String& name) {
+void _TaskBase::taskStatsNameIs(String name) {
   taskScheduler_->sanityCheckCurrentRunningThread();
   taskStatsName_ = ConstStringRef(taskScheduler_->constStringCache(), name);
 }
@@ -44,11 +44,12 @@ std::ostream& operator<<(std::ostream& out, const _TaskBase& task) {
   return out << task.taskLabel();
 }
 
-Task::Task(std::shared_ptr<TaskScheduler> scheduler, TaskPriority priority, const String& name)
+Task::Task(std::shared_ptr<TaskScheduler> scheduler, TaskPriority priority, String name)
     : TaskImpl(std::move(scheduler), priority, name) {}
 
-Task::Task(TaskScheduler* scheduler, TaskPriority priority, const String& name)
-    : Task(scheduler == nullptr ? nullptr : scheduler->shared_from_this(), priority, name) {}
+Task::Task(TaskScheduler* scheduler, TaskPriority priority, String name)
+    : Task(scheduler == nullptr ? nullptr : scheduler->shared_from_this(), priority,
+           std::move(name)) {}
 
 Task::~Task() { handleDestroy(); }
 

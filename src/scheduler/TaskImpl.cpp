@@ -37,7 +37,7 @@ void TaskImpl::handleDestroy() {
   taskMagicNumber_ = taskMagicNumberDestroyed;
 }
 
-void TaskImpl::taskStatsNameIs(const String& name) { _TaskBase::taskStatsNameIs(name); }
+void TaskImpl::taskStatsNameIs(String name) { _TaskBase::taskStatsNameIs(std::move(name)); }
 
 bool TaskImpl::taskScheduled() const { return taskOnRunQueue(); }
 
@@ -133,7 +133,7 @@ TaskClock::time_point TaskImpl::taskDoRun(TaskClock::time_point now) {
     taskExecute();
   } catch (...) {
     try {
-      closeRun();
+      closeRun(true);
     } catch (...) {  // the body's own exception says more
       TARVO_TRACE(taskSchedulerTrace, 1, "{} handleTaskBusy() threw after the body had", *this);
     }
@@ -147,7 +147,7 @@ TaskClock::time_point TaskImpl::taskDoRun(TaskClock::time_point now) {
   return closeRun();
 }
 
-TaskClock::time_point TaskImpl::closeRun() {
+TaskClock::time_point TaskImpl::closeRun(bool threw) {
   taskCurrentlyRunning_ = false;
   const auto end = TaskClock::now();
   const TaskTimeDuration used = nanoseconds(end - taskRunStartTime_);
@@ -160,8 +160,18 @@ TaskClock::time_point TaskImpl::closeRun() {
   taskRunTimeHighWaterMark_ = std::max(taskRunTimeHighWaterMark_, used);
   taskTotalRunTime_ += used;
   recordEvent(end, TaskSchedulerEventType::runEnd);
+  if (threw) [[unlikely]]
+    noteThrow(used);
   taskBusyIs(taskScheduled(), end);
   return end;
+}
+
+void TaskImpl::noteThrow(TaskTimeDuration used) {
+  ++taskThrewCount_;
+  taskScheduler()->history().newestThrew();
+  // Names are cut so that the line needs no memory: there may be none left.
+  TARVO_TRACE(taskSchedulerTrace, 0, "{:.80} of scheduler {:.30} threw after {:.6f} s", taskLabel(),
+              taskScheduler()->schedulerName(), static_cast<Time>(used) / 1e9);
 }
 
 void TaskImpl::countViolation(TaskTimeDuration used) {
@@ -287,7 +297,7 @@ TaskStat TaskImpl::getStats() const {
                 taskWorkCountTotal_, taskWorkCountDecayAvg_, taskWorkCountHighWaterMark_,
                 taskWorkPending_, taskWorkPendingHighWaterMark_, taskQuantumViolation500_,
                 taskQuantumViolation200_, taskRunTimeHighWaterMark_, taskLastSchedulingLatency_,
-                taskSchedulingLatencyHighWaterMark_);
+                taskSchedulingLatencyHighWaterMark_, 0, taskThrewCount_);
   stat.taskStatusIs(taskStatus());
   return stat;
 }
@@ -306,6 +316,7 @@ void TaskImpl::resetStats() {
   taskQuantumViolation500_ = 0;
   taskQuantumViolation200_ = 0;
   taskRunCount_ = 0;
+  taskThrewCount_ = 0;
   handleResetStats();
 }
 

@@ -75,6 +75,7 @@ void TaskSchedulerHistory::put(TaskClock::time_point now, TaskSchedulerEventType
     event.eventType = type;
     event.time = now;
     event.name = name;
+    event.threw = false;
   }
 }
 
@@ -90,6 +91,10 @@ void TaskSchedulerHistory::insert(const TaskClock::time_point& now, TaskSchedule
   TARVO_ASSERT(number(type) < displayNames.size(), "unexpected eventType={}", number(type));
   TARVO_ASSERT(!isTaskEvent(type), "EventType: {}", number(type));
   put(now, type, scheduler->schedulerNameRef());
+}
+
+void TaskSchedulerHistory::newestThrew() {
+  if (!events_.empty()) events_.front().threw = true;
 }
 
 void TaskSchedulerHistory::capacityIs(unsigned int capacity) {
@@ -110,9 +115,10 @@ void TaskSchedulerHistory::renderText(std::ostream& out) const {
   write(header);
   write(String(header.size(), '-'));
   for (const Event& event : events) {
-    write(fmt::format("{:>22} ns since boot {:>10} \u00b5s {}",
+    write(fmt::format("{:>22} ns since boot {:>10} \u00b5s {}{}",
                       nanoseconds(event.time.time_since_epoch()),
-                      nanoseconds(events.front().time - event.time) / 1000, event.display()));
+                      nanoseconds(events.front().time - event.time) / 1000, event.display(),
+                      event.threw ? " threw" : ""));
   }
   write("");
 }

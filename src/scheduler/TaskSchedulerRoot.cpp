@@ -138,6 +138,14 @@ void TaskSchedulerRoot::threadSanityDisabledIs(bool disabled) {
               disabled ? "dis" : "en");
 }
 
+// Every operation comes through here: it is a member of the library, whose other files take its
+// body in as they are linked together.
+void TaskScheduler::sanityCheckCurrentRunningThread() const {
+  if (!root_->onOwnThread() && !root_->threadSanityDisabled()) [[unlikely]] {
+    root_->failThreadCheck();
+  }
+}
+
 void TaskSchedulerRoot::failThreadCheck() const {
   TARVO_ABORT("Executing in wrong thread {}({}) pid {} scheduler belongs to thread {}({}) pid {}",
               toThreadIdString(std::this_thread::get_id()), Tarvo::threadName(), getpid(),

@@ -54,7 +54,7 @@ TaskStat::TaskStat(ConstStringRef taskName, TaskKey taskKey, TaskPriority taskPr
                    unsigned int taskQuantumViolation200, TaskTimeDuration taskRunTimeHighWaterMark,
                    TaskTimeDuration taskLastSchedulingLatency,
                    TaskTimeDuration taskSchedulingLatencyHighWaterMark,
-                   unsigned int taskCompletedCount)
+                   unsigned int taskCompletedCount, unsigned int taskThrewCount)
     : taskName_(std::move(taskName)),
       taskKey_(taskKey),
       taskPriority_(taskPriority),
@@ -70,7 +70,8 @@ TaskStat::TaskStat(ConstStringRef taskName, TaskKey taskKey, TaskPriority taskPr
       taskRunTimeHighWaterMark_(taskRunTimeHighWaterMark),
       taskLastSchedulingLatency_(taskLastSchedulingLatency),
       taskSchedulingLatencyHighWaterMark_(taskSchedulingLatencyHighWaterMark),
-      taskCompletedCount_(taskCompletedCount) {}
+      taskCompletedCount_(taskCompletedCount),
+      taskThrewCount_(taskThrewCount) {}
 
 TaskStat& TaskStat::operator+=(const TaskStat& finished) {
   TARVO_ASSERT(taskName() == finished.taskName(), "{} != {}", taskName(), finished.taskName());
@@ -89,6 +90,7 @@ TaskStat& TaskStat::operator+=(const TaskStat& finished) {
       std::max(taskSchedulingLatencyHighWaterMark_, finished.taskSchedulingLatencyHighWaterMark_);
   taskLastSchedulingLatency_ = finished.taskLastSchedulingLatency_;
   ++taskCompletedCount_;
+  taskThrewCount_ += finished.taskThrewCount_;
   taskStatus_ = finished.taskStatus_;
   return *this;
 }

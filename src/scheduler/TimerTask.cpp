@@ -32,12 +32,12 @@ double sum(double delay, double offset) {
 
 }  // namespace
 
-TimerTask::TimerTask(std::shared_ptr<TaskScheduler> scheduler, TaskPriority priority,
-                     const String& name)
+TimerTask::TimerTask(std::shared_ptr<TaskScheduler> scheduler, TaskPriority priority, String name)
     : TaskImpl(std::move(scheduler), priority, name) {}
 
-TimerTask::TimerTask(TaskScheduler* scheduler, TaskPriority priority, const String& name)
-    : TimerTask(scheduler == nullptr ? nullptr : scheduler->shared_from_this(), priority, name) {}
+TimerTask::TimerTask(TaskScheduler* scheduler, TaskPriority priority, String name)
+    : TimerTask(scheduler == nullptr ? nullptr : scheduler->shared_from_this(), priority,
+                std::move(name)) {}
 
 TimerTask::~TimerTask() {
   TimerTask::stopTimerTask();

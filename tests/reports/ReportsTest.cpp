@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <rapidjson/document.h>
 
+#include <algorithm>
 #include <sstream>
 
 #include "support/SchedulerFixture.h"
@@ -105,6 +106,26 @@ TEST_F(ReportsTest, PrometheusHasItsGrammar) {
   EXPECT_THAT(root->statsRenderPrometheus(),
               HasSubstr("task=\"b\xEF\xBF\xBD\",priority=\"normal\"} 7\n"));
   EXPECT_THAT(page, HasSubstr("tarvo_task_runs_total{scheduler=\"group\",task=\"a\\n\\\"\\\\\t"));
+}
+
+TEST_F(ReportsTest, RunsThatThrewAreToldEverywhere) {
+  task->body = [](TestTask&) { throw 1; };
+  task->scheduleTask();
+  EXPECT_THROW(Platform::doEventLoop(0.0), int);
+  EXPECT_THAT(root->statsRenderTextForDebugToString("group"),
+              testing::ContainsRegex("pending threw\n L group [^\n]* 1\n"));
+  EXPECT_THAT(
+      root->statsRenderPrometheus(),
+      HasSubstr("tarvo_task_threw_total{scheduler=\"root\",task=\"group\",priority=\"low\"} 1\n"));
+  const auto json = parsed(root->statsRenderJson()), timeline = parsed(root->timelineRenderJson());
+  EXPECT_EQ(named(named(json["schedulers"], "group")["tasks"], shown)["threw"].GetInt(), 1);
+  EXPECT_EQ(std::ranges::count_if(timeline["traceEvents"].GetArray(),
+                                  [](const auto& event) {
+                                    return event.HasMember("args") &&
+                                           event["args"].HasMember("threw");
+                                  }),
+            2)
+      << "the member's run and its parent's";
 }
 
 TEST_F(ReportsTest, ATimelineHasRunsThatNestAndWaitsThatEnd) {

@@ -35,13 +35,19 @@ TEST_F(RunLoop, AThrowLeavesTheOthersQueuedAndTheRunClosed) {
   const auto good = make("good");
   bad->scheduleTask();
   good->scheduleTask();
+  testing::internal::CaptureStderr();
   EXPECT_THROW(runLoop(), std::runtime_error);
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              testing::ContainsRegex("H bad of scheduler root threw after [0-9]\\.[0-9]{6} s\n$"));
   EXPECT_FALSE(bad->taskCurrentlyRunning());
   EXPECT_EQ(root->currentlyRunningTask(), nullptr);
   EXPECT_EQ(events().back(), "run end bad");
+  EXPECT_THAT(root->historyRenderTextForDebugToString(), HasSubstr("run end      bad threw\n"));
   bad->body = nullptr;
   runLoop();
   EXPECT_THAT(log, ElementsAre("bad", "bad", "good"));
+  EXPECT_EQ(bad->getStats().taskThrewCount(), 1U);
+  EXPECT_THAT(root->historyRenderTextForDebugToString(), HasSubstr("run end      bad\n"));
   bad->body = [](TestTask&) { throw 1; };
   bad->scheduleTask();
   EXPECT_THROW(runLoop(), int);

@@ -69,6 +69,7 @@ TEST_F(TaskGroupTest, SingleRunsWaitForTheNextPassAlsoAfterAThrow) {
   const auto c = member("c");
   for (const auto& each : {a, b, c}) each->scheduleTask();
   EXPECT_THROW(Platform::doEventLoop(), std::runtime_error);
+  EXPECT_EQ(group->parentTask().taskThrewCount(), 1U) << "it passed through";
   runLoop();
   EXPECT_THAT(log, ElementsAre("a", "b", "c", "a"));
   EXPECT_EQ(group->runnableTaskCount(), 0U);
@@ -90,6 +91,7 @@ TEST_F(TaskGroupTest, APassEndsWhenItsThreadIsSuspended) {
     runLoop();
     EXPECT_EQ(log.back(), "b");
   }
+  EXPECT_EQ(group->parentTask().taskWorkCountTotal(), 4U) << "a step that runs nobody is no run";
 }
 
 TEST_F(TaskGroupTest, GroupsNestAndMayGoAwayAtAnyTime) {
@@ -116,8 +118,10 @@ TEST_F(TaskGroupTest, GroupsNestAndMayGoAwayAtAnyTime) {
   EXPECT_EQ(root->runnableTaskCount(), 0U);
 }
 
-TEST_F(TaskGroupTest, EnforcesItsPriority) {
+TEST_F(TaskGroupTest, EnforcesItsPriorityAndTakesOverItsParentsSettings) {
+  root->defaultTaskQuantumIs(7);
   group = std::make_shared<TaskGroup>("group", TaskPriority::high, true, root);
+  EXPECT_EQ(member("m", 1, TaskPriority::high)->taskQuantum(), 7);
   EXPECT_THAT(failureOf([&] { member("m", 1, TaskPriority::low); }),
               HasSubstr("taskPriority( low ) != taskGroupPriority( high )"));
   EXPECT_THAT(failureOf([&] { TaskGroup("g", TaskPriority::high, true, nullptr); }),

@@ -86,6 +86,17 @@ TEST_F(TaskTest, QuantaPassInVirtualTimeWhileTheRootFollowsIt) {
   task->scheduleTask();
   runLoop();
   EXPECT_FALSE(root->virtualTime());
+  yields.clear();
+  task->taskQuantumIs(1'000'000'000);
+  task->body = [&](TestTask& self) {  // its run begins when the time does
+    root->virtualTimeIs(true);
+    yields.push_back(self.taskShouldYield());
+    Platform::fastForwardBy(1);
+    yields.push_back(self.taskShouldYield());
+  };
+  task->scheduleTask();
+  runLoop();
+  EXPECT_THAT(yields, ElementsAre(false, true));
   EXPECT_THAT(failureOf([&] { task->taskCurrentRunTime(); }),
               HasSubstr("Task: N t not currently running"));
 }
@@ -134,6 +145,17 @@ TEST_F(TaskTest, FiguresOfFinishedTasksAreKeptByStatisticsName) {
     EXPECT_EQ(root->taskForTest(name), task.get());
     EXPECT_EQ(root->taskStatForTest(name)->taskName(), "connection");
   }
+  // Overrides, and calls with either kind of text, that take the name by value.
+  struct Renaming : Tarvo::TimerTask {
+    using TimerTask::TimerTask;
+    void taskExecute() override {}
+    void taskStatsNameIs(std::string name) override { TimerTask::taskStatsNameIs(name + "!"); }
+  };
+  const std::string statsName = "r";
+  Renaming renaming(root, TaskPriority::low, statsName);
+  renaming.taskStatsNameIs("r");
+  renaming.taskStatsNameIs(renaming.taskStatsName());
+  EXPECT_EQ(renaming.taskStatsName(), "r!!");
   make("hidden")->includeInCompletedTaskIs(false);
   EXPECT_EQ(root->completedTaskStatForTest("connection")->taskCompletedCount(), 3U);
   EXPECT_EQ(root->completedTaskStatForTest("connection")->taskRunCount(), 3U);
