@@ -21,6 +21,8 @@
 
 namespace Tarvo {
 
+class FileDescriptorTask;
+
 class TARVO_EXPORT TaskSchedulerRoot : public TaskScheduler, private Platform::CallbackHandler {
  public:
   /// How many events a new root's history holds.
@@ -94,8 +96,9 @@ class TARVO_EXPORT TaskSchedulerRoot : public TaskScheduler, private Platform::C
   /// is slow. Each record is of one moment; tasks that come meanwhile are missing. `done` is called
   /// at the end, by that task, with 0 or the errno that ended it, and what was written. The caller
   /// keeps the task until then: dropping it ends the writing. The file becomes non-blocking. The
-  /// descriptor stays the caller's, who may close it: a copy is written to.
-  std::shared_ptr<_TaskBase> snapshotRenderJsonAsync(
+  /// descriptor stays the caller's, who may close it: a copy is written to. The task's quantum is a
+  /// millisecond, unless taskQuantumIs() gives it another.
+  std::shared_ptr<FileDescriptorTask> snapshotRenderJsonAsync(
       int fd, std::function<void(int error, std::uint64_t bytes)> done = nullptr);
 
   /// The history as a timeline, in the trace event format that Perfetto and Chrome open: a track

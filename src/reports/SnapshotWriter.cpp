@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <csignal>
 #include <ctime>
+#include <memory>
 #include <new>
 #include <utility>
 
@@ -16,6 +17,7 @@ namespace Tarvo {
 namespace {
 
 constexpr std::size_t pieceBytes = 65536;
+constexpr TaskTimeDuration snapshotQuantum = 1'000'000;
 
 /// write(), without the signal that a pipe or socket without a reader would send.
 ssize_t writeQuietly(int fd, std::string_view bytes) {
@@ -42,13 +44,20 @@ class SnapshotWriter final : public FileDescriptorTask {
  public:
   using Done = std::function<void(int error, std::uint64_t bytes)>;
 
-  SnapshotWriter(std::shared_ptr<TaskScheduler> scheduler, int fd, Done done)
+  SnapshotWriter(std::shared_ptr<TaskScheduler> scheduler, std::unique_ptr<Report> report,
+                 Done done)
       : FileDescriptorTask(std::move(scheduler), TaskPriority::low, "snapshot"),
-        fd_(fcntl(fd, F_DUPFD_CLOEXEC, 0)),
-        done_(std::move(done)),
-        json_(*taskScheduler()->root(), "") {
+        report_(std::move(report)),
+        done_(std::move(done)) {
     taskWatchReadableIs(false);
-    const int flags = fcntl(fd_, F_GETFL);
+    taskQuantumIs(snapshotQuantum);
+  }
+  ~SnapshotWriter() override { closeFd(); }
+
+  /// Apart from the construction, so that the copy is closed if there is no memory for the rest.
+  void start(int fd) {
+    fd_ = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    const int flags = fd_ < 0 ? -1 : fcntl(fd_, F_GETFL);
     struct stat status;
     if (flags < 0 || fstat(fd_, &status) != 0) {
       error_ = errno;
@@ -62,7 +71,6 @@ class SnapshotWriter final : public FileDescriptorTask {
     }
     scheduleTaskWritable();
   }
-  ~SnapshotWriter() override { closeFd(); }
 
   void taskExecuteReadable() override {}
   void taskExecuteWritable() override {
@@ -76,19 +84,19 @@ class SnapshotWriter final : public FileDescriptorTask {
         error_ = 0;
         return taskWatchWritableIs(true);
       }
-      if (error_ != 0 || (rendered_ && written_ == json_.text().size())) return finish();
+      if (error_ != 0 || (rendered_ && written_ == report_->text().size())) return finish();
       if (taskShouldYield()) return scheduleTaskWritable();
     }
   }
 
  private:
   void proceed() {
-    while (!rendered_ && json_.text().size() < pieceBytes) {
-      rendered_ = !json_.step();
+    while (!rendered_ && report_->text().size() < pieceBytes) {
+      rendered_ = !report_->step();
       if (taskShouldYield()) break;
     }
-    if (written_ == json_.text().size()) return;
-    const ssize_t count = writeQuietly(fd_, json_.text().substr(written_));
+    if (written_ == report_->text().size()) return;
+    const ssize_t count = writeQuietly(fd_, report_->text().substr(written_));
     if (count < 0) {
       error_ = errno == EINTR ? 0 : errno;
       return;
@@ -96,8 +104,8 @@ class SnapshotWriter final : public FileDescriptorTask {
     written_ += static_cast<std::size_t>(count);
     bytes_ += static_cast<std::uint64_t>(count);
     taskWorkCountInc(static_cast<std::uint64_t>(count));
-    if (written_ < json_.text().size() || rendered_) return;
-    json_.clear();
+    if (written_ < report_->text().size() || rendered_) return;
+    report_->clear();
     written_ = 0;
   }
 
@@ -112,23 +120,30 @@ class SnapshotWriter final : public FileDescriptorTask {
     if (fd_ >= 0) close(std::exchange(fd_, -1));
   }
 
-  int fd_;  // a copy: the caller may close his
+  int fd_ = -1;  // a copy: the caller may close his
+  std::unique_ptr<Report> report_;
   Done done_;
-  StatsJson json_;
-  std::size_t written_ = 0;  // of what json_ holds
+  std::size_t written_ = 0;  // of what the report holds
   std::uint64_t bytes_ = 0;
   int error_ = 0;
   bool rendered_ = false;
   bool over_ = false;
 };
 
+std::shared_ptr<SnapshotWriter> started(TaskSchedulerRoot& root, int fd,
+                                        std::unique_ptr<Report> report, SnapshotWriter::Done done) {
+  const auto writer = std::allocate_shared<SnapshotWriter>(
+      Allocator<SnapshotWriter>(), root.shared_from_this(), std::move(report), std::move(done));
+  writer->start(fd);
+  return writer;
+}
+
 }  // namespace
 
-std::shared_ptr<_TaskBase> TaskSchedulerRoot::snapshotRenderJsonAsync(
+std::shared_ptr<FileDescriptorTask> TaskSchedulerRoot::snapshotRenderJsonAsync(
     int fd, std::function<void(int error, std::uint64_t bytes)> done) {
   sanityCheckCurrentRunningThread();
-  return std::allocate_shared<SnapshotWriter>(Allocator<SnapshotWriter>(), shared_from_this(), fd,
-                                              std::move(done));
+  return started(*this, fd, std::make_unique<StatsJson>(*this, ""), std::move(done));
 }
 
 }  // namespace Tarvo

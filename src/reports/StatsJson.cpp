@@ -3,7 +3,7 @@
 #include <cmath>
 #include <type_traits>
 
-#include "reports/Utf8.h"
+#include "reports/DisplayText.h"
 
 namespace Tarvo {
 

@@ -4,21 +4,21 @@
 #include <string_view>
 
 #include "reports/JsonWriter.h"
+#include "reports/Report.h"
 #include "reports/StatsWalk.h"
 
 namespace Tarvo {
 
 /// Writes the snapshot of a root as JSON, piece by piece.
-class StatsJson {
+class StatsJson final : public Report {
  public:
   StatsJson(const TaskSchedulerRoot& root, const String& prefix);
 
-  /// Writes the next piece: a scheduler's head, a task or a record. False after the last one.
-  bool step();
+  /// A piece is a scheduler's head, a task or a record.
+  bool step() override;
 
-  /// What was written and not yet taken.
-  std::string_view text() const { return {buffer_.GetString(), buffer_.GetSize()}; }
-  void clear() { buffer_.Clear(); }
+  std::string_view text() const override { return {buffer_.GetString(), buffer_.GetSize()}; }
+  void clear() override { buffer_.Clear(); }
 
  private:
   void beginScheduler();

@@ -2,8 +2,8 @@
 #include <map>
 #include <tuple>
 
+#include "reports/DisplayText.h"
 #include "reports/StatsWalk.h"
-#include "reports/Utf8.h"
 
 namespace Tarvo {
 

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "Tarvo/FdToStream.h"
+#include "reports/DisplayText.h"
 #include "reports/StatsWalk.h"
-#include "reports/Utf8.h"
 
 namespace Tarvo {
 
@@ -143,12 +143,16 @@ class Table {
         mark(stat.taskWorkCountHighWaterMark()), stat.taskWorkPending(), stat.taskThrewCount());
   }
 
-  template <typename Status, typename Name, typename... Figures>
-  void renderColumns(std::ostream& out, const Status& status, const Name& name,
+  String padded(const String& name) const {
+    return name + String(nameWidth_ - Impl::columns(name), ' ');
+  }
+
+  template <typename Status, typename... Figures>
+  void renderColumns(std::ostream& out, const Status& status, const String& name,
                      const Figures&... figures) const {
     out << fmt::format(
-        "{:<2} {:<{}} {:>8} {:>7} {:>7} {:>7} {:>7} {:>7} {:>4} {:>4} {:>10} {:>7} {:>7} {:>5}\n",
-        status, name, nameWidth_, figures...);
+        "{:<2} {} {:>8} {:>7} {:>7} {:>7} {:>7} {:>7} {:>4} {:>4} {:>10} {:>7} {:>7} {:>5}\n",
+        status, padded(name), figures...);
   }
 
   void renderQueues(std::ostream& out) const {

@@ -1,6 +1,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <deque>
 #include <iterator>
 #include <map>
@@ -8,9 +9,9 @@
 #include <utility>
 #include <vector>
 
+#include "reports/DisplayText.h"
 #include "reports/JsonWriter.h"
 #include "reports/StatsWalk.h"
-#include "reports/Utf8.h"
 
 namespace Tarvo {
 
@@ -28,10 +29,12 @@ class Timeline {
     writer_.StartObject();
     writer_.Key("displayTimeUnit");
     writer_.String("ns");
+    const auto& events = root.history().events();
+    if (!events.empty()) startAt(events.back().time);
     writer_.Key("traceEvents");
     writer_.StartArray();
     nameTracks();
-    const auto& events = root.history().events();
+    learnMembers();
     for (auto event = events.rbegin(); event != events.rend(); ++event) take(*event);
     if (!events.empty()) closeRuns(events.front().time);
     writer_.EndArray();
@@ -46,6 +49,15 @@ class Timeline {
     int track;
   };
   using Open = std::map<const ConstStringRef::Elem*, std::deque<int>>;  // the ids
+
+  void startAt(TimePoint oldest) {
+    oldest_ = oldest;
+    writer_.Key("otherData");
+    writer_.StartObject();
+    writer_.Key("oldestEventNs");
+    writer_.Int64(nanoseconds(oldest.time_since_epoch()));
+    writer_.EndObject();
+  }
 
   void nameTracks() {
     int tracks = 1;
@@ -65,6 +77,24 @@ class Timeline {
         const bool completed = at == StatsWalk::At::completed;
         const auto& task = completed ? walk.completed().taskNameRef() : walk.task().taskNameRef();
         taskTracks_.insert({task.elem(), track});
+      }
+    }
+  }
+
+  /// What ran inside a group's run is a member of it, also when nothing else tells so any more.
+  void learnMembers() {
+    std::vector<const ConstStringRef::Elem*> running;
+    const auto& events = root_.history().events();
+    for (auto event = events.rbegin(); event != events.rend(); ++event) {
+      const ConstStringRef::Elem* who = event->name.elem();
+      if (event->eventType == Type::runStart) {
+        const auto group =
+            running.empty() ? schedulerTracks_.end() : schedulerTracks_.find(running.back());
+        if (group != schedulerTracks_.end()) taskTracks_.insert({who, group->second});
+        running.push_back(who);
+      } else if (event->eventType == Type::runEnd) {
+        const auto run = std::find(running.rbegin(), running.rend(), who);
+        if (run != running.rend()) running.erase(std::next(run).base(), running.end());
       }
     }
   }
@@ -132,7 +162,7 @@ class Timeline {
     writer_.Key("cat");
     writer_.String(category);
     writer_.Key("dur");
-    writer_.Double(microseconds(to - from));
+    microseconds(to - from);
     if (threw) {
       writer_.Key("args");
       writer_.StartObject();
@@ -164,7 +194,7 @@ class Timeline {
     writer_.Int(track);
     if (time == nullptr) return;
     writer_.Key("ts");
-    writer_.Double(microseconds(time->time_since_epoch()));
+    microseconds(*time - oldest_);
   }
 
   void name(const String& text) {
@@ -193,11 +223,16 @@ class Timeline {
     return track == taskTracks_.end() || track->first != event.name.elem() ? 1 : track->second;
   }
 
-  static double microseconds(TaskClock::duration duration) {
-    return static_cast<double>(nanoseconds(duration)) / 1000.0;
+  /// To the nanosecond: runs that touch must not overlap.
+  void microseconds(TaskClock::duration duration) {
+    const auto count = nanoseconds(duration);
+    const String exact = fmt::format("{}{}.{:03}", count < 0 ? "-" : "", std::abs(count / 1000),
+                                     std::abs(count % 1000));
+    writer_.RawValue(exact.data(), exact.size(), rapidjson::kNumberType);
   }
 
   const TaskSchedulerRoot& root_;
+  TimePoint oldest_;  // what times are counted from, as readers hold them in doubles
   Impl::JsonBuffer buffer_;
   Impl::JsonWriter writer_{buffer_};
   std::map<const ConstStringRef::Elem*, int> schedulerTracks_;

@@ -1,9 +1,12 @@
 #include <gmock/gmock.h>
 #include <rapidjson/document.h>
+#include <sys/resource.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <sstream>
 
+#include "support/AllocationCount.h"
 #include "support/SchedulerFixture.h"
 
 namespace {
@@ -73,6 +76,24 @@ TEST_F(ReportsTest, TheTableNestsGroupsAndAlignsItsColumns) {
               testing::AllOf(HasSubstr("members of inner\ncn   gone"), Not(HasSubstr(" group "))));
 }
 
+TEST_F(ReportsTest, TheTableCountsColumnsAsTerminalsDo) {
+  std::string wide, marks = "e";
+  for (int i = 0; i < 50; ++i) wide += "\u6F22";
+  for (int i = 0; i < 500; ++i) marks += "\u0301";
+  const std::string blanks(38, ' ');  // of a row whose name takes one of the 39 columns
+  const std::map<std::string, std::string> rows = {
+      {wide, wide.substr(0, 57) + "\u2026"},
+      {"e\u0301", "e\u0301" + blanks},
+      {"\u202Ea\u0085b\u200Bc\u2028d\u0378", "?a?b?c?d?" + blanks.substr(8)},
+      {std::string(39, 'x'), std::string(39, 'x')},
+      {"\u00B5\u6F22", "\u00B5\u6F22" + blanks.substr(2)}};
+  std::vector<TestTaskPtr> tasks = {make(marks)};
+  for (const auto& [name, row] : rows) tasks.push_back(make(name));
+  const std::string table = root->statsRenderTextForDebugToString();
+  for (const auto& [name, row] : rows) EXPECT_THAT(table, HasSubstr(" n " + row + "        0 "));
+  EXPECT_THAT(table, Not(HasSubstr(marks))) << "what takes no column is not endless either";
+}
+
 TEST_F(ReportsTest, JsonSaysTheSameExactly) {
   const auto document = parsed(root->statsRenderJson());
   EXPECT_STREQ(document["root"].GetString(), "root");
@@ -131,13 +152,18 @@ TEST_F(ReportsTest, RunsThatThrewAreToldEverywhere) {
 TEST_F(ReportsTest, ATimelineHasRunsThatNestAndWaitsThatEnd) {
   const auto twins = {member(group, "twin"), member(group, "twin"), member(inner, "group")};
   for (const auto& each : twins) each->scheduleTask();
-  for (int pass = 0; pass < 3; ++pass) Platform::doEventLoop(0.0);
+  auto brief = member(inner, "brief");
+  brief->taskStatsNameIs("clients");
+  brief->scheduleTask();
+  for (int pass = 0; pass < 4; ++pass) Platform::doEventLoop(0.0);
+  brief.reset();
   const auto document = parsed(root->timelineRenderJson());
   std::map<int, int> open;  // by id
   double lastEnd = 0, lastStart = 0;
   int runs = 0;
   for (const auto& event : document["traceEvents"].GetArray()) {
     const std::string phase = event["ph"].GetString(), name = event["name"].GetString();
+    EXPECT_TRUE(!name.ends_with("brief") || event["tid"].GetInt() > 1) << "gone, but known";
     if (phase == "b") ++open[event["id"].GetInt()];
     if (phase == "e") --open[event["id"].GetInt()];
     EXPECT_TRUE(phase != "b" || open[event["id"].GetInt()] == 1) << name;
@@ -151,10 +177,30 @@ TEST_F(ReportsTest, ATimelineHasRunsThatNestAndWaitsThatEnd) {
     lastEnd = end;
     EXPECT_TRUE(name != "twin" || event["tid"].GetInt() != 1);
   }
-  EXPECT_EQ(runs, 8) << "of parents, members and twins; what was destroyed was unscheduled";
+  EXPECT_EQ(runs, 9) << "of parents, members and twins; what was destroyed was unscheduled";
   int still = 0;
   for (const auto& [id, count] : open) still += count;
   EXPECT_EQ(still, 3) << "all three schedulers are idle";
+}
+
+TEST_F(ReportsTest, TimesOfATimelineAreExactAfterYears) {
+  using Type = Tarvo::TaskSchedulerEventType;
+  root->clearHistory();
+  Tarvo::TaskClock::time_point now(std::chrono::hours(24 * 4000) + std::chrono::nanoseconds(7));
+  const auto insert = [&](Type type, int later) {
+    now += std::chrono::nanoseconds(later);
+    root->history().insert(now, type, task.get());
+  };
+  for (const int length : {3, 1'234'567}) {
+    insert(Type::runStart, 0);
+    insert(Type::runEnd, length);
+  }
+  root->history().insert(now - std::chrono::nanoseconds(1'235'000), Type::busy, task.get());
+  EXPECT_THAT(root->timelineRenderJson(),
+              testing::AllOf(HasSubstr(R"({"oldestEventNs":345600000000000007})"),
+                             HasSubstr(R"("ts":0.000,"cat":"run","dur":0.003})"),
+                             HasSubstr(R"("ts":0.003,"cat":"run","dur":1234.567})"),
+                             HasSubstr(R"("ts":-0.430,)")));
 }
 
 TEST_F(ReportsTest, AResetVisitsEverythingOnceAndSaysWhenItIsDone) {
@@ -166,8 +212,9 @@ TEST_F(ReportsTest, AResetVisitsEverythingOnceAndSaysWhenItIsDone) {
     void handleResetStats() override { onReset(); }
     std::function<void()> onReset;
   };
-  const auto count = [&] {
-    ++hooks;
+  std::vector<std::shared_ptr<Hooked>> later;
+  const std::function<void()> count = [&] {
+    if (++hooks < 9) later.push_back(std::make_shared<Hooked>(root, count));
     EXPECT_TRUE(group->resetStatsInProgress());
     task.reset();
     if (hooks == 2) throw std::runtime_error("bad");
@@ -180,7 +227,8 @@ TEST_F(ReportsTest, AResetVisitsEverythingOnceAndSaysWhenItIsDone) {
     const auto reset = root->statsResetAsync([&] { done = true; });
     EXPECT_THROW(Platform::doEventLoop(1), std::runtime_error);
     while (!done) Platform::doEventLoop(0.0);
-    EXPECT_EQ(hooks, 3);
+    EXPECT_EQ(hooks, 3) << "not those of what came later";
+    later.clear();
   }
   EXPECT_FALSE(root->resetStatsInProgress());
   EXPECT_EQ(root->taskStatForTest("group")->taskRunCount(), 0U);
@@ -212,19 +260,27 @@ TEST_F(ReportsTest, ASnapshotWaitsForItsReaderAndSaysHowItEnded) {
   EXPECT_EQ(error, 0);
   EXPECT_EQ(got.size(), bytes);
   parsed(got);
-  // Tasks that come, and the closing of the descriptor, change nothing.
+  // Tasks that come, also if they end, and the closing of the descriptor, change nothing.
+  const auto alone = Tarvo::schedulerRootTarvoNonShared("alone");
+  for (int i = 0; i < 2000; ++i) many.push_back(member(alone, fmt::format("m{}", i)));
   const int copy = dup(pair.ends[1]);
-  const auto second = root->snapshotRenderJsonAsync(copy, end);
+  const auto second = alone->snapshotRenderJsonAsync(copy, end);
   close(copy);
+  EXPECT_EQ(second->taskQuantum(), 1'000'000);
+  second->taskTestYieldRatioIs(1);
   got.clear();
   for (error = -1; error < 0 || got.size() < bytes;) {
-    many.push_back(member(inner, std::string(10000, 'n')));
     const auto count = read(pair.ends[0], piece.data(), piece.size());
     if (count > 0) got.append(piece.data(), static_cast<std::size_t>(count));
     Platform::doEventLoop(0.0);
+    many.push_back(member(alone, "later"));
+    member(alone, fmt::format("later {}", many.size()));
   }
   EXPECT_EQ(error, 0);
   parsed(got);
+  EXPECT_NE(got.find("\"m1999\""), std::string::npos);
+  EXPECT_EQ(got.find("later"), std::string::npos);
+  EXPECT_GT(second->taskRunCountWritable(), 2000U) << "it asks after every record";
   shutdown(pair.ends[0], SHUT_RDWR);
   snapshot = root->snapshotRenderJsonAsync(pair.ends[1], end);
   for (error = -1; error < 0;) Platform::doEventLoop(0.0);
@@ -232,6 +288,39 @@ TEST_F(ReportsTest, ASnapshotWaitsForItsReaderAndSaysHowItEnded) {
   snapshot = root->snapshotRenderJsonAsync(-1, end);
   for (error = -1; error < 0;) Platform::doEventLoop(0.0);
   EXPECT_EQ(error, EBADF);
+}
+
+TEST_F(ReportsTest, ASnapshotWithoutMemoryOrDescriptorsLosesNone) {
+  const auto openDescriptors = [] {
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return std::distance(begin(all), end(all));
+  };
+  testsupport::SocketPair pair;
+  const auto before = openDescriptors();
+  bool refused = true;
+  for (unsigned long allocation = 1; refused; ++allocation) {
+    testsupport::refusedAllocation = allocation;
+    try {
+      root->snapshotRenderJsonAsync(pair.ends[1]);
+      refused = false;
+    } catch (const std::bad_alloc&) {
+    }
+    testsupport::refusedAllocation = 0;
+  }
+  EXPECT_EQ(openDescriptors(), before);
+  rlimit limit, few;
+  getrlimit(RLIMIT_NOFILE, &limit);
+  few = {64, limit.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &few);
+  std::vector<int> copies;
+  for (int copy = dup(0); copy >= 0; copy = dup(0)) copies.push_back(copy);
+  int error = -1;
+  const auto snapshot =
+      root->snapshotRenderJsonAsync(pair.ends[1], [&](int e, auto) { error = e; });
+  for (const int copy : copies) close(copy);
+  setrlimit(RLIMIT_NOFILE, &limit);
+  Platform::doEventLoop(0.0);
+  EXPECT_EQ(error, EMFILE);
 }
 
 }  // namespace

@@ -1,7 +1,8 @@
 #ifndef TARVO_TESTS_SUPPORT_ALLOCATIONCOUNT_H
 #define TARVO_TESTS_SUPPORT_ALLOCATIONCOUNT_H
 
-/// Replaces the global operators by ones that count. For one file of a test binary.
+/// Replaces the global operators by ones that count, and refuse one allocation where a test wants
+/// that. For one file of a test binary.
 
 #include <cstdlib>
 #include <new>
@@ -9,11 +10,14 @@
 namespace testsupport {
 /// By the calling thread.
 static thread_local unsigned long allocations = 0;
+/// Which of the next allocations is refused; 0 for none.
+static thread_local unsigned long refusedAllocation = 0;
 }  // namespace testsupport
 
 [[gnu::noinline]] void* operator new(std::size_t size) {
   ++testsupport::allocations;
-  if (void* memory = std::malloc(size)) return memory;
+  const bool refused = testsupport::refusedAllocation > 0 && --testsupport::refusedAllocation == 0;
+  if (void* memory = refused ? nullptr : std::malloc(size)) return memory;
   throw std::bad_alloc();
 }
 [[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {

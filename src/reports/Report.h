@@ -1,0 +1,26 @@
+#ifndef TARVO_SRC_REPORTS_REPORT_H
+#define TARVO_SRC_REPORTS_REPORT_H
+
+#include <string_view>
+
+namespace Tarvo {
+
+/// A text that is made piece by piece, so that whoever wants it may pause in between.
+class Report {
+ public:
+  Report() = default;
+  Report(const Report&) = delete;
+  Report& operator=(const Report&) = delete;
+  virtual ~Report() = default;
+
+  /// Makes the next piece. False after the last one.
+  virtual bool step() = 0;
+
+  /// What was made and not yet taken.
+  virtual std::string_view text() const = 0;
+  virtual void clear() = 0;
+};
+
+}  // namespace Tarvo
+
+#endif
