@@ -36,6 +36,12 @@
 /// program adds to the event base itself are another matter: with one of those on the same
 /// descriptor, reports to either may be lost.
 ///
+/// The figures of both directions are kept, under their statistics names, after the task is gone. A
+/// service whose tasks have a name each ("client 10.0.0.7") gives all connections of a kind one
+/// statistics name, by taskStatsNameIs("client"), or keeps nothing of them, by
+/// includeInCompletedTaskIs(false). Otherwise there is one more record for each that was ever
+/// there.
+///
 /// A descriptor task is made with std::make_shared and held by shared reference; it keeps itself
 /// alive while a body of it runs. Every operation belongs to the thread of the root.
 
@@ -112,7 +118,8 @@ class TARVO_EXPORT FileDescriptorTask : public _TaskBase, private Platform::FdEv
   /// Of both directions together.
   unsigned int taskRunCount() const;
 
-  /// Settings of both directions; see TaskImpl. Resuming gives each watched direction a run.
+  /// Settings of both directions; see TaskImpl. Resuming gives a run to each direction that is
+  /// watched, and to the writing one when scheduleTaskWritable() has asked for it.
   TaskPriority taskPriority() const { return taskPriority_; }
   TaskTimeDuration taskQuantum() const;
   void taskQuantumIs(TaskTimeDuration quantum);
@@ -123,6 +130,9 @@ class TARVO_EXPORT FileDescriptorTask : public _TaskBase, private Platform::FdEv
   void taskForceYieldInTestIs(bool force);
   unsigned char taskTestYieldRatio() const;
   void taskTestYieldRatioIs(unsigned char ratio);
+  /// Whether the figures are kept after the task is gone; yes at first.
+  bool includeInCompletedTask() const;
+  void includeInCompletedTaskIs(bool include);
 
  private:
   class ReadWriteTaskBase;
@@ -139,6 +149,7 @@ class TARVO_EXPORT FileDescriptorTask : public _TaskBase, private Platform::FdEv
 
   bool taskWatchReadable_ = false;
   bool taskWatchWritable_ = false;
+  bool writeRunWanted_ = false;  // asked for, and neither run nor taken back
   std::shared_ptr<Platform::FdControl> fdControl_;
   std::shared_ptr<ReadTask> readTask_;
   std::shared_ptr<WriteTask> writeTask_;

@@ -125,7 +125,9 @@ void FileDescriptorTask::taskWatchWritableIs(bool on) {
   checkCreateWriteTask();
   taskWatchWritable_ = on;
   fdControl_->setWrites(on);
-  if (!on) writeTask_->unscheduleTask();
+  if (on) return;
+  writeRunWanted_ = false;
+  writeTask_->unscheduleTask();
 }
 
 int FileDescriptorTask::taskWatchFd() const { return fdControl_->getFd(); }
@@ -133,17 +135,21 @@ int FileDescriptorTask::taskWatchFd() const { return fdControl_->getFd(); }
 void FileDescriptorTask::taskWatchFdIs(int fd) {
   taskScheduler()->sanityCheckCurrentRunningThread();
   if (fd == taskWatchFd() && (fd < 0 || !Impl::namesOtherFile(*fdControl_))) return;
+  const auto self = weak_from_this().lock();  // a hook may drop the task
   unscheduleDirections();
   fdControl_->setFd(fd);
 }
 
 void FileDescriptorTask::taskWatchFdDel() {
   taskScheduler()->sanityCheckCurrentRunningThread();
+  const auto self = weak_from_this().lock();
   unscheduleDirections();
   fdControl_->delFd();
 }
 
 void FileDescriptorTask::unscheduleDirections() {
+  const auto self = weak_from_this().lock();
+  writeRunWanted_ = false;
   readTask_->unscheduleTask();
   if (writeTask_ != nullptr) writeTask_->unscheduleTask();
 }
@@ -155,6 +161,7 @@ void FileDescriptorTask::checkCreateWriteTask() {
   if (!readTask_->taskForceYieldInTest()) task->taskQuantumNoCheckIs(readTask_->taskQuantum());
   task->taskSuspendedIs(readTask_->taskSuspended());
   task->taskTestYieldRatioIs(readTask_->taskTestYieldRatio());
+  task->includeInCompletedTaskIs(readTask_->includeInCompletedTask());
   writeTask_ = task;
 }
 
@@ -162,6 +169,7 @@ void FileDescriptorTask::scheduleTaskReadable() { readTask_->scheduleTask(); }
 void FileDescriptorTask::scheduleTaskWritable() {
   taskScheduler()->sanityCheckCurrentRunningThread();
   checkCreateWriteTask();
+  writeRunWanted_ = true;
   writeTask_->scheduleTask();
 }
 
@@ -197,6 +205,7 @@ void FileDescriptorTask::_taskExecuteReadable() {
 }
 
 void FileDescriptorTask::_taskExecuteWritable() {
+  writeRunWanted_ = false;
   taskWatchWritableIs(false);
   TARVO_ASSERT(executingTask_ == nullptr, "Executing task already set");
   const Executing executing(*this, *writeTask_);
@@ -281,11 +290,25 @@ void FileDescriptorTask::taskQuantumIs(TaskTimeDuration quantum) {
 
 bool FileDescriptorTask::taskSuspended() const { return readTask_->taskSuspended(); }
 void FileDescriptorTask::taskSuspendedIs(bool suspended) {
+  taskScheduler()->sanityCheckCurrentRunningThread();
+  if (suspended == taskSuspended()) return;
+  const auto self = weak_from_this().lock();  // hooks may drop the task
   readTask_->taskSuspendedIs(suspended);
-  if (writeTask_ != nullptr) writeTask_->taskSuspendedIs(suspended);
-  // A resumed task is given a run, but nobody waits for one in a direction that is not watched.
+  if (writeTask_ != nullptr) writeTask_->taskSuspendedIs(taskSuspended());  // or change it again
+  if (taskSuspended()) return;
+  // A resumed task is given a run, but perhaps nobody waits for one in this direction.
   if (!taskWatchReadable_) readTask_->unscheduleTask();
-  if (writeTask_ != nullptr && !taskWatchWritable_) writeTask_->unscheduleTask();
+  if (writeTask_ != nullptr && !taskWatchWritable_ && !writeRunWanted_) {
+    writeTask_->unscheduleTask();
+  }
+}
+
+bool FileDescriptorTask::includeInCompletedTask() const {
+  return readTask_->includeInCompletedTask();
+}
+void FileDescriptorTask::includeInCompletedTaskIs(bool include) {
+  readTask_->includeInCompletedTaskIs(include);
+  if (writeTask_ != nullptr) writeTask_->includeInCompletedTaskIs(include);
 }
 
 bool FileDescriptorTask::taskForceYieldInTest() const { return readTask_->taskForceYieldInTest(); }

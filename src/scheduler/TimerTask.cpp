@@ -63,9 +63,10 @@ void TimerTask::timeout() {
 }
 
 void TimerTask::becomeRunnable() {
-  TaskImpl::scheduleTask();
+  const bool suspended = taskSuspended();
+  TaskImpl::scheduleTask();  // whose hook may destroy the task, but only when it is queued
   // A suspended task was not queued, and its timer is gone: it is idle.
-  if (taskSuspended()) taskBusyIs(taskScheduled(), TaskClock::now());
+  if (suspended) taskBusyIs(taskScheduled(), TaskClock::now());
 }
 
 void TimerTask::taskRunFromTest() {

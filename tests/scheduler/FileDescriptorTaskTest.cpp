@@ -37,6 +37,9 @@ struct TestFd : Tarvo::FileDescriptorTask {
     run(" read", onRead);
   }
   void taskExecuteWritable() override { run(" write", onWrite); }
+  void handleTaskBusy() override {
+    if (const auto action = std::exchange(onBusy, nullptr)) action();
+  }
   void run(const char* direction, std::function<void()> action) {
     log.push_back(taskName() + direction);
     if (action) action();
@@ -44,7 +47,7 @@ struct TestFd : Tarvo::FileDescriptorTask {
   RunLog& log;
   std::size_t appetite = 0;
   std::string got;
-  std::function<void()> onRead, onWrite;
+  std::function<void()> onRead, onWrite, onBusy;
 };
 
 struct FdTaskTest : SchedulerFixture {
@@ -200,6 +203,62 @@ TEST_F(FdTaskTest, WritesOnceAndOnlyWhatIsWatchedRuns) {
   EXPECT_EQ(task->taskWatchFd(), -1);
   settle();
   EXPECT_THAT(log, ElementsAre());
+}
+
+TEST_F(FdTaskTest, SuspendingLosesNoWriteRunThatWasAskedFor) {
+  const auto writes = [&] {
+    settle();
+    return std::ranges::count(std::exchange(log, {}), "t write");
+  };
+  task->taskSuspendedIs(true);
+  task->scheduleTaskWritable();  // the writing task is made by this, and suspended too
+  EXPECT_EQ(writes(), 0);
+  task->taskSuspendedIs(false);
+  EXPECT_EQ(writes(), 1);
+  task->scheduleTaskWritable();
+  task->taskSuspendedIs(false);  // as it is already
+  EXPECT_TRUE(task->taskScheduledWritable());
+  task->taskSuspendedIs(true);
+  task->taskSuspendedIs(false);
+  EXPECT_EQ(writes(), 1);
+  for (const bool watches : {true, false}) {  // the run is taken back
+    task->scheduleTaskWritable();
+    task->scheduleTaskReadable();
+    watches ? task->taskWatchFdIs(pair.ends[0]) : task->taskWatchFdDel();
+    EXPECT_FALSE(task->taskScheduled());
+    task->taskSuspendedIs(true);
+    task->taskSuspendedIs(false);
+    EXPECT_EQ(writes(), 0);
+  }
+}
+
+TEST_F(FdTaskTest, KeepsItsFiguresUnlessToldNotTo) {
+  for (const bool kept : {true, false}) {
+    task = makeFd(kept ? "kept" : "dropped");
+    task->includeInCompletedTaskIs(kept);
+    task->scheduleTaskWritable();
+    settle();
+    const auto name = task->taskName();
+    task.reset();
+    for (const auto direction : {":read", ":write"}) {
+      EXPECT_EQ(root->completedTaskStatForTest(name + direction).has_value(), kept);
+    }
+  }
+}
+
+TEST_F(FdTaskTest, MayBeDroppedByItsHook) {
+  const std::array<std::function<void(TestFd&)>, 4> withdrawals = {
+      [](TestFd& fd) { fd.taskWatchFdDel(); }, [](TestFd& fd) { fd.taskSuspendedIs(true); },
+      [](TestFd& fd) { fd.taskWatchReadableIs(false); },
+      [this](TestFd& fd) { fd.taskWatchFdIs(second.ends[0]); }};
+  for (const auto& withdraw : withdrawals) {
+    task = makeFd("t");
+    task->taskWatchFdIs(pair.ends[0]);
+    task->scheduleTaskReadable();
+    task->onBusy = [&] { task.reset(); };
+    withdraw(*task);
+    EXPECT_EQ(task, nullptr);
+  }
 }
 
 TEST_F(FdTaskTest, MayBeDestroyedByItsBodyAndByAHangUp) {

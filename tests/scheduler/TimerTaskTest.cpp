@@ -18,6 +18,16 @@ struct TimerTaskTest : SchedulerFixture {
   std::shared_ptr<TestTimer> task = makeTimer("t");
 };
 
+TEST_F(TimerTaskTest, MayBeDroppedByItsHook) {
+  for (const bool expires : {false, true}) {
+    task = makeTimer("t");
+    task->doStartTimer(1, true);
+    task->onBusy = [this](TestTimer&) { task.reset(); };
+    expires ? runLoop() : task->scheduleTask();
+    EXPECT_EQ(task, nullptr);
+  }
+}
+
 TEST_F(TimerTaskTest, MovesBetweenItsStates) {
   root->clearHistory();
   task->scheduleTaskDelay(0);
