@@ -89,7 +89,8 @@ class TARVO_EXPORT TaskSchedulerRoot : public TaskScheduler, private Platform::C
   /// The same as JSON, for programs; times in nanoseconds.
   String statsRenderJson(const String& prefix = {}) const;
   /// The same in the text format of Prometheus, ready to be served; times in seconds. Tasks of one
-  /// name in one scheduler are one series, together with what is completed.
+  /// name and priority in one scheduler are one series, together with what is completed. The label
+  /// "root" of each series is the thread's name; Tarvo/PrometheusPages.h joins pages of several.
   String statsRenderPrometheus() const;
 
   /// Writes the JSON to a descriptor as a task of low priority, in pieces, waiting when the reader
@@ -99,6 +100,9 @@ class TARVO_EXPORT TaskSchedulerRoot : public TaskScheduler, private Platform::C
   /// descriptor stays the caller's, who may close it: a copy is written to. The task's quantum is a
   /// millisecond, unless taskQuantumIs() gives it another.
   std::shared_ptr<FileDescriptorTask> snapshotRenderJsonAsync(
+      int fd, std::function<void(int error, std::uint64_t bytes)> done = nullptr);
+  /// The same with the page for Prometheus. While it is made it holds some 300 bytes a series.
+  std::shared_ptr<FileDescriptorTask> snapshotRenderPrometheusAsync(
       int fd, std::function<void(int error, std::uint64_t bytes)> done = nullptr);
 
   /// The history as a timeline, in the trace event format that Perfetto and Chrome open: a track

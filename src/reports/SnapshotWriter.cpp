@@ -11,6 +11,7 @@
 
 #include "Tarvo/Allocator.h"
 #include "reports/StatsJson.h"
+#include "reports/StatsPrometheus.h"
 
 namespace Tarvo {
 
@@ -144,6 +145,12 @@ std::shared_ptr<FileDescriptorTask> TaskSchedulerRoot::snapshotRenderJsonAsync(
     int fd, std::function<void(int error, std::uint64_t bytes)> done) {
   sanityCheckCurrentRunningThread();
   return started(*this, fd, std::make_unique<StatsJson>(*this, ""), std::move(done));
+}
+
+std::shared_ptr<FileDescriptorTask> TaskSchedulerRoot::snapshotRenderPrometheusAsync(
+    int fd, std::function<void(int error, std::uint64_t bytes)> done) {
+  sanityCheckCurrentRunningThread();
+  return started(*this, fd, std::make_unique<StatsPrometheus>(*this), std::move(done));
 }
 
 }  // namespace Tarvo

@@ -1,11 +1,16 @@
 #include <gmock/gmock.h>
 #include <rapidjson/document.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 
 #include <algorithm>
 #include <filesystem>
+#include <regex>
 #include <sstream>
+#include <thread>
 
+#include "Tarvo/PrometheusPages.h"
+#include "Tarvo/Thread.h"
 #include "support/AllocationCount.h"
 #include "support/SchedulerFixture.h"
 
@@ -109,24 +114,99 @@ TEST_F(ReportsTest, JsonSaysTheSameExactly) {
   EXPECT_EQ(members["maxSchedulerSlip"].GetInt64(), group->maxSchedulerSlip());
 }
 
-TEST_F(ReportsTest, PrometheusHasItsGrammar) {
-  const std::string page = root->statsRenderPrometheus();
-  const auto isLine = testing::MatchesRegex(
-      R"(# (HELP|TYPE) [a-z0-9_]+ .+|[a-z0-9_]+(\{([a-z]+="([^"\]|\\["\n])*",?)+\})? [0-9.e+-]+)");
+/// Reads a page as a strict reader does: each family in one piece, with one head and type, and no
+/// series twice.
+std::map<std::string, double> seriesOf(const std::string& page) {
+  static const std::regex grammar(
+      R"(# (HELP|TYPE) ([a-z0-9_]+) (.+)|([a-z0-9_]+)(\{([a-z]+="([^"\\]|\\["\\n])*",?)+\}) ([0-9.e+-]+))");
+  std::map<std::string, double> series;
+  std::set<std::string> families;
+  std::string family, typed;
   std::istringstream lines(page);
-  std::set<std::string> series;
   for (std::string each; std::getline(lines, each);) {
-    EXPECT_THAT(each, isLine);
-    if (each[0] != '#') {
-      EXPECT_TRUE(series.insert(each.substr(0, each.rfind(' '))).second) << each;
+    std::smatch part;
+    if (!std::regex_match(each, part, grammar)) throw std::runtime_error("no line: " + each);
+    if (part[1] == "HELP") {
+      family = part[2];
+      EXPECT_TRUE(families.insert(family).second) << each;
+    } else if (part[1] == "TYPE") {
+      EXPECT_TRUE(part[2] == family && typed != family) << each;
+      typed = family;
+    } else {
+      EXPECT_TRUE(part[4] == family && typed == family) << each;
+      EXPECT_TRUE(series.emplace(part[4].str() + part[5].str(), std::stod(part[8])).second) << each;
     }
   }
+  return series;
+}
+
+TEST_F(ReportsTest, PrometheusAddsUpWhatStandsUnderOneName) {
+  const std::string thread = "{root=\"" + Tarvo::threadName() + "\"";
   const auto alike = member(group, "b\xff"), other = member(group, "b\xfe");
   alike->taskWorkPendingIs(3);
   other->taskWorkPendingIs(4);
-  EXPECT_THAT(root->statsRenderPrometheus(),
-              HasSubstr("task=\"b\xEF\xBF\xBD\",priority=\"normal\"} 7\n"));
-  EXPECT_THAT(page, HasSubstr("tarvo_task_runs_total{scheduler=\"group\",task=\"a\\n\\\"\\\\\t"));
+  const auto series = seriesOf(root->statsRenderPrometheus());
+  const std::string labels = thread + ",scheduler=\"group\",task=\"";
+  EXPECT_EQ(series.at("tarvo_task_work_pending" + labels + "b\xEF\xBF\xBD\",priority=\"normal\"}"),
+            7);
+  EXPECT_EQ(series.at("tarvo_tasks" + labels + "b\xEF\xBF\xBD\",priority=\"normal\"}"), 2);
+  EXPECT_EQ(series.at("tarvo_task_runs_total" + labels +
+                      "a\\n\\\"\\\\\t\xEF\xBF\xBD\xc3\xa9\",priority=\"normal\"}"),
+            1);
+  EXPECT_EQ(series.at("tarvo_task_completed_total" + thread +
+                      ",scheduler=\"inner\",task=\"gone\",priority=\"normal\"}"),
+            2);
+  EXPECT_EQ(series.at("tarvo_queue_idle" + thread + ",priority=\"low\"}"), 2);
+}
+
+TEST_F(ReportsTest, PagesOfSeveralThreadsAreJoined) {
+  std::vector<Tarvo::String> pages = {root->statsRenderPrometheus()};
+  for (int i = 0; i < 2; ++i) {
+    std::thread([&] {
+      Tarvo::threadNameIs("worker");
+      const auto x =
+          std::make_shared<TestTask>(Tarvo::schedulerRootTarvo(), TaskPriority::low, "x", log);
+      pages.push_back(Tarvo::schedulerRootTarvo()->statsRenderPrometheus());
+    }).join();
+  }
+  const auto joined = Tarvo::joinPrometheusPages(pages);
+  const auto series = seriesOf(joined);
+  std::size_t lines = 0;
+  for (const auto& page : pages) lines += seriesOf(page).size();
+  EXPECT_EQ(series.size(), lines);
+  for (const std::string name : {"worker", "worker#2"}) {
+    EXPECT_EQ(series.at("tarvo_tasks{root=\"" + name +
+                        "\",scheduler=\"worker\",task=\"x\",priority=\"low\"}"),
+              1);
+  }
+  pages = {pages[1], joined};
+  EXPECT_TRUE(seriesOf(Tarvo::joinPrometheusPages(pages))
+                  .contains("tarvo_scheduler_suspended{root=\"worker#2#2\"}"));
+  for (const char* bad :
+       {"# HELP a b\nc{root=\"d\"} 1\n", "# HELP a b\na 1\n", "# HELP a b\na{root=\"d\n",
+        "a{root=\"d\"} 1\n", "# HELP a\n", "# HELP a b"}) {
+    pages[1] = bad;
+    EXPECT_THROW(Tarvo::joinPrometheusPages(pages), Tarvo::RuntimeException) << bad;
+  }
+}
+
+TEST_F(ReportsTest, ATaskWritesThePrometheusPageByTheLine) {
+  const auto before = seriesOf(root->statsRenderPrometheus());
+  const int file = memfd_create("page", MFD_CLOEXEC);
+  bool done = false;
+  const auto snapshot = root->snapshotRenderPrometheusAsync(file, [&](int error, auto) {
+    EXPECT_EQ(error, 0);
+    done = true;
+  });
+  snapshot->taskTestYieldRatioIs(1);
+  while (!done) Platform::doEventLoop(0.0);
+  std::string page(static_cast<std::size_t>(lseek(file, 0, SEEK_END)), ' ');
+  EXPECT_EQ(pread(file, page.data(), page.size(), 0), static_cast<ssize_t>(page.size()));
+  close(file);
+  const auto written = seriesOf(page);
+  EXPECT_TRUE(std::ranges::equal(written, before, {}, &std::pair<const std::string, double>::first,
+                                 &std::pair<const std::string, double>::first));
+  EXPECT_GT(snapshot->taskRunCountWritable(), written.size() / 2);
 }
 
 TEST_F(ReportsTest, RunsThatThrewAreToldEverywhere) {
@@ -137,7 +217,7 @@ TEST_F(ReportsTest, RunsThatThrewAreToldEverywhere) {
               testing::ContainsRegex("pending threw\n L group [^\n]* 1\n"));
   EXPECT_THAT(
       root->statsRenderPrometheus(),
-      HasSubstr("tarvo_task_threw_total{scheduler=\"root\",task=\"group\",priority=\"low\"} 1\n"));
+      HasSubstr("scheduler=\"root\",task=\"group\",priority=\"low\"} 1\n# HELP tarvo_task_work"));
   const auto json = parsed(root->statsRenderJson()), timeline = parsed(root->timelineRenderJson());
   EXPECT_EQ(named(named(json["schedulers"], "group")["tasks"], shown)["threw"].GetInt(), 1);
   EXPECT_EQ(std::ranges::count_if(timeline["traceEvents"].GetArray(),
