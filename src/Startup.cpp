@@ -7,11 +7,13 @@
 #include <pthread.h>
 
 #include "Tarvo/ForkHandler.h"
-#include "foundation/ForkedChild.h"
+#include "foundation/AtFork.h"
 #include "foundation/Terminate.h"
 #include "platform/LibeventBase.h"
 #include "platform/TraceHandles.h"
 #include "scheduler/SchedulerTrace.h"
+#include "trace/Backtrace.h"
+#include "trace/LocalTime.h"
 #include "util/UtilTrace.h"
 
 namespace Tarvo {
@@ -24,9 +26,16 @@ Platform::DebugHandler* makeHandle(const char* name) {
   return kept.emplace_back(Platform::getDebugHandler(name)).get();
 }
 
+void beforeFork() {
+  Impl::keepOffsetForChild();
+  Impl::holdChanges();
+}
+
 void reviveForkedChild() {
   Impl::forgetThreadId();
+  Impl::releaseChangesInChild();
   Impl::reviveLoco();
+  Impl::keepOffsetInChild();
   Impl::baseIsShared();
 }
 
@@ -37,10 +46,11 @@ void startUp() {
   // 2. What stands before a message.
   Platform::setTraceFormat("date,time,tid,handle,level");
   Platform::setTraceFormat(nullptr);
-  // 3. The report about what killed the process.
+  // 3. The report about what killed the process, and what backtraces need in a forked child.
+  Impl::loadUnwinder();
   Impl::installTerminateHandler();
-  // 4. What a forked child must put right, and how it knows that it is one.
-  const int error = pthread_atfork(nullptr, nullptr, reviveForkedChild);
+  // 4. What a fork must find whole, what a child must put right, and how it knows that it is one.
+  const int error = pthread_atfork(beforeFork, Impl::releaseChanges, reviveForkedChild);
   TARVO_CHECK(error == 0);
   Platform::setupHandler();
   // 5. The modules' handles.

@@ -11,7 +11,10 @@ namespace Tarvo {
 /// The call stack of one moment: up to 100 return addresses, innermost first.
 ///
 /// Capturing walks the stack once and, once a thread has done it before, allocates nothing; the
-/// text is made only when it is asked for. A plain value, to be copied freely.
+/// text is made only when it is asked for. A plain value, to be copied freely. In a thread that
+/// captured before some module was unloaded with dlclose(), and in a child that was forked among
+/// threads, capturing takes some thirty times as long, because what is remembered of the frames may
+/// be wrong there.
 class TARVO_EXPORT Backtrace {
  public:
   static constexpr unsigned maxFrames = 100;

@@ -5,6 +5,7 @@
 /// guarded by the global lock; what says REQUIRES: lock aborts without it.
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <unordered_map>
@@ -39,6 +40,7 @@ class TARVO_EXPORT DebugHandler : public Platform::DebugHandler {
   using HandlerMap = std::multimap<String, DebugHandler*>;
 
   bool levelsFixed_;
+  HandlerMap::iterator place_;  // its own entry
 
   static HandlerMap* handlerMap_;
 };
@@ -74,7 +76,7 @@ class TARVO_EXPORT DebugControl {
 
  private:
   using ExactMap = std::unordered_map<String, DebugControl*>;
-  using WildcardMap = std::map<String, DebugControl*>;
+  using WildcardMap = std::map<String, DebugControl*, std::less<>>;
 
   static void setExact(const String& name, std::uint16_t bits);
   static void setWildcard(const String& prefix, std::uint16_t bits);

@@ -10,6 +10,13 @@
 /// not touched. (A child that was forked by a handler runs its loop only after that handler has
 /// returned.)
 ///
+/// A child can trace, make channels and exceptions, and configure, whatever the parent's other
+/// threads were doing. When there were any, it keeps clear of the C library's and the unwinder's
+/// locks, one of which may be locked for ever: a backtrace takes some ten microseconds, and lines
+/// show local time by the offset from UTC at the fork, also when summer time begins or ends, until
+/// the program's own tzset() changes the zone. A program that lives on in a child for months forks
+/// before it starts threads.
+///
 ///     if (fork() == 0) {
 ///       Tarvo::leForkReinit();
 ///       Tarvo::Platform::doEventLoop();

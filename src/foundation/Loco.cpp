@@ -1,6 +1,6 @@
 #include "Tarvo/Loco.h"
 
-#include "foundation/ForkedChild.h"
+#include "foundation/AtFork.h"
 
 namespace Tarvo {
 

@@ -10,7 +10,7 @@
 #include <sstream>
 
 #include "Tarvo/Assert.h"
-#include "foundation/ForkedChild.h"
+#include "foundation/AtFork.h"
 
 namespace Tarvo {
 

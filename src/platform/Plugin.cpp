@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "Tarvo/Loco.h"
+#include "foundation/Registry.h"
 #include "platform/TraceHandles.h"
 
 namespace Tarvo::Platform {
@@ -64,7 +65,7 @@ void registerPlugin(Plugin* plugin) {
     const String name = plugin->name();
     TARVO_ASSERT(find(name) == nullptr, "Plugin {} already registered", name);
     TARVO_TRACE(pluginTrace, 2, "adding plugin {}", name);
-    registry().emplace(name, plugin);
+    Impl::addEntry(registry(), name, plugin);
   } catch (...) {
     Loading::failed();
   }

@@ -2,13 +2,19 @@
 
 #define UNW_LOCAL_ONLY
 #include <dlfcn.h>
+#include <execinfo.h>
 #include <fmt/format.h>
 #include <libunwind.h>
+#include <link.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+
+#include "foundation/AtFork.h"
+#include "trace/Backtrace.h"
 
 namespace Tarvo {
 
@@ -16,34 +22,67 @@ Backtrace::Backtrace(bool capture) {
   if (capture) unwind();
 }
 
+namespace {
+
 #ifdef __SANITIZE_THREAD__
 
-// The unwinder frees its per-thread cache at a moment when the thread sanitizer has already given
-// the thread up, and crashes in it. Single steps do without that cache.
-void Backtrace::unwind() {
-  unw_context_t context;
-  unw_getcontext(&context);
-  unw_cursor_t cursor;
-  unw_init_local(&cursor, &context);
-  unw_word_t ip = 0;
-  size_ = 0;
-  while (size_ < maxFrames && unw_step(&cursor) > 0 && unw_get_reg(&cursor, UNW_REG_IP, &ip) == 0) {
-    addresses_[size_++] = reinterpret_cast<void*>(ip);
-  }
-}
+// libunwind frees its per-thread cache at a moment when the thread sanitizer has already given the
+// thread up, and crashes in it.
+bool libunwindIsFit() { return false; }
 
 #else
 
-// unw_backtrace() walks with the unwinder's per-thread cache, some forty times faster than single
-// steps. It begins with the frame that calls it, which is not wanted.
+/// How many modules the dynamic loader has taken away so far.
+unsigned long long unloads() {
+  unsigned long long count = 0;
+  dl_iterate_phdr(
+      [](dl_phdr_info* info, std::size_t, void* found) {
+        *static_cast<unsigned long long*>(found) = info->dlpi_subs;
+        return 1;  // each module tells the same
+      },
+      &count);
+  return count;
+}
+
+/// libunwind remembers how the frames at an address are walked, once for the process and once for
+/// each thread. When modules go, others may take their addresses. The process's memory can be
+/// cleared, that of a thread cannot: it holds until the first unloading.
+bool libunwindIsFit() {
+  if (Impl::forkedAmongThreads()) return false;  // its locks may be locked for ever
+  static std::atomic<unsigned long long> unloadsAtClearing{0};
+  thread_local bool begun = false;
+  thread_local unsigned long long unloadsAtFirst = 0;
+  const unsigned long long now = unloads();
+  if (!begun) {
+    if (unloadsAtClearing.load(std::memory_order_acquire) != now) {
+      unw_flush_cache(unw_local_addr_space, 0, 0);
+      unloadsAtClearing.store(now, std::memory_order_release);
+    }
+    begun = true;
+    unloadsAtFirst = now;
+  }
+  return unloadsAtFirst == now;
+}
+
+#endif
+
+}  // namespace
+
+// unw_backtrace() walks with libunwind's per-thread cache, some thirty times faster than the
+// compiler's unwinder, which in turn waits for nobody and remembers nothing. Both begin with the
+// frame that calls them, which is not wanted.
 void Backtrace::unwind() {
   void* frames[maxFrames + 1];
-  const int found = unw_backtrace(frames, maxFrames + 1);
+  const int found =
+      libunwindIsFit() ? unw_backtrace(frames, maxFrames + 1) : backtrace(frames, maxFrames + 1);
   size_ = found > 1 ? static_cast<unsigned>(found - 1) : 0;
   std::copy_n(frames + 1, size_, addresses_.begin());
 }
 
-#endif
+void Impl::loadUnwinder() {
+  void* frame = nullptr;
+  backtrace(&frame, 1);
+}
 
 String Backtrace::pretty() const {
   String text;

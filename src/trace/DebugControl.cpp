@@ -1,10 +1,12 @@
 #include "Tarvo/DebugControl.h"
 
 #include <iostream>
+#include <string_view>
 
 #include "Tarvo/Allocator.h"
 #include "Tarvo/Loco.h"
 #include "Tarvo/Trace.h"
+#include "foundation/Registry.h"
 #include "trace/DisplayLevels.h"
 
 namespace Tarvo::Orl {
@@ -24,6 +26,13 @@ void forEachWithPrefix(Map& map, const String& prefix, Use use) {
   }
 }
 
+/// Takes a record out of its map. Of two records with one name, only the first is in it.
+template <typename Map>
+void remove(Map& map, const String& name, const DebugControl* control) {
+  const auto found = map.find(name);
+  if (found != map.end() && found->second == control) Impl::removeEntry(map, found);
+}
+
 constexpr std::uint16_t without(std::uint16_t levels, std::uint16_t bits) {
   return static_cast<std::uint16_t>(levels & ~bits);
 }
@@ -35,20 +44,18 @@ DebugControl::DebugControl(const String& name, std::uint16_t levels, bool wildca
   TARVO_CHECK(Tarvo::Platform::loco().owns_lock() && "DebugControl::DebugControl() no loco");
   initialize();
   if (wildcard_) {
-    wildCardDebugsMap_->emplace(name_, this);
+    Impl::addEntry(*wildCardDebugsMap_, name_, this);
   } else {
-    debugsMap_->emplace(name_, this);
+    Impl::addEntry(*debugsMap_, name_, this);
   }
 }
 
 DebugControl::~DebugControl() {
   TARVO_CHECK(Tarvo::Platform::loco().owns_lock() && "DebugControl::~DebugControl() no loco");
-  // Of two records with one name, only the first is in the map.
-  const auto isThis = [this](const auto& entry) { return entry.second == this; };
   if (wildcard_) {
-    std::erase_if(*wildCardDebugsMap_, isThis);
+    remove(*wildCardDebugsMap_, name_, this);
   } else {
-    std::erase_if(*debugsMap_, isThis);
+    remove(*debugsMap_, name_, this);
   }
 }
 
@@ -78,8 +85,11 @@ std::uint16_t DebugControl::parseLevels(const String& text) {
 DebugControl* DebugControl::findWildcard(String name) {
   TARVO_CHECK(Tarvo::Platform::loco().owns_lock() && "DebugControl::findWildcard() no loco");
   initialize();
-  for (const auto& [prefix, control] : *wildCardDebugsMap_) {
-    if (name.starts_with(prefix)) return control;
+  // The beginnings of the name are few, the records may be many.
+  const std::string_view text = name;
+  for (std::size_t size = 0; size <= text.size(); ++size) {
+    const auto found = wildCardDebugsMap_->find(text.substr(0, size));
+    if (found != wildCardDebugsMap_->end()) return found->second;
   }
   return nullptr;
 }

@@ -4,6 +4,7 @@
 #include "Tarvo/DebugControl.h"
 #include "Tarvo/Loco.h"
 #include "Tarvo/Trace.h"
+#include "foundation/Registry.h"
 #include "trace/DisplayLevels.h"
 
 namespace Tarvo {
@@ -38,14 +39,12 @@ DebugHandler::DebugHandler(const String& name, int levels, bool levelsFixed)
     : Platform::DebugHandler(name, static_cast<std::uint32_t>(levels)), levelsFixed_(levelsFixed) {
   TARVO_CHECK(Tarvo::Platform::loco().owns_lock() && "DebugHandler::DebugHandler() no loco");
   initialize();
-  handlerMap_->emplace(name, this);
+  place_ = Impl::addEntry(*handlerMap_, name, this);
 }
 
 DebugHandler::~DebugHandler() {
   Platform::LocoGuard guard;
-  auto [entry, end] = handlerMap_->equal_range(name());
-  while (entry != end && entry->second != this) ++entry;
-  if (entry != end) handlerMap_->erase(entry);
+  Impl::removeEntry(*handlerMap_, place_);
 }
 
 void DebugHandler::enabledIs(unsigned level, bool enable) {

@@ -3,6 +3,7 @@
 #include <unordered_map>
 
 #include "Tarvo/Loco.h"
+#include "foundation/Registry.h"
 
 namespace Tarvo {
 
@@ -18,10 +19,15 @@ std::unordered_map<String, IntrospectionPrinter>& introspectionMap() {
 
 void introspectionPrinterIs(const String& typeName, IntrospectionPrinter printer) {
   Platform::LocoGuard guard;
-  if (printer) {
-    introspectionMap()[typeName] = std::move(printer);
+  auto& map = introspectionMap();
+  const auto known = map.find(typeName);
+  if (known == map.end()) {
+    if (printer) Impl::addEntry(map, typeName, std::move(printer));
+  } else if (printer) {
+    const Impl::WholeChange change;
+    known->second.swap(printer);
   } else {
-    introspectionMap().erase(typeName);
+    Impl::removeEntry(map, known);
   }
 }
 

@@ -1,22 +1,19 @@
 #include "trace/LocalTime.h"
 
 #include <fmt/compile.h>
+#include <sys/single_threaded.h>
 
 #include <atomic>
 #include <chrono>
-#include <cstdint>
-#include <cstdlib>
-#include <limits>
+
+#include "foundation/AtFork.h"
 
 namespace Tarvo::Impl {
 
 namespace {
 
-constexpr std::time_t quarterHour = std::time_t{15} * 60;
-
-/// Tells zones apart by what the C library shows of the present one: zones of one offset may differ
-/// in their summer time, but not in their names too.
-std::uint64_t presentZone() {
+/// Tells zones apart by what the C library shows of the present one.
+std::uint64_t shownZone() {
   constexpr std::uint64_t odd = 0x9e3779b97f4a7c15;  // spreads the bits
   std::uint64_t zone = static_cast<std::uint64_t>(::timezone);
   zone = zone * odd + static_cast<std::uint64_t>(::daylight);
@@ -24,41 +21,30 @@ std::uint64_t presentZone() {
   return zone * odd + reinterpret_cast<std::uintptr_t>(::tzname[1]);
 }
 
-/// The offset of one quarter of an hour, shared by all threads. The number of the quarter since the
-/// epoch and the offset are one word, so that nobody pairs them wrongly.
-class SharedOffset {
- public:
-  bool find(std::int64_t quarter, std::uint64_t zone, long& offset) const {
-    const std::int64_t entry = entry_.load(std::memory_order_acquire);
-    if (entry >> offsetBits != quarter || zone_.load(std::memory_order_relaxed) != zone) {
-      return false;
-    }
-    offset = static_cast<long>(entry & (2 * offsetLimit - 1)) - offsetLimit;
-    return true;
-  }
-  void keep(std::int64_t quarter, std::uint64_t zone, long offset) {
-    constexpr std::int64_t quarterLimit = std::int64_t{1} << (62 - offsetBits);
-    if (std::abs(quarter) >= quarterLimit || std::abs(offset) >= offsetLimit) return;
-    zone_.store(zone, std::memory_order_relaxed);
-    entry_.store((quarter << offsetBits) | (offset + offsetLimit), std::memory_order_release);
-  }
+std::atomic<long> lastOffset{0};
+std::atomic<std::uint64_t> zoneAtFork{0};
+thread_local bool looking = false;  // a line from a signal handler must not look again
 
- private:
-  static constexpr unsigned offsetBits = 20;
-  static constexpr long offsetLimit = 1L << (offsetBits - 1);
-
-  std::atomic<std::int64_t> entry_{std::numeric_limits<std::int64_t>::min()};
-  std::atomic<std::uint64_t> zone_{0};
-};
-SharedOffset shared;
+/// Whether the C library may wait for ever for a lock that nobody is left to free. What it shows
+/// changes under that lock: once it has changed in the child, the lock is known to be in order.
+bool mayHang() {
+  return looking ||
+         (forkedAmongThreads() && shownZone() == zoneAtFork.load(std::memory_order_relaxed));
+}
 
 /// Seconds that the local time is ahead of the count of seconds, leap seconds included where the
 /// zone has them.
-bool offsetAt(std::time_t second, std::uint64_t zone, long& offset) {
-  const std::int64_t quarter = second / quarterHour;
-  if (shared.find(quarter, zone, offset)) return true;
+bool offsetAt(std::time_t second, bool zoneSet, long& offset) {
+  if (mayHang()) {
+    offset = lastOffset.load(std::memory_order_relaxed);
+    return true;
+  }
+  looking = true;
+  if (zoneSet) tzset();
   std::tm local;
-  if (localtime_r(&second, &local) == nullptr) return false;
+  const bool found = localtime_r(&second, &local) != nullptr;
+  looking = false;
+  if (!found) return false;
   using namespace std::chrono;
   const int yearShown = local.tm_year + 1900;
   if (yearShown < int{year::min()} || yearShown > int{year::max()}) return false;
@@ -66,17 +52,35 @@ bool offsetAt(std::time_t second, std::uint64_t zone, long& offset) {
   const sys_seconds shown =
       day + hours(local.tm_hour) + minutes(local.tm_min) + seconds(local.tm_sec);
   offset = static_cast<long>(shown.time_since_epoch().count() - second);
-  shared.keep(quarter, zone, offset);
+  lastOffset.store(offset, std::memory_order_relaxed);
   return true;
 }
 
 }  // namespace
 
-bool LocalTime::secondIs(std::time_t second) {
-  const std::uint64_t zone = presentZone();
-  if (second == second_ && zone == zone_) return true;
+void keepOffsetForChild() {
+  if (__libc_single_threaded != 0) return;  // then the child may look for itself
   long offset = 0;
-  if (!offsetAt(second, zone, offset)) return false;
+  offsetAt(std::time(nullptr), false, offset);
+}
+
+void keepOffsetInChild() { zoneAtFork.store(shownZone(), std::memory_order_relaxed); }
+
+void ZoneVariable::look() {
+  all_ = environ;
+  at_ = 0;
+  if (all_ == nullptr) return;
+  while (all_[at_] != nullptr && std::strncmp(all_[at_], "TZ=", 3) != 0) ++at_;
+  entry_ = all_[at_];
+  before_ = all_[at_ - (at_ > 0)];
+}
+
+bool LocalTime::secondIs(std::time_t second) {
+  const bool zoneSet = variable_.changed();
+  if (second == second_ && shownZone() == zone_ && !zoneSet) return true;
+  if (zoneSet) variable_.look();
+  long offset = 0;
+  if (!offsetAt(second, zoneSet, offset)) return false;
   using namespace std::chrono;
   const sys_seconds local{seconds(second + offset)};
   const auto day = floor<days>(local);
@@ -88,7 +92,7 @@ bool LocalTime::secondIs(std::time_t second) {
   fmt::format_to(time_, FMT_COMPILE("{:02}:{:02}:{:02}"), time.hours().count(),
                  time.minutes().count(), time.seconds().count());
   second_ = second;
-  zone_ = zone;
+  zone_ = shownZone();  // which the look-up may have changed
   return true;
 }
 

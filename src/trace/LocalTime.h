@@ -1,6 +1,8 @@
 #ifndef TARVO_SRC_TRACE_LOCALTIME_H
 #define TARVO_SRC_TRACE_LOCALTIME_H
 
+#include <unistd.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -9,11 +11,30 @@
 
 namespace Tarvo::Impl {
 
+/// Where TZ stands in the environment. Zones may differ in nothing that the C library shows, so a
+/// new value is noticed here, in a few loads.
+class ZoneVariable {
+ public:
+  /// Whether TZ may have another value than at the last look.
+  bool changed() const {
+    return environ != all_ ||
+           (all_ != nullptr && (all_[at_] != entry_ || all_[at_ - (at_ > 0)] != before_));
+  }
+  void look();
+
+ private:
+  char** all_ = nullptr;
+  std::size_t at_ = 0;            // of TZ, or of the end of the list
+  const char* entry_ = nullptr;   // null without TZ
+  const char* before_ = nullptr;  // an entry at the end shows in one of the two places
+};
+
 /// The local date and time of a second as text, "2026-05-01 " and "12:00:01".
 ///
-/// The C library breaks a second down under a lock that a fork can leave locked for ever in the
-/// child, and at a cost above that of all the rest of a line. So it is asked for the offset from
-/// UTC once per quarter of an hour, the step at which offsets change, and the rest is arithmetic.
+/// The C library breaks a second down at a cost above that of all the rest of a line, so it is
+/// asked once a second for the offset from UTC, and the rest is arithmetic. It does that under a
+/// lock of its own, which may be locked for ever in a child that was forked among threads: there
+/// the offset stays the one at the fork until the zone is seen to change.
 class LocalTime {
  public:
   /// False when the C library cannot break the second down.
@@ -33,11 +54,16 @@ class LocalTime {
 
  private:
   std::time_t second_ = std::numeric_limits<std::time_t>::min();  // none that has a date
-  std::uint64_t zone_ = 0;  // the C library's zone at that second
+  std::uint64_t zone_ = 0;  // what the C library showed of the zone then
+  ZoneVariable variable_;
   char date_[textSize] = {};
   std::size_t dateSize_ = 0;
   char time_[8] = {};
 };
+
+/// The hooks of fork(): before it, and in the child.
+void keepOffsetForChild();
+void keepOffsetInChild();
 
 }  // namespace Tarvo::Impl
 

@@ -1,9 +1,15 @@
 #include "Tarvo/Exception.h"
 
+#include <dlfcn.h>
+#include <fmt/format.h>
 #include <gtest/gtest.h>
+
+#include <cstdlib>
 
 #include "Tarvo/Trace.h"
 #include "support/Failure.h"
+
+extern "C" const char __executable_start;  // made by the linker
 
 namespace {
 
@@ -24,6 +30,25 @@ TEST(BacktraceTest, BeginsWithTheCallerOfUnwind) {
     ASSERT_GE(here.size(), 2U);
     EXPECT_EQ(here.address(1), calledFrom);
   }
+}
+
+TEST(BacktraceTest, OffsetsCountFromTheSymbolOrTheStartOfTheFile) {
+  static Backtrace inside(false);
+  const int key = 0;
+  void* const search = dlsym(RTLD_DEFAULT, "bsearch");  // the function, not its inline twin
+  reinterpret_cast<decltype(&std::bsearch)>(search)(&key, &key, 1, sizeof key,
+                                                    [](const void*, const void*) {
+                                                      inside.unwind();
+                                                      return 0;
+                                                    });
+  const auto shown = [](void* address, const char* symbol, const void* from) {
+    return fmt::format("{}+{:#x})[{}]\n", symbol,
+                       static_cast<char*>(address) - static_cast<const char*>(from), address);
+  };
+  const Tarvo::String text = inside.pretty();
+  EXPECT_NE(text.find(shown(inside.address(0), "(", &__executable_start)), Tarvo::String::npos)
+      << text;
+  EXPECT_NE(text.find(shown(inside.address(1), "(bsearch", search)), Tarvo::String::npos) << text;
 }
 
 TEST(ExceptionTest, WhatIsTheMessageAndTheStackOfItsOrigin) {

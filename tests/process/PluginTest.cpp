@@ -1,5 +1,6 @@
 #include "Tarvo/Plugin.h"
 
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 
 #include "Tarvo/Loco.h"
@@ -13,8 +14,12 @@ using testsupport::failureOf;
 
 struct Named : Tarvo::Platform::Plugin {
   explicit Named(const char* pluginName) : own(pluginName) {}
-  const char* name() override { return own; }
+  const char* name() override {
+    locked = locked && Tarvo::Platform::loco().owns_lock();
+    return own;
+  }
   const char* own;
+  bool locked = true;  // at each asking
 };
 
 TEST(PluginTest, AMissingLibraryIsNoError) {
@@ -30,15 +35,28 @@ TEST(PluginTest, ALibraryIsLoadedOnceAndMustRegisterItsName) {
   ASSERT_NE(greeter, nullptr);
   EXPECT_STREQ(greeter->name(), "TarvoGreeter");
   EXPECT_EQ(Tarvo::Platform::loadPlugin("TarvoGreeter"), greeter);
-  EXPECT_THAT(failureOf([] { Tarvo::Platform::loadPlugin("TarvoMisnamed"); }),
-              HasSubstr("Phooey -- plugin TarvoMisnamed failed to register"));
-  EXPECT_FALSE(Tarvo::Platform::loco().owns_lock());
+  const auto child = testsupport::runForked([] {  // what is loaded stays
+    const auto failure = failureOf([] { Tarvo::Platform::loadPlugin("TarvoMisnamed"); });
+    if (failure.find("Phooey -- plugin TarvoMisnamed failed to register") == failure.npos) return 1;
+    if (Tarvo::Platform::loco().owns_lock()) return 2;
+    // The library's names are for all to see, and its initialisers run under the lock.
+    const auto* underLock = static_cast<bool*>(dlsym(RTLD_DEFAULT, "misnamedLoadedUnderLock"));
+    return underLock != nullptr && *underLock ? 0 : 3;
+  });
+  EXPECT_EQ(child.exitCode, 0);
+}
+
+TEST(PluginTest, ALibraryIsBoundWholeWhenItIsLoaded) {
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(Tarvo::Platform::loadPlugin("TarvoUnbound"), nullptr);
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("nowhereDefined"));
 }
 
 TEST(PluginTest, ANameIsTakenOnce) {
   static Named first("twin");
   static Named second("twin");
   Tarvo::Platform::registerPlugin(&first);
+  EXPECT_TRUE(first.locked);
   EXPECT_THAT(failureOf([] { Tarvo::Platform::registerPlugin(&second); }),
               HasSubstr("Plugin twin already registered"));
   EXPECT_EQ(Tarvo::Platform::loadPlugin("twin"), &first);

@@ -27,6 +27,11 @@ struct ThreadWords {
   ~ThreadWords() { TARVO_TRACE(handler, 1, "thread words"); }
 };
 
+/// Cannot even be described.
+struct Unspeakable : std::exception {
+  const char* what() const noexcept override { std::terminate(); }
+};
+
 void run(const std::string& what) {
   if (what == "list") {
     for (const char* name : {"TaskScheduler", "TarvoX", "Foo"}) {
@@ -55,6 +60,7 @@ void run(const std::string& what) {
   if (what == "family") Tarvo::RuntimeException::throwException("boom");
   if (what == "standard") throw std::runtime_error("boom");
   if (what == "number") throw 5;
+  if (what == "unspeakable") throw Unspeakable();
   if (what == "terminate") std::terminate();
   if (what == "abort") TARVO_ABORT("composed {}", "text");
   if (what == "abort-odd") TARVO_ABORT("odd {:{}}", 1, -1);

@@ -81,6 +81,10 @@ TEST(LastWordsTest, AnEscapedExceptionIsNamedAndShown) {
   EXPECT_THAT(helper("number").err,
               StartsWith("terminate called after throwing an instance of 'int'\nBacktrace:\n"));
   EXPECT_THAT(helper("terminate").err, StartsWith("Backtrace:\n"));
+  const auto unspeakable = helper("unspeakable");
+  EXPECT_EQ(unspeakable.signal, SIGABRT);  // and not the end of an endless recursion
+  EXPECT_THAT(unspeakable.err, EndsWith("Unspeakable'\n"));
+  EXPECT_THAT(helper("standard", "TARVO_BACKTRACE_VERBOSITY=00").err, HasSubstr("Backtrace:\n"));
   const std::string quiet = "TARVO_BACKTRACE_VERBOSITY=0";
   EXPECT_THAT(helper("standard", quiet).err, EndsWith("'\n  what(): boom\n"));
   EXPECT_THAT(helper("family", quiet).err, HasSubstr("Backtrace:\n"));

@@ -2,10 +2,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <ctime>
 #include <iostream>
 #include <map>
 #include <random>
 #include <sstream>
+#include <vector>
 
 #include "Tarvo/Debug.h"
 
@@ -157,6 +159,24 @@ TEST(DebugConfigTest, EntriesAreCutAtCommasAndSlashes) {
   EXPECT_EQ(handler->levels(), 1U << 20);
   clearTarvoDebug(nullptr);
   setupTarvoDebug("");
+}
+
+TEST(DebugConfigTest, ManyChannelsOfOneNameAndManyRecordsAreNoMoreWorkEach) {
+  const auto begun = std::clock();
+  constexpr int many = 30000;
+  std::vector<HandlerPtr> handlers;
+  for (int i = 0; i < many; ++i) handlers.push_back(getDebugHandler("Same"));
+  while (!handlers.empty()) handlers.pop_back();
+  for (const char* form : {"manyW{}*/5,", "manyE{}/5,"}) {
+    String records;
+    for (int i = 0; i < many; ++i) records += fmt::format(fmt::runtime(form), i);
+    setupTarvoDebug(records.c_str());
+  }
+  EXPECT_EQ(listing("many").size(), 2U * many);
+  clearTarvoDebug("manyE*/5,manyW*/5");
+  EXPECT_EQ(listing("many").size(), 0U);
+  // Of the processor, and far more than it takes; what grows with the square takes far longer.
+  EXPECT_LT((std::clock() - begun) / CLOCKS_PER_SEC, 3);
 }
 
 }  // namespace
