@@ -56,6 +56,10 @@
 
 namespace Tarvo {
 
+namespace Impl {
+class DeferredFdControl;
+}
+
 class TARVO_EXPORT FileDescriptorTask : public _TaskBase, private Platform::FdEventHandler {
  public:
   FileDescriptorTask(std::shared_ptr<TaskScheduler> scheduler, TaskPriority priority, String name);
@@ -150,7 +154,7 @@ class TARVO_EXPORT FileDescriptorTask : public _TaskBase, private Platform::FdEv
   bool taskWatchReadable_ = false;
   bool taskWatchWritable_ = false;
   bool writeRunWanted_ = false;  // asked for, and neither run nor taken back
-  std::shared_ptr<Platform::FdControl> fdControl_;
+  std::shared_ptr<Impl::DeferredFdControl> fdControl_;
   std::shared_ptr<ReadTask> readTask_;
   std::shared_ptr<WriteTask> writeTask_;
   TaskImpl* executingTask_ = nullptr;

@@ -142,6 +142,10 @@ class TARVO_EXPORT TaskSchedulerRoot : public TaskScheduler, private Platform::C
  private:
   class StatsReset;
 
+  /// The priority that the next step runs, unless less urgent ones have waited too long; beyond the
+  /// last when nothing is to run or no step is requested.
+  unsigned nextUrgency() const;
+
   std::shared_ptr<Platform::CallbackControl> callbackControl_;
   std::set<TaskScheduler*> schedulers_;
   std::thread::id threadId_;

@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 
+#include "Tarvo/Export.h"
 #include "Tarvo/Platform.h"
 
 namespace Tarvo::Impl {
@@ -13,24 +14,27 @@ namespace Tarvo::Impl {
 /// level, a descriptor would be reported once more in every turn of the loop until it is served,
 /// which costs the more the more are ready. This control reports readability once and is then quiet
 /// until it is told that the report was served. It reports again what is still readable then, and
-/// whatever the handler refused by throwing. `forgotten` is called when the descriptor turns out to
-/// have been closed while it was watched.
-std::shared_ptr<Platform::FdControl> getDeferredFdControl(Platform::FdEventHandler* handler,
-                                                          std::function<void()> forgotten);
+/// whatever the handler refused by throwing.
+class TARVO_EXPORT DeferredFdControl : public Platform::FdControl {
+ public:
+  /// Tells that the report was served. To find out what is still readable the kernel must be asked,
+  /// and it is cheaper to ask for several descriptors together: that may be put off until so many
+  /// steps of the thread's root have ended. A lower urgency is a more urgent one.
+  virtual void readServed(std::size_t steps, unsigned urgency) noexcept = 0;
+  /// Whether the descriptor was closed and its number now stands for another file. (Files without
+  /// an identity of their own, such as an eventfd, look all the same.)
+  virtual bool namesOtherFile() const = 0;
+};
 
-/// Tells a deferred control that its report was served. To find out what is still readable the
-/// kernel must be asked, and it is cheaper to ask for several descriptors together: it may be put
-/// off for so many steps of the thread's schedulers. A lower urgency is a more urgent one.
-void readServed(Platform::FdControl& control, std::size_t steps, unsigned urgency) noexcept;
-/// Whether anything was put off, and the most urgent of that.
-bool anyReadsServed() noexcept;
-unsigned servedReadsUrgency() noexcept;
-/// A step begins; with the last one for now, everything is asked for that was put off.
-void servedReadsStep(bool last) noexcept;
+/// `forgotten` is called when the descriptor turns out to have been closed while it was watched.
+std::shared_ptr<DeferredFdControl> getDeferredFdControl(Platform::FdEventHandler* handler,
+                                                        std::function<void()> forgotten);
 
-/// Whether the control's descriptor was closed and its number now stands for another file. (Files
-/// without an identity of their own, such as an eventfd, look all the same.)
-bool namesOtherFile(const Platform::FdControl& control);
+/// Whether the thread has served reports that it is to ask about.
+bool anyReadsPutOff() noexcept;
+/// A step of the root has ended, with something put off. What is as urgent as `next`, or less, may
+/// wait for as many steps as it was put off for; what is more urgent is asked for now.
+void stepEnds(unsigned next) noexcept;
 
 }  // namespace Tarvo::Impl
 

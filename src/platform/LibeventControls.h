@@ -9,15 +9,18 @@
 #include <functional>
 
 #include "Tarvo/Export.h"
+#include "Tarvo/List.h"
 #include "Tarvo/Platform.h"
-#include "platform/FdSharers.h"
+#include "platform/DeferredFdControl.h"
 #include "platform/Notification.h"
 
 namespace Tarvo {
 
 namespace Impl {
+class DescriptorTable;
 class ServedReads;
-}
+struct Descriptor;
+}  // namespace Impl
 
 /// A one-shot timer on the event base.
 class TARVO_EXPORT LibeventTimerControl : public Platform::TimerControl {
@@ -68,7 +71,7 @@ class TARVO_EXPORT LibeventCallbackControl : public Platform::CallbackControl,
 
 /// Readiness of one descriptor. The read event persists; the write event is spent when it fires and
 /// comes back with the next setWrites(true).
-class TARVO_EXPORT LibeventFdControl : public Platform::FdControl {
+class TARVO_EXPORT LibeventFdControl : public Impl::DeferredFdControl {
  public:
   /// Whether readability is reported in every turn of the loop, or once until it was served.
   enum class Reports : std::uint8_t { everyTurn, onceUntilServed };
@@ -87,24 +90,32 @@ class TARVO_EXPORT LibeventFdControl : public Platform::FdControl {
   int getFd() const override;
   void clearEvents() override;
 
-  /// See DeferredFdControl.h.
-  void readServed(std::size_t steps, unsigned urgency) noexcept;
-  bool namesOtherFile() const;
+  void readServed(std::size_t steps, unsigned urgency) noexcept override;
+  bool namesOtherFile() const override;
 
  private:
-  friend class FdSharers;
+  friend class Impl::DescriptorTable;
   friend class Impl::ServedReads;
+  friend struct Impl::Descriptor;
   using Notify = void (Platform::FdEventHandler::*)(int fd);
 
   static void handleFdRead(evutil_socket_t fd, short what, void* arg);
   static void handleFdWrite(evutil_socket_t fd, short what, void* arg);
   void notify(Notify notification, const event& ev, void (LibeventFdControl::*watchAgain)());
+  // As above, without a report of what the kernel has reported to another one already.
+  bool addReads();
+  bool addWrites();
+  bool add(event& ev, short flags, event_callback_fn callback);
   void watchReads();
-  void watchReadsAnew() noexcept;
   void watchWrites();
-  void watch(event& ev, short flags, event_callback_fn callback);
   void unwatch(event& ev);
   void reportIfReady(event& ev, short what);
+  [[noreturn]] void refuse();
+  bool edge() const;
+  bool alone() const;
+  // Deletes the events and, when that has been done to all sharers, adds them again.
+  void pause();
+  bool resume();
 
   Platform::FdEventHandler* handler_;
   int fd_ = -1;
@@ -114,11 +125,12 @@ class TARVO_EXPORT LibeventFdControl : public Platform::FdControl {
   event writeEvent_;
   Impl::Lifeline lifeline_;
   Reports reports_;
-  bool edge_ = false;    // watched by edges, which the kernel reports once
   bool served_ = false;  // and waits to be asked for
-  Impl::FileIdentity file_;
+  bool pausedReads_ = false;
+  bool pausedWrites_ = false;
   std::function<void()> forgotten_;
-  LibeventFdControl* nextSharer_ = nullptr;  // of the same descriptor
+  Impl::Descriptor* descriptor_ = nullptr;  // set when fd_ is
+  ListLinkNode sharersLink_;                // linked when fd_ is set
 };
 
 /// Breaks the thread's loop after a delay, unless it is destroyed first.

@@ -3,16 +3,16 @@
 
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <utility>
 
 #include "platform/LibeventTrace.h"
 
 #include "Tarvo/Allocator.h"
 #include "Tarvo/LibeventFactory.h"
-#include "platform/DeferredFdControl.h"
+#include "platform/DescriptorTable.h"
 #include "platform/LibeventBase.h"
 #include "platform/LibeventControls.h"
-#include "platform/ServedReads.h"
 
 namespace Tarvo {
 
@@ -48,10 +48,13 @@ void LibeventFdControl::setFd(int fd) {
   TARVO_CHECK(result == 0);
   // Whatever happens below, nothing of the old descriptor may come under the new one's number.
   LibeventFdControl::delFd();
-  fd_ = fd;
-  FdSharers::join(*this);
-  if (reads_) watchReads();
-  if (writes_) watchWrites();
+  const Impl::Lifeline::Watch watch(lifeline_);
+  Impl::descriptorTable().forgetClosed(fd);
+  if (!watch.alive()) return;
+  LibeventFdControl::delFd();  // whoever was told may have bound it
+  Impl::descriptorTable().join(*this, fd);
+  if ((reads_ && !addReads()) || (writes_ && !addWrites())) refuse();
+  if (!alone()) descriptor_->renew();
 }
 
 void LibeventFdControl::setReads(bool on) {
@@ -74,64 +77,87 @@ void LibeventFdControl::setWrites(bool on) {
   }
 }
 
+bool LibeventFdControl::edge() const { return descriptor_ != nullptr && descriptor_->edge; }
+
+bool LibeventFdControl::alone() const {
+  return descriptor_ == nullptr ||
+         std::next(descriptor_->controls.begin()) == descriptor_->controls.end();
+}
+
+bool LibeventFdControl::addReads() {
+  if (reports_ == Reports::everyTurn) return add(readEvent_, EV_READ | EV_PERSIST, handleFdRead);
+  if (edge()) return add(readEvent_, EV_READ | EV_PERSIST | EV_ET, handleFdRead);
+  return add(readEvent_, EV_READ, handleFdRead);  // readServed() brings it back
+}
+
+bool LibeventFdControl::addWrites() {
+  return add(writeEvent_, edge() ? EV_WRITE | EV_ET : EV_WRITE, handleFdWrite);
+}
+
+bool LibeventFdControl::add(event& ev, short flags, event_callback_fn callback) {
+  Impl::deleteEvent(ev);
+  event_assign(&ev, leInit(), fd_, flags, callback, this);
+  eventPrioritySet(&ev, Platform::eventPriorityDefault);
+  return event_add(&ev, nullptr) == 0;
+}
+
 void LibeventFdControl::watchReads() {
-  if (reports_ == Reports::everyTurn) {
-    watch(readEvent_, EV_READ | EV_PERSIST, handleFdRead);
-  } else if (!edge_) {
-    watch(readEvent_, EV_READ, handleFdRead);  // readServed() brings it back
-  } else {
-    watch(readEvent_, EV_READ | EV_PERSIST | EV_ET, handleFdRead);
-    // For another one's sake the kernel has perhaps reported this edge already.
-    if (!FdSharers::alone(*this)) reportIfReady(readEvent_, EV_READ);
-  }
+  if (!addReads()) refuse();
+  reportIfReady(readEvent_, EV_READ);
 }
 
 void LibeventFdControl::watchWrites() {
-  if (!edge_) return watch(writeEvent_, EV_WRITE, handleFdWrite);
-  watch(writeEvent_, EV_WRITE | EV_ET, handleFdWrite);
-  if (!FdSharers::alone(*this)) reportIfReady(writeEvent_, EV_WRITE);
+  if (!addWrites()) refuse();
+  reportIfReady(writeEvent_, EV_WRITE);
 }
 
+/// For another one's sake the kernel has perhaps reported this edge already.
 void LibeventFdControl::reportIfReady(event& ev, short what) {
+  if (!edge() || alone()) return;
   pollfd state{fd_, static_cast<short>(what == EV_READ ? POLLIN : POLLOUT), 0};
-  if (poll(&state, 1, 0) == 1 && (state.revents & POLLNVAL) == 0) event_active(&ev, what, 1);
+  const int ready = poll(&state, 1, 0);
+  if (ready == 0 || (state.revents & POLLNVAL) != 0 || !descriptor_->open()) return;
+  if (ready < 0) return descriptor_->renew();  // the kernel would not say
+  event_active(&ev, what, 1);
+}
+
+void LibeventFdControl::refuse() {
+  const int error = errno;
+  const int fd = fd_;
+  delFd();  // half a binding is none
+  RuntimeException::throwException(
+      fmt::format("cannot watch descriptor {}: {}", fd, std::strerror(error)));
+}
+
+void LibeventFdControl::pause() {
+  // A report that was not served yet has perhaps used its event up, but not the wish for more.
+  pausedReads_ = readEvent_.ev_fd == fd_;
+  pausedWrites_ = event_pending(&writeEvent_, EV_WRITE, nullptr) != 0;
+  Impl::deleteEvent(readEvent_);
+  Impl::deleteEvent(writeEvent_);
+}
+
+bool LibeventFdControl::resume() {
+  return (!pausedReads_ || addReads()) && (!pausedWrites_ || addWrites());
 }
 
 void LibeventFdControl::readServed(std::size_t steps, unsigned urgency) noexcept {
-  const bool watched = fd_ >= 0 && readEvent_.ev_fd == fd_;
+  const bool watched = descriptor_ != nullptr && readEvent_.ev_fd == fd_;
   if (!watched || reports_ == Reports::everyTurn) return;
-  if (edge_) return Impl::servedReads().add(*this, steps, urgency);
-  if (event_pending(&readEvent_, EV_READ, nullptr) == 0) watchReadsAnew();
-}
-
-void LibeventFdControl::watchReadsAnew() noexcept {
-  try {
-    watchReads();
-  } catch (const std::exception& failure) {
-    TARVO_TRACE(Impl::libeventTrace, 1, "{}", failure.what());
-  }
+  if (edge()) return descriptor_->table.servedReads().add(*this, steps, urgency);
+  if (event_pending(&readEvent_, EV_READ, nullptr) != 0 || !descriptor_->open() || addReads())
+    return;
+  TARVO_TRACE(Impl::libeventTrace, 1, "cannot watch descriptor {}: {}", fd_, std::strerror(errno));
+  delFd();
 }
 
 bool LibeventFdControl::namesOtherFile() const {
   const Impl::FileIdentity now = Impl::FileIdentity::of(fd_);
-  return !(now == Impl::FileIdentity() || now == file_);
-}
-
-void LibeventFdControl::watch(event& ev, short flags, event_callback_fn callback) {
-  Impl::deleteEvent(ev);
-  event_assign(&ev, leInit(), fd_, flags, callback, this);
-  eventPrioritySet(&ev, Platform::eventPriorityDefault);
-  if (event_add(&ev, nullptr) != 0) {
-    const int error = errno;
-    const int fd = getFd();
-    delFd();  // half a binding is none
-    RuntimeException::throwException(
-        fmt::format("cannot watch descriptor {}: {}", fd, std::strerror(error)));
-  }
+  return descriptor_ != nullptr && !(now == Impl::FileIdentity() || now == descriptor_->file);
 }
 
 void LibeventFdControl::unwatch(event& ev) {
-  if (&ev == &readEvent_) Impl::servedReads().remove(*this);
+  if (&ev == &readEvent_ && served_) descriptor_->table.servedReads().remove(*this);
   Impl::deleteEvent(ev);
   ev.ev_fd = -1;
 }
@@ -143,7 +169,7 @@ void LibeventFdControl::clearEvents() {
 
 void LibeventFdControl::delFd() {
   clearEvents();
-  FdSharers::leave(*this);
+  Impl::DescriptorTable::leave(*this);
   fd_ = -1;
 }
 
@@ -151,7 +177,7 @@ int LibeventFdControl::getFd() const { return fd_; }
 
 void LibeventFdControl::handleFdRead(evutil_socket_t, short, void* arg) {
   Impl::runNotification([self = static_cast<LibeventFdControl*>(arg)] {
-    Impl::servedReads().remove(*self);
+    if (self->served_) self->descriptor_->table.servedReads().remove(*self);
     self->notify(&Platform::FdEventHandler::readFdEvent, self->readEvent_,
                  &LibeventFdControl::watchReads);
   });
@@ -185,14 +211,10 @@ std::shared_ptr<Platform::FdControl> getLeFdControl(Platform::FdEventHandler* ha
   return std::allocate_shared<LibeventFdControl>(Allocator<LibeventFdControl>(), handler);
 }
 
-std::shared_ptr<Platform::FdControl> Impl::getDeferredFdControl(Platform::FdEventHandler* handler,
-                                                                std::function<void()> forgotten) {
+std::shared_ptr<Impl::DeferredFdControl> Impl::getDeferredFdControl(
+    Platform::FdEventHandler* handler, std::function<void()> forgotten) {
   return std::allocate_shared<LibeventFdControl>(Allocator<LibeventFdControl>(), handler,
                                                  std::move(forgotten));
-}
-
-bool Impl::namesOtherFile(const Platform::FdControl& control) {
-  return static_cast<const LibeventFdControl&>(control).namesOtherFile();
 }
 
 }  // namespace Tarvo

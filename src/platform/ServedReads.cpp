@@ -6,18 +6,11 @@
 #include <algorithm>
 #include <limits>
 
-#include "platform/DeferredFdControl.h"
-#include "platform/LibeventControls.h"
+#include "platform/LibeventTrace.h"
+
+#include "platform/DescriptorTable.h"
 
 namespace Tarvo::Impl {
-
-namespace {
-
-thread_local constinit ServedReads threadReads;
-
-}  // namespace
-
-ServedReads& servedReads() { return threadReads; }
 
 void ServedReads::add(LibeventFdControl& control, std::size_t steps, unsigned urgency) noexcept {
   if (!control.served_) {
@@ -40,25 +33,29 @@ void ServedReads::remove(LibeventFdControl& control) noexcept {
   if (!any()) clear();  // the next one to come brings a patience of its own
 }
 
-void ServedReads::step(bool last) noexcept {
-  if (any() && (--steps_ == 0 || last)) ask();
+void ServedReads::stepEnds(unsigned next) noexcept {
+  if (any() && (--steps_ == 0 || next > urgency_)) ask();
 }
 
 void ServedReads::ask() noexcept {
   std::array<pollfd, std::tuple_size_v<decltype(controls_)>> states;
   for (std::size_t i = 0; i < count_; ++i) states[i] = {controls_[i]->fd_, POLLIN, 0};
-  // It may be refused, as when the process has lowered its limit of descriptors. An event that is
-  // added anew is reported by its present state, at the cost of two system calls for each.
+  // It may be refused, as when the process has lowered its limit of descriptors.
   const bool answered = poll(states.data(), count_, 0) >= 0;
   const auto waiting = controls_;
   const std::size_t count = count_;
   clear();
   for (std::size_t i = 0; i < count; ++i) {
     const short found = states[i].revents;
-    if (!answered) {
-      waiting[i]->watchReadsAnew();
-    } else if (found != 0 && (found & POLLNVAL) == 0) {
+    if (answered && (found == 0 || (found & POLLNVAL) != 0)) continue;
+    const Descriptor& descriptor = *waiting[i]->descriptor_;
+    if (!descriptor.open()) {
+      TARVO_TRACE(libeventTrace, 1, "descriptor {} was closed while it was watched",
+                  descriptor.number);
+    } else if (answered) {
       event_active(&waiting[i]->readEvent_, EV_READ, 1);
+    } else {
+      descriptor.renew();
     }
   }
 }
@@ -71,17 +68,3 @@ void ServedReads::clear() noexcept {
 }
 
 }  // namespace Tarvo::Impl
-
-namespace Tarvo {
-
-void Impl::readServed(Platform::FdControl& control, std::size_t steps, unsigned urgency) noexcept {
-  static_cast<LibeventFdControl&>(control).readServed(steps, urgency);
-}
-
-unsigned Impl::servedReadsUrgency() noexcept { return threadReads.urgency(); }
-
-bool Impl::anyReadsServed() noexcept { return threadReads.any(); }
-
-void Impl::servedReadsStep(bool last) noexcept { servedReads().step(last); }
-
-}  // namespace Tarvo

@@ -134,7 +134,7 @@ int FileDescriptorTask::taskWatchFd() const { return fdControl_->getFd(); }
 
 void FileDescriptorTask::taskWatchFdIs(int fd) {
   taskScheduler()->sanityCheckCurrentRunningThread();
-  if (fd == taskWatchFd() && (fd < 0 || !Impl::namesOtherFile(*fdControl_))) return;
+  if (fd == taskWatchFd() && (fd < 0 || !fdControl_->namesOtherFile())) return;
   const auto self = weak_from_this().lock();  // a hook may drop the task
   unscheduleDirections();
   fdControl_->setFd(fd);
@@ -192,9 +192,12 @@ void FileDescriptorTask::_taskExecuteReadable() {
     // Also when the run was refused or threw. One that is queued already will look by itself.
     ~Served() {
       if (task.readTask_->taskScheduled()) return;
-      // Others may get ahead of it by an eighth of the queue, no more.
-      const std::uint64_t ahead = task.taskScheduler()->runsBefore(task.taskPriority_);
-      Impl::readServed(*task.fdControl_, ahead / 8, task.taskPriority_);
+      // Others may get ahead of it by an eighth of the queue, no more. The members of a group all
+      // run in one step of the root.
+      const TaskScheduler& scheduler = *task.taskScheduler();
+      const std::uint64_t ahead = scheduler.runsBefore(task.taskPriority_) / 8;
+      const bool member = &scheduler != scheduler.root();
+      task.fdControl_->readServed(member && ahead > 0 ? 1 : ahead, task.taskPriority_);
     }
     FileDescriptorTask& task;
   } const served{*this};

@@ -5,7 +5,6 @@
 
 #include "Tarvo/Allocator.h"
 #include "Tarvo/TaskScheduler.h"
-#include "platform/DeferredFdControl.h"
 
 namespace Tarvo {
 
@@ -131,9 +130,6 @@ void TaskGroup::runMembers(ParentTask& parent) {
 }
 
 unsigned int TaskGroup::runPass(ParentTask& parent) {
-  struct EndOfPass {
-    ~EndOfPass() { Impl::servedReadsStep(true); }  // before the loop goes on and reports again
-  } const endOfPass;
   unsigned int runs = 0;
   auto now = TaskClock::now();
   while (hasTaskToRun() && !root()->suspended()) {

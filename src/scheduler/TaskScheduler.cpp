@@ -4,7 +4,6 @@
 #include <ostream>
 #include <utility>
 
-#include "platform/DeferredFdControl.h"
 #include "platform/LibeventBase.h"
 #include "scheduler/SchedulerTrace.h"
 #include "scheduler/TaskNameIndex.h"
@@ -104,8 +103,7 @@ void TaskScheduler::requestNextRun(TaskClock::time_point now) {
   try {
     requestSchedulerRun();
   } catch (...) {
-    hasRunnableTasks_ = false;    // so that the next task asks again
-    Impl::servedReadsStep(true);  // no step comes in which that could be done
+    hasRunnableTasks_ = false;  // so that the next task asks again
     throw;
   }
 }

@@ -55,11 +55,19 @@ void TaskSchedulerRoot::callback() { handleSchedulerRun(); }
 void TaskSchedulerRoot::handleSchedulerRun() {
   const bool wanted = followFastForward_ && Platform::fastForward();
   if (wanted != virtualTime_) virtualTimeIs(wanted);
-  // Nothing less urgent is let past a descriptor.
-  if (Impl::anyReadsServed()) {
-    Impl::servedReadsStep(suspended_ || !hasTaskToRun(Impl::servedReadsUrgency()));
-  }
+  struct EndOfStep {
+    ~EndOfStep() {
+      if (Impl::anyReadsPutOff()) Impl::stepEnds(root.nextUrgency());
+    }
+    const TaskSchedulerRoot& root;
+  } const endOfStep{*this};
   TaskScheduler::handleSchedulerRun();
+}
+
+unsigned TaskSchedulerRoot::nextUrgency() const {
+  unsigned urgency = callbackControl_->pendingCallback() ? 0 : TaskPriority::oneBeyondLast;
+  while (urgency < TaskPriority::oneBeyondLast && !hasTaskToRun(urgency)) ++urgency;
+  return urgency;
 }
 
 void TaskSchedulerRoot::registerScheduler(TaskScheduler* scheduler) {
@@ -99,7 +107,7 @@ void TaskSchedulerRoot::suspendedIs(bool suspended) {
   const auto now = TaskClock::now();
   recordEvent(now, suspended ? TaskSchedulerEventType::schedulerSuspended
                              : TaskSchedulerEventType::schedulerUnsuspended);
-  if (suspended) return Impl::servedReadsStep(true);
+  if (suspended) return;
   try {
     requestNextRun(now);
   } catch (...) {

@@ -38,4 +38,31 @@ TEST_F(SchedulerFixture, SteadyWorkOfEveryKindOfTaskAllocatesNothing) {
   EXPECT_EQ(reader->taskRunCountReadable(), 600U);
 }
 
+TEST_F(SchedulerFixture, ADescriptorThatFindsNoMemoryIsFreeForTheNextTry) {
+  const auto normal = TaskPriority::normal;
+  for (const bool shared : {false, true}) {
+    bool refused = true;
+    for (unsigned long nth = 1; refused; ++nth) {
+      refused = false;
+      const SocketPair pair;
+      auto first = std::make_shared<ReadingTask>(root, normal, "first");
+      const auto second = std::make_shared<ReadingTask>(root, normal, "second");
+      if (shared) first->taskWatchFdIs(pair.ends[0]);
+      refusedAllocation = nth;
+      try {
+        second->taskWatchFdIs(pair.ends[0]);
+      } catch (const std::bad_alloc&) {
+        refused = true;
+        EXPECT_EQ(second->taskWatchFd(), -1);
+      }
+      refusedAllocation = 0;
+      second->taskWatchFdIs(pair.ends[0]);
+      first.reset();
+      ASSERT_EQ(write(pair.ends[1], "x", 1), 1);
+      for (int pass = 0; pass < 4; ++pass) Platform::doEventLoop(0.0);
+      EXPECT_EQ(second->last, 'x') << nth;
+    }
+  }
+}
+
 }  // namespace

@@ -1,4 +1,5 @@
 #include <poll.h>
+#include <sys/epoll.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -11,7 +12,8 @@
 
 namespace {
 bool pollRefuses = false;
-}
+int registrations = 0;
+}  // namespace
 
 /// Stands before the C library's for the library too. The kernel refuses when a process has lowered
 /// its limit of descriptors, which the sanitizers do not bear.
@@ -19,6 +21,12 @@ extern "C" [[gnu::visibility("default")]] int poll(pollfd* states, nfds_t count,
   if (!pollRefuses) return static_cast<int>(syscall(SYS_poll, states, count, timeout));
   errno = EINVAL;
   return -1;
+}
+
+extern "C" [[gnu::visibility("default")]] int epoll_ctl(int set, int what, int fd,
+                                                        epoll_event* event) noexcept {
+  ++registrations;
+  return static_cast<int>(syscall(SYS_epoll_ctl, set, what, fd, event));
 }
 
 namespace {
@@ -37,6 +45,10 @@ struct TestFd : Tarvo::FileDescriptorTask {
     run(" read", onRead);
   }
   void taskExecuteWritable() override { run(" write", onWrite); }
+  void readFdEvent(int fd) override {
+    if (std::exchange(refuses, false)) throw std::runtime_error("not now");
+    FileDescriptorTask::readFdEvent(fd);
+  }
   void handleTaskBusy() override {
     if (const auto action = std::exchange(onBusy, nullptr)) action();
   }
@@ -46,6 +58,7 @@ struct TestFd : Tarvo::FileDescriptorTask {
   }
   RunLog& log;
   std::size_t appetite = 0;
+  bool refuses = false;
   std::string got;
   std::function<void()> onRead, onWrite, onBusy;
 };
@@ -164,14 +177,81 @@ TEST_F(FdTaskTest, ALongQueueDelaysItByLittle) {
   low->unscheduleTask();
 }
 
-TEST_F(FdTaskTest, IsNotForgottenWhenTheKernelRefusesToAnswer) {
-  task->appetite = 1;
+TEST_F(FdTaskTest, IsAskedForAtTheLastStep) {
   task->taskWatchFdIs(pair.ends[0]);
-  send(pair, "abc");
-  pollRefuses = true;
-  settle();
+  task->appetite = 1;
+  for (const bool suspends : {false, true}) {
+    task->got.clear();
+    std::deque<TestTaskPtr> others;
+    while (others.size() < 40) {
+      others.push_back(make("busy", TaskPriority::normal, [&](TestTask&) {
+        if (task->got.size() != 1) return;
+        for (const auto& other : others) other->unscheduleTask();
+        root->suspendedIs(suspends);
+      }));
+    }
+    task->scheduleTaskReadable();
+    for (const auto& other : others) other->scheduleTask();
+    send(pair, "abc");
+    for (int pass = 0; pass < 20; ++pass) Platform::doEventLoop(0.0);
+    root->suspendedIs(false);
+    settle();
+    EXPECT_EQ(task->got, "abc");
+  }
+}
+
+TEST_F(FdTaskTest, FindsWhatWasReportedToOthersOrInVain) {
+  const auto other = makeFd("other");
+  task->appetite = 1;
+  for (const bool shared : {false, true}) {
+    if (shared) other->taskWatchFdIs(pair.ends[0]);
+    other->taskSuspendedIs(true);
+    for (const bool refused : {false, true}) {
+      pollRefuses = refused;
+      task->got.clear();
+      task->taskWatchFdIs(pair.ends[0]);
+      task->taskWatchReadableIs(false);
+      send(pair, "abc");
+      settle();
+      task->taskWatchReadableIs(true);
+      settle();
+      EXPECT_EQ(task->got, "abc") << "watched again";
+      task->taskSuspendedIs(true);
+      send(pair, "def");
+      settle();
+      task->taskSuspendedIs(false);
+      settle();
+      EXPECT_EQ(task->got, "abcdef") << "resumed";
+      task->refuses = true;
+      send(pair, "ghi");
+      EXPECT_THROW(settle(), std::runtime_error);
+      settle();
+      EXPECT_EQ(task->got, "abcdefghi") << "refused once";
+      task->taskWatchFdDel();
+    }
+  }
   pollRefuses = false;
-  EXPECT_EQ(task->got, "abc");
+}
+
+TEST_F(FdTaskTest, SharingCostsTheSameHoweverMany) {
+  std::deque<std::shared_ptr<TestFd>> many;
+  Handler plain(log, "plain");
+  const auto control = Platform::getFdControl(&plain);
+  control->setReads(false);
+  for (const bool byLevels : {false, true}) {
+    if (byLevels) control->setFd(pair.ends[0]);
+    registrations = 0;
+    while (many.size() < 100) {
+      many.push_back(makeFd("many"));
+      many.back()->appetite = 1;
+      many.back()->taskWatchFdIs(pair.ends[0]);
+    }
+    send(pair, "x");
+    settle();
+    EXPECT_EQ(std::exchange(log, {}).size(), 100U) << "each is told, once";
+    many.clear();
+    EXPECT_LT(registrations, 300);
+  }
 }
 
 TEST_F(FdTaskTest, WritesOnceAndOnlyWhatIsWatchedRuns) {
@@ -319,6 +399,82 @@ TEST_F(FdTaskTest, AReusedNumberBelongsToItsNewOwner) {
   send(third, "y");
   settle();
   EXPECT_EQ(other->got, "xy");
+}
+
+TEST_F(FdTaskTest, AFileThatItsBodyClosedIsNotMixedUpWithTheNext) {
+  Handler plain(log, "plain");
+  const auto control = Platform::getFdControl(&plain);
+  control->setReads(false);
+  for (const auto& [refused, byLevels] : {std::pair(false, false), {true, false}, {false, true}}) {
+    SocketPair closed;
+    const int number = closed.ends[0];
+    pollRefuses = refused;
+    task->got.clear();
+    task->appetite = 9;
+    task->taskWatchFdIs(number);
+    if (byLevels) control->setFd(number);
+    task->onRead = [&] { ASSERT_EQ(dup2(second.ends[0], number), number); };
+    send(closed, "x");
+    send(second, "secret");
+    settle();
+    EXPECT_EQ(task->got, "x");
+    pollRefuses = false;
+    control->delFd();
+  }
+}
+
+TEST_F(FdTaskTest, WhoeverIsForgottenMayDoAnything) {
+  const auto third = makeFd("third");
+  const int far = fcntl(pair.ends[0], F_DUPFD, 900);
+  std::shared_ptr<TestFd> joining;
+  const std::array<std::function<void()>, 5> reactions = {
+      [&] { third->taskWatchFdIs(far); }, [&] { task.reset(); }, [&] { joining.reset(); },
+      [&] { joining->taskWatchFdIs(far); }, [] { throw std::runtime_error("bad hook"); }};
+  for (std::size_t i = 0; i < reactions.size(); ++i) {
+    const SocketPair closed, next;
+    const int number = closed.ends[0];
+    task = makeFd("t");
+    joining = makeFd("joining");
+    joining->appetite = 1;
+    for (const auto& each : {task, third}) each->taskWatchFdIs(number);
+    task->scheduleTaskReadable();
+    ASSERT_EQ(dup2(next.ends[0], number), number);
+    task->onBusy = reactions[i];
+    try {
+      joining->taskWatchFdIs(number);
+    } catch (const std::runtime_error&) {
+      EXPECT_EQ(joining->taskWatchFd(), -1);
+      joining->taskWatchFdIs(number);
+    }
+    send(next, "y");
+    settle();
+    EXPECT_EQ(third->taskWatchFd(), i == 0 ? far : -1);
+    EXPECT_TRUE(joining == nullptr || joining->got == "y") << i;
+    EXPECT_TRUE(task == nullptr || task->taskWatchFd() == -1) << i;
+  }
+  close(far);
+}
+
+TEST_F(FdTaskTest, SharersOfAClosedFileHarmNobody) {
+  const auto other = makeFd("other"), innocent = makeFd("innocent");
+  auto dropped = makeFd("dropped");
+  Handler plain(log, "plain");
+  const auto control = Platform::getFdControl(&plain);
+  {
+    const SocketPair closed;
+    for (const auto& each : {task, other, dropped}) each->taskWatchFdIs(closed.ends[0]);
+    control->setFd(closed.ends[0]);
+  }
+  innocent->taskSuspendedIs(true);
+  innocent->taskWatchFdIs(second.ends[0]);
+  dropped.reset();
+  control->setFd(second.ends[0]);  // the others must watch by edges now, which is refused
+  EXPECT_EQ(task->taskWatchFd(), -1);
+  EXPECT_EQ(other->taskWatchFd(), -1);
+  plain.action = [&] { control->setReads(log.size() < 5); };
+  send(second, "abc");
+  settle();
+  EXPECT_GE(std::ranges::count(log, "plain read " + std::to_string(second.ends[0])), 3);
 }
 
 TEST_F(FdTaskTest, LosesAndMixesUpNothing) {
