@@ -36,6 +36,9 @@
 /// program adds to the event base itself are another matter: with one of those on the same
 /// descriptor, reports to either may be lost.
 ///
+/// A service gives all its connections one statistics name, taskStatsNameIs("client"), whatever it
+/// calls each: figures of completed tasks are kept by that name, and only so many.
+///
 /// A descriptor task is made with std::make_shared and held by shared reference; it keeps itself
 /// alive while a body of it runs. Every operation belongs to the thread of the root.
 

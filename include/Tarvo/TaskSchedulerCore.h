@@ -118,8 +118,13 @@ class TARVO_EXPORT TaskScheduler : public std::enable_shared_from_this<TaskSched
   /// completed tasks.
   void resetStats();
 
-  /// Merges the figures of a finished task into the record of its name.
+  /// Merges the figures of a finished task into the record of its name and priority.
   void updateCompletedTaskStats(const TaskStat& finished);
+  /// How many such records are kept, 10,000 at first; a new group takes it over from its parent.
+  /// The figures of further names are summed up under "(others)", with one more record for each
+  /// priority. Lowering it sums up the newest records.
+  unsigned int completedTaskRecordsMax() const;
+  void completedTaskRecordsMaxIs(unsigned int most);
 
   /// Tells the scheduler that a task has come under a test yield ratio or is so no more.
   void taskForceYieldInTestNotify(const TaskImpl* task, bool force);
@@ -151,6 +156,8 @@ class TARVO_EXPORT TaskScheduler : public std::enable_shared_from_this<TaskSched
   }
 
  private:
+  void countCompletedTasks();
+
   friend class TaskImpl;   // enters its queue
   friend class StatsWalk;  // visits its tasks and records
   struct CurrentTask {
