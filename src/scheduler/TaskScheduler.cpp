@@ -14,10 +14,12 @@ namespace Tarvo {
 using Impl::taskSchedulerTrace;
 
 TaskScheduler::TaskScheduler(const String& name, TaskSchedulerRoot* root,
+                             const ThreadCheck& threadCheck,
                              std::shared_ptr<TaskSchedulerHistory> history)
     : schedulerName_(name),
       nameIndex_(std::make_unique<TaskNameIndex>(history->cache())),
       root_(root),
+      threadCheck_(&threadCheck),
       history_(std::move(history)),
       lastRunRequestTime_(TaskClock::now()),
       nameCache_(history_, &history_->cache()),
@@ -30,7 +32,7 @@ TaskScheduler::TaskScheduler(const String& name, TaskSchedulerRoot* root,
 }
 
 TaskScheduler::TaskScheduler(const String& name, const TaskScheduler& parent)
-    : TaskScheduler(name, parent.root_, parent.history_) {
+    : TaskScheduler(name, parent.root_, *parent.threadCheck_, parent.history_) {
   defaultTaskQuantum_ = parent.defaultTaskQuantum_;
   nameIndex_->completedMaxIs(parent.completedTaskRecordsMax());
 }

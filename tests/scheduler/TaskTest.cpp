@@ -1,6 +1,7 @@
 #include <climits>
 
 #include "support/SchedulerFixture.h"
+#include "support/TestClock.h"
 
 namespace {
 
@@ -112,10 +113,16 @@ TEST_F(TaskTest, QuantumHasLimitsAndCountsItsViolations) {
   task->taskQuantumNoCheckIs(LLONG_MAX);
   task->taskRunFromTest();
   EXPECT_EQ(task->getStats().taskQuantumViolation500(), 0U);
-  task->taskQuantumIs(1);
-  task->taskRunFromTest();
-  EXPECT_EQ(task->getStats().taskQuantumViolation500(), 1U);
-  EXPECT_EQ(task->getStats().taskQuantumViolation200(), 0U);
+  testsupport::TestClock clock;
+  task->taskQuantumIs(1'000'000);
+  for (const auto& [run, violations200, violations500] :
+       {std::tuple{0.001999999, 0U, 0U}, {0.002, 1U, 0U}, {0.004999999, 2U, 0U}, {0.005, 2U, 1U}}) {
+    task->body = [&, length = run](TestTask&) { clock.advance(length); };
+    task->taskRunFromTest();
+    EXPECT_EQ(task->getStats().taskQuantumViolation200(), violations200) << run;
+    EXPECT_EQ(task->getStats().taskQuantumViolation500(), violations500) << run;
+  }
+  EXPECT_EQ(task->getStats().taskRunTimeHighWaterMark(), 5'000'000);
   task->resetStats();
   EXPECT_EQ(task->getStats().taskQuantumViolation500(), 0U);
 }
