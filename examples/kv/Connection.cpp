@@ -47,13 +47,15 @@ class Connection::Idle : public Tarvo::TimerTask {
 Connection::Connection(std::shared_ptr<Tarvo::TaskScheduler> scheduler, Descriptor socket,
                        Commands& commands, Clients& clients, double idleSeconds,
                        const Tarvo::Debuggable& trace)
-    : FileDescriptorTask(std::move(scheduler), TaskPriority::high, "client"),
+    : FileDescriptorTask(std::move(scheduler), TaskPriority::high,
+                         fmt::format("client {}", socket.get())),
       Debuggable(trace),
       commands_(commands),
       clients_(clients),
       idleSeconds_(idleSeconds),
       socket_(std::move(socket)),
       idle_(std::make_shared<Idle>(taskScheduler(), *this)) {
+  taskStatsNameIs("client");  // one record for all that come and go
   taskQuantumIs(requestQuantum);
   taskWatchFdIs(fd());
   idle_->scheduleTaskDelay(idleSeconds_);

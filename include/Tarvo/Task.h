@@ -160,8 +160,9 @@ class TARVO_EXPORT TaskImpl : public _TaskBase {
   unsigned int taskWorkPending() const { return taskWorkPending_; }
   unsigned int taskWorkPendingHighWaterMark() const { return taskWorkPendingHighWaterMark_; }
 
-  /// Whether the figures are kept, under the statistics name, after the task is gone. For tasks
-  /// with ever new names this should be off, as those records stay as long as the scheduler.
+  /// Whether the figures are kept, under the statistics name, after the task is gone. Tasks with
+  /// ever new names should have one statistics name in common, or this off: of names the scheduler
+  /// keeps only so many (TaskScheduler::completedTaskRecordsMax()).
   bool includeInCompletedTask() const { return includeInCompleted_; }
   void includeInCompletedTaskIs(bool include) { includeInCompleted_ = include; }
 

@@ -8,9 +8,11 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <thread>
 
 #include "Tarvo/Export.h"
 #include "Tarvo/List.h"
+#include "Tarvo/Locking.h"
 #include "Tarvo/String.h"
 #include "Tarvo/Task.h"
 #include "Tarvo/TaskRunQueues.h"
@@ -70,7 +72,12 @@ class TARVO_EXPORT TaskScheduler : public std::enable_shared_from_this<TaskSched
   void taskRunQueuesMoveTemporaryToPersistent() { runQueues_.moveTemporaryToPersistent(); }
 
   /// Ends the process unless it is called on the thread of the root, or the check is off.
-  void sanityCheckCurrentRunningThread() const;
+  TARVO_EXPORT void sanityCheckCurrentRunningThread() const {
+    if (threadCheck_->owner != std::thread::id(Locking::Impl::self()) && !threadCheck_->disabled)
+        [[unlikely]] {
+      failThreadCheckOfRoot();
+    }
+  }
 
   const String& schedulerName() const { return schedulerName_; }
   const ConstStringRef& schedulerNameRef() const { return schedulerNameRef_; }
@@ -118,8 +125,13 @@ class TARVO_EXPORT TaskScheduler : public std::enable_shared_from_this<TaskSched
   /// completed tasks.
   void resetStats();
 
-  /// Merges the figures of a finished task into the record of its name.
+  /// Merges the figures of a finished task into the record of its name and priority.
   void updateCompletedTaskStats(const TaskStat& finished);
+  /// How many such records are kept, 10,000 at first; a new group takes it over from its parent.
+  /// The figures of further names are summed up under "(others)", with one more record for each
+  /// priority. Lowering it sums up the newest records.
+  unsigned int completedTaskRecordsMax() const;
+  void completedTaskRecordsMaxIs(unsigned int most);
 
   /// Tells the scheduler that a task has come under a test yield ratio or is so no more.
   void taskForceYieldInTestNotify(const TaskImpl* task, bool force);
@@ -132,8 +144,14 @@ class TARVO_EXPORT TaskScheduler : public std::enable_shared_from_this<TaskSched
   TaskScheduler* findSchedulerForTest(const String& name) const;
 
  protected:
+  /// Whose thread it is; the root's, which all its schedulers look at.
+  struct ThreadCheck {
+    std::thread::id owner;
+    bool disabled = false;
+  };
+
   /// A root is its own root.
-  TaskScheduler(const String& name, TaskSchedulerRoot* root,
+  TaskScheduler(const String& name, TaskSchedulerRoot* root, const ThreadCheck& threadCheck,
                 std::shared_ptr<TaskSchedulerHistory> history);
   /// A scheduler under the root of another, whose default quantum it takes over.
   TaskScheduler(const String& name, const TaskScheduler& parent);
@@ -151,6 +169,9 @@ class TARVO_EXPORT TaskScheduler : public std::enable_shared_from_this<TaskSched
   }
 
  private:
+  [[noreturn]] void failThreadCheckOfRoot() const;
+  void countCompletedTasks();
+
   friend class TaskImpl;   // enters its queue
   friend class StatsWalk;  // visits its tasks and records
   struct CurrentTask {
@@ -161,6 +182,7 @@ class TARVO_EXPORT TaskScheduler : public std::enable_shared_from_this<TaskSched
   String schedulerName_;
   std::unique_ptr<TaskNameIndex> nameIndex_;
   TaskSchedulerRoot* root_;
+  const ThreadCheck* threadCheck_;
   std::shared_ptr<TaskSchedulerHistory> history_;
   RegisteredTasks registeredTasks_;
   TaskRunQueues runQueues_;

@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <iosfwd>
+#include <utility>
 
 #include "Tarvo/ConstString.h"
 #include "Tarvo/Export.h"
@@ -52,10 +53,14 @@ enum class TaskSchedulerEventType : std::uint8_t {
 class TARVO_EXPORT TaskSchedulerHistory {
  public:
   struct TARVO_EXPORT Event {
-    TaskSchedulerEventType eventType;
+    Event() = default;
+    Event(TaskSchedulerEventType type, TaskClock::time_point when, ConstStringRef who)
+        : eventType(type), time(when), name(std::move(who)) {}
+
+    TaskSchedulerEventType eventType = TaskSchedulerEventType::schedule;
+    bool threw = false;  // the end of a run: by an exception
     TaskClock::time_point time;
     ConstStringRef name;  // outlives the task or scheduler
-    bool threw = false;   // the end of a run: by an exception
 
     String eventTypeDisplay() const;
     /// The type, filled up to 12 characters, a blank and the name.

@@ -71,9 +71,9 @@ class TARVO_EXPORT TaskSchedulerRoot : public TaskScheduler, private Platform::C
   void taskShouldYieldModeReevaluate();
 
   /// The thread check, on at first.
-  bool threadSanityDisabled() const { return threadSanityDisabled_; }
+  bool threadSanityDisabled() const { return threadCheck_.disabled; }
   void threadSanityDisabledIs(bool disabled);
-  bool onOwnThread() const { return std::thread::id(Locking::Impl::self()) == threadId_; }
+  bool onOwnThread() const { return std::thread::id(Locking::Impl::self()) == threadCheck_.owner; }
   /// Ends the process with a message that names both threads.
   [[noreturn]] void failThreadCheck() const;
 
@@ -148,13 +148,12 @@ class TARVO_EXPORT TaskSchedulerRoot : public TaskScheduler, private Platform::C
 
   std::shared_ptr<Platform::CallbackControl> callbackControl_;
   std::set<TaskScheduler*> schedulers_;
-  std::thread::id threadId_;
+  ThreadCheck threadCheck_;
   String threadName_;
   pid_t pid_;
   bool suspended_ = false;
   bool virtualTime_ = false;
   bool followFastForward_ = true;
-  bool threadSanityDisabled_ = false;
   unsigned char taskTestYieldRatio_ = 0;
   unsigned int resetsInProgress_ = 0;
   TaskClock::time_point startTime_ = TaskClock::now();

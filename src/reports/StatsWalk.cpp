@@ -1,6 +1,7 @@
 #include "reports/StatsWalk.h"
 
 #include <iterator>
+#include <new>
 
 namespace Tarvo {
 
@@ -23,6 +24,9 @@ auto* pass(BookmarkListLinkNode& bookmark, List& list) {
 bool StatsWalk::enterNextScheduler() {
   if (nextTask_.isLinked()) nextTask_.unlink();
   if (nextCompleted_.isLinked()) nextCompleted_.unlink();
+  if (watcherLink.isLinked()) watcherLink.unlink();
+  parts_.clear();
+  lastTask_ = TaskKey();
   const auto& all = root_.schedulers();
   const auto found = all.upper_bound(scheduler_);
   if (found == all.end()) return false;
@@ -30,21 +34,58 @@ bool StatsWalk::enterNextScheduler() {
   scheduler_->registeredTasks_.insertBefore(nextTask_, scheduler_->registeredTasks_.begin());
   TaskNameIndex::CompletedList& completed = scheduler_->nameIndex_->completed();
   completed.insertBefore(nextCompleted_, completed.begin());
-  recordsLeft_ = 0;
-  for (const auto& [priority, count] : scheduler_->completedTasksPerPriority_) {
-    recordsLeft_ += count;
-  }
+  scheduler_->nameIndex_->watch(*this);
   return true;
+}
+
+void StatsWalk::completing(const TaskNameIndex::Completed& record, const TaskStat& finished) {
+  const bool hasHadTurn = finished.taskKey() <= lastTask_ || finished.taskKey() > newestTask_;
+  const RecordKey key(finished.taskNameRef().elem(), finished.taskPriority());
+  auto parts = parts_.find(key);
+  if (hasHadTurn) {
+    if (parts == parts_.end()) {
+      try {
+        parts = parts_.try_emplace(key, Parts{record.stat, {}}).first;
+      } catch (const std::bad_alloc&) {  // the walk is less exact then, the record is not
+        return;
+      }
+    }
+    TaskNameIndex::merge(parts->second.later, finished);
+  } else if (parts != parts_.end()) {
+    TaskNameIndex::merge(parts->second.before, finished);
+  }
+}
+
+const StatsWalk::Parts* StatsWalk::partsOf(const TaskStat& stat) const {
+  const auto parts = parts_.find({stat.taskNameRef().elem(), stat.taskPriority()});
+  return parts == parts_.end() ? nullptr : &parts->second;
+}
+
+/// Not when there was none of it at the walk's turn.
+bool StatsWalk::isToVisit(const TaskNameIndex::Completed& record) const {
+  const Parts* parts = partsOf(record.stat);
+  return parts == nullptr || parts->before.taskCompletedCount() != 0;
+}
+
+const TaskStat& StatsWalk::completed() const {
+  const Parts* parts = partsOf(completed_->stat);
+  return parts == nullptr ? completed_->stat : parts->before;
 }
 
 StatsWalk::At StatsWalk::next() {
   if (scheduler_ != nullptr && stillThere()) {
     // Tasks stand in the order of their keys.
     task_ = pass(nextTask_, scheduler_->registeredTasks_);
-    if (task_ != nullptr && task_->taskKey() <= newestTask_) return at_ = At::task;
+    if (task_ != nullptr && task_->taskKey() <= newestTask_) {
+      lastTask_ = task_->taskKey();
+      return at_ = At::task;
+    }
     if (nextTask_.isLinked()) nextTask_.unlink();
-    completed_ = pass(nextCompleted_, scheduler_->nameIndex_->completed());
-    if (completed_ != nullptr && recordsLeft_-- > 0) return at_ = At::completed;
+    lastTask_ = newestTask_;
+    do {
+      completed_ = pass(nextCompleted_, scheduler_->nameIndex_->completed());
+    } while (completed_ != nullptr && !isToVisit(*completed_));
+    if (completed_ != nullptr) return at_ = At::completed;
   }
   return at_ = enterNextScheduler() ? At::scheduler : At::end;
 }
@@ -59,6 +100,10 @@ void StatsWalk::reset() {
       task_->resetStats();
       break;
     case At::completed:
+      if (const Parts* parts = partsOf(completed_->stat)) {
+        completed_->stat = parts->later;
+        break;
+      }
       scheduler_->completedTasksPerPriorityDec(completed_->stat.taskPriority());
       scheduler_->nameIndex_->eraseCompleted(*completed_);
       break;

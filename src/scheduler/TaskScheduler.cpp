@@ -13,10 +13,12 @@ namespace Tarvo {
 using Impl::taskSchedulerTrace;
 
 TaskScheduler::TaskScheduler(const String& name, TaskSchedulerRoot* root,
+                             const ThreadCheck& threadCheck,
                              std::shared_ptr<TaskSchedulerHistory> history)
     : schedulerName_(name),
-      nameIndex_(std::make_unique<TaskNameIndex>()),
+      nameIndex_(std::make_unique<TaskNameIndex>(history->cache())),
       root_(root),
+      threadCheck_(&threadCheck),
       history_(std::move(history)),
       lastRunRequestTime_(TaskClock::now()),
       nameCache_(history_, &history_->cache()),
@@ -29,8 +31,9 @@ TaskScheduler::TaskScheduler(const String& name, TaskSchedulerRoot* root,
 }
 
 TaskScheduler::TaskScheduler(const String& name, const TaskScheduler& parent)
-    : TaskScheduler(name, parent.root_, parent.history_) {
+    : TaskScheduler(name, parent.root_, *parent.threadCheck_, parent.history_) {
   defaultTaskQuantum_ = parent.defaultTaskQuantum_;
+  nameIndex_->completedMaxIs(parent.completedTaskRecordsMax());
 }
 
 TaskScheduler::~TaskScheduler() {
@@ -77,12 +80,23 @@ void TaskScheduler::updateCompletedTaskStats(const TaskStat& finished) {
   if (nameIndex_->addCompleted(finished)) completedTasksPerPriorityInc(finished.taskPriority());
 }
 
+unsigned int TaskScheduler::completedTaskRecordsMax() const { return nameIndex_->completedMax(); }
+
+void TaskScheduler::completedTaskRecordsMaxIs(unsigned int most) {
+  sanityCheckCurrentRunningThread();
+  nameIndex_->completedMaxIs(most);
+  countCompletedTasks();
+}
+
+void TaskScheduler::countCompletedTasks() {
+  for (auto& [priority, count] : completedTasksPerPriority_) count = 0;
+  for (const TaskNameIndex::Completed& record : nameIndex_->completed()) {
+    completedTasksPerPriorityInc(record.stat.taskPriority());
+  }
+}
+
 void TaskScheduler::resetStats() {
   sanityCheckCurrentRunningThread();
-  while (const auto* record = nameIndex_->completed().first()) {
-    completedTasksPerPriorityDec(record->stat.taskPriority());
-    nameIndex_->eraseCompleted(*record);
-  }
   lastSchedulerLatency_ = 0;
   maxSchedulerSlip_ = 0;
   // A task's hook may destroy it and others.
@@ -90,12 +104,14 @@ void TaskScheduler::resetStats() {
   registeredTasks_.insertBefore(place, registeredTasks_.begin());
   while (true) {
     const RegisteredTasks::Iterator next(registeredTasks_, place);
-    if (next == registeredTasks_.end()) return;
+    if (next == registeredTasks_.end()) break;
     TaskImpl& task = *next;
     place.unlink();
     registeredTasks_.insertBefore(place, std::next(next));
     task.resetStats();
   }
+  nameIndex_->forgetCompleted();  // with those that a hook destroyed before their turn
+  countCompletedTasks();
 }
 
 void TaskScheduler::requestNextRun(TaskClock::time_point now) {

@@ -73,9 +73,9 @@ void TaskSchedulerHistory::put(TaskClock::time_point now, TaskSchedulerEventType
     events_.rotate(events_.end() - 1);
     Event& event = events_.front();
     event.eventType = type;
+    event.threw = false;
     event.time = now;
     event.name = name;
-    event.threw = false;
   }
 }
 

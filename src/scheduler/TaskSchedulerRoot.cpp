@@ -21,9 +21,10 @@ namespace Tarvo {
 using Impl::taskSchedulerTrace;
 
 TaskSchedulerRoot::TaskSchedulerRoot(const String& name)
-    : TaskScheduler(name, this, std::make_shared<TaskSchedulerHistory>(historyEntryCountDefault)),
+    : TaskScheduler(name, this, threadCheck_,
+                    std::make_shared<TaskSchedulerHistory>(historyEntryCountDefault)),
       callbackControl_(Platform::getCallbackControl(this)),
-      threadId_(std::this_thread::get_id()),
+      threadCheck_{std::this_thread::get_id()},
       threadName_(Tarvo::threadName()),
       pid_(getpid()),
       randomState_(static_cast<unsigned int>(TaskClock::now().time_since_epoch().count()) ^
@@ -141,23 +142,24 @@ void TaskSchedulerRoot::taskShouldYieldModeReevaluate() {
 }
 
 void TaskSchedulerRoot::threadSanityDisabledIs(bool disabled) {
-  threadSanityDisabled_ = disabled;
+  threadCheck_.disabled = disabled;
   TARVO_TRACE(taskSchedulerTrace, 2, "{} {}able thread sanity checking", *this,
               disabled ? "dis" : "en");
 }
 
-// Every operation comes through here: it is a member of the library, whose other files take its
-// body in as they are linked together.
-void TaskScheduler::sanityCheckCurrentRunningThread() const {
-  if (!root_->onOwnThread() && !root_->threadSanityDisabled()) [[unlikely]] {
-    root_->failThreadCheck();
-  }
-}
+namespace {
+
+// The library has the inline check too, for callers that were compiled without its body.
+[[gnu::used]] constexpr auto threadCheck = &TaskScheduler::sanityCheckCurrentRunningThread;
+
+}  // namespace
+
+void TaskScheduler::failThreadCheckOfRoot() const { root_->failThreadCheck(); }
 
 void TaskSchedulerRoot::failThreadCheck() const {
   TARVO_ABORT("Executing in wrong thread {}({}) pid {} scheduler belongs to thread {}({}) pid {}",
               toThreadIdString(std::this_thread::get_id()), Tarvo::threadName(), getpid(),
-              toThreadIdString(threadId_), threadName_, pid_);
+              toThreadIdString(threadCheck_.owner), threadName_, pid_);
 }
 
 int TaskSchedulerRoot::randomPercent() { return rand_r(&randomState_) / 21474836; }

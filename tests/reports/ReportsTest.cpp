@@ -315,6 +315,91 @@ TEST_F(ReportsTest, AResetVisitsEverythingOnceAndSaysWhenItIsDone) {
   EXPECT_FALSE(inner->completedTaskStatForTest("gone"));
 }
 
+struct Worker : Tarvo::Task {
+  Worker(const std::shared_ptr<Tarvo::TaskScheduler>& scheduler, unsigned kind)
+      : Task(scheduler, kind < 4 ? TaskPriority::low : TaskPriority::high,
+             fmt::format("w{}", kind % 4)) {}
+  void taskExecute() override { ++runs; }
+  void handleResetStats() override {
+    runs = 0;
+    counts = true;
+    if (onReset) onReset();
+  }
+  unsigned runs = 0;
+  bool counts = false;
+  std::function<void()> onReset;
+};
+
+TEST_F(ReportsTest, WhatEndsInTheMiddleOfAWalkIsCountedOnce) {
+  task.reset();
+  inner.reset();
+  group.reset();
+  testsupport::SeededRandom random;
+  const auto sum = [](const std::string& text, bool runs) {
+    unsigned all = 0;
+    const auto document = parsed(text);
+    for (const char* list : {"tasks", "completed"}) {
+      for (const auto& each : document["schedulers"][0][list].GetArray()) {
+        if (each["name"].GetString()[0] != 'w') continue;
+        const bool completed = each.HasMember("completedCount");
+        all += runs ? each["runs"].GetUint() : completed ? each["completedCount"].GetUint() : 1;
+      }
+    }
+    return all;
+  };
+  for (int round = 0; round < 200; ++round) {
+    std::vector<std::shared_ptr<Worker>> workers;
+    unsigned expected = 0;
+    const auto any = [&] {
+      return workers.begin() + random.below(static_cast<unsigned>(workers.size()));
+    };
+    const auto add = [&] { workers.push_back(std::make_shared<Worker>(root, random.below(8))); };
+    const auto end = [&] {
+      const auto one = any();
+      if ((*one)->counts) expected += (*one)->runs;
+      workers.erase(one);
+    };
+    while (workers.size() < 20) add();
+    for (int i = 0; i < 60; ++i) (*any())->taskRunFromTest();
+    while (workers.size() > 12) end();
+    FILE* const file = std::tmpfile();
+    bool done = false;
+    std::shared_ptr<Tarvo::_TaskBase> walk;
+    if (round % 2 == 0) {
+      walk = root->statsResetAsync([&] { done = true; });
+    } else {
+      walk = root->snapshotRenderJsonAsync(fileno(file), [&](int, auto) { done = true; });
+    }
+    Tarvo::TaskImpl* const step =
+        root->taskForTest(round % 2 == 0 ? "statsReset" : "snapshot:write");
+    step->taskForceYieldInTestIs(true);
+    while (!done) {
+      step->taskRunFromTest();
+      const unsigned what = random.below(4);
+      if (what == 0) add();
+      if (what == 0) workers.back()->counts = true;
+      if (what == 1 && !workers.empty()) end();
+      if (what == 2 && !workers.empty()) (*any())->taskRunFromTest();
+    }
+    if (round % 2 == 0) {
+      for (const auto& each : workers) expected += each->runs;
+      ASSERT_EQ(sum(root->statsRenderJson(), true), expected) << "after the reset " << round;
+    } else {
+      std::string text(static_cast<std::size_t>(lseek(fileno(file), 0, SEEK_END)), ' ');
+      ASSERT_EQ(pread(fileno(file), text.data(), text.size(), 0), std::ssize(text));
+      ASSERT_EQ(sum(text, false), 20U) << "in the snapshot " << round;
+    }
+    std::fclose(file);
+    workers.resize(std::min<std::size_t>(workers.size(), 2), nullptr);
+    while (workers.size() < 2) add();
+    workers[0]->onReset = [&] { workers.pop_back(); };
+    root->resetStats();
+    EXPECT_EQ(sum(root->statsRenderJson(), false), 1U) << "destroyed before its turn";
+    workers.clear();
+    root->resetStats();
+  }
+}
+
 TEST_F(ReportsTest, ASnapshotWaitsForItsReaderAndSaysHowItEnded) {
   std::vector<TestTaskPtr> many;
   for (int i = 0; i < 2000; ++i) many.push_back(member(group, fmt::format("m{}", i)));

@@ -2,6 +2,7 @@
 #include <thread>
 
 #include "support/SchedulerFixture.h"
+#include "support/TestClock.h"
 
 namespace {
 
@@ -94,6 +95,19 @@ TEST_F(RunLoop, BodiesMayDestroyAndRearrangeEverything) {
   root->suspendedIs(false);
   runLoop();
   EXPECT_THAT(log, ElementsAre("self", "last", "suspended", "last"));
+}
+
+TEST_F(RunLoop, TheSlipIsTheLongestLatencyOfAStep) {
+  testsupport::TestClock clock;
+  const auto task = make("t");
+  for (const double late : {0.002, 0.001}) {
+    task->scheduleTask();
+    clock.advance(late);
+    task->taskRunAndRecordFromTest();
+    EXPECT_EQ(root->lastSchedulerLatency(), std::lround(late * 1e9));
+    EXPECT_GE(root->maxSchedulerSlip(), 2'000'000);
+    runLoop();  // asks no more
+  }
 }
 
 TEST_F(RunLoop, AThrowingTaskMayTakeItsSchedulerAlong) {

@@ -1,6 +1,7 @@
 #include <climits>
 
 #include "support/SchedulerFixture.h"
+#include "support/TestClock.h"
 
 namespace {
 
@@ -112,10 +113,16 @@ TEST_F(TaskTest, QuantumHasLimitsAndCountsItsViolations) {
   task->taskQuantumNoCheckIs(LLONG_MAX);
   task->taskRunFromTest();
   EXPECT_EQ(task->getStats().taskQuantumViolation500(), 0U);
-  task->taskQuantumIs(1);
-  task->taskRunFromTest();
-  EXPECT_EQ(task->getStats().taskQuantumViolation500(), 1U);
-  EXPECT_EQ(task->getStats().taskQuantumViolation200(), 0U);
+  testsupport::TestClock clock;
+  task->taskQuantumIs(1'000'000);
+  for (const auto& [run, violations200, violations500] :
+       {std::tuple{0.001999999, 0U, 0U}, {0.002, 1U, 0U}, {0.004999999, 2U, 0U}, {0.005, 2U, 1U}}) {
+    task->body = [&, length = run](TestTask&) { clock.advance(length); };
+    task->taskRunFromTest();
+    EXPECT_EQ(task->getStats().taskQuantumViolation200(), violations200) << run;
+    EXPECT_EQ(task->getStats().taskQuantumViolation500(), violations500) << run;
+  }
+  EXPECT_EQ(task->getStats().taskRunTimeHighWaterMark(), 5'000'000);
   task->resetStats();
   EXPECT_EQ(task->getStats().taskQuantumViolation500(), 0U);
 }
@@ -162,6 +169,39 @@ TEST_F(TaskTest, FiguresOfFinishedTasksAreKeptByStatisticsName) {
   EXPECT_EQ(root->completedTasksPerPriority(TaskPriority::low), 1U);
   EXPECT_EQ(root->completedTaskStatForTest("hidden"), std::nullopt);
   EXPECT_EQ(root->taskForTest("c0"), nullptr);
+  make("connection", TaskPriority::high);
+  EXPECT_EQ(root->completedTaskStatForTest("connection")->taskCompletedCount(), 1U);
+  EXPECT_EQ(root->completedTasksPerPriority(TaskPriority::low), 1U);
+  EXPECT_EQ(root->completedTasksPerPriority(TaskPriority::high), 1U);
+}
+
+TEST_F(TaskTest, TheFiguresOfTooManyNamesAreSummedUp) {
+  const auto count = [&](const char* name) {
+    const auto stat = root->completedTaskStatForTest(name);
+    return stat ? stat->taskCompletedCount() : 0;
+  };
+  EXPECT_EQ(root->completedTaskRecordsMax(), 10'000U);
+  root->completedTaskRecordsMaxIs(3);
+  for (const char* name : {"a", "b", "b", "c", "d", "e", "b", "a"}) make(name)->taskRunFromTest();
+  make("f", TaskPriority::low);
+  const auto counts = [&] {
+    return std::vector{count("a"), count("b"), count("c"), count("d"), count("(others)")};
+  };
+  EXPECT_THAT(counts(), ElementsAre(2, 3, 1, 0, 1)) << "of which priority nobody says";
+  EXPECT_EQ(root->completedTasksPerPriority(TaskPriority::normal), 4U);
+  EXPECT_EQ(root->completedTasksPerPriority(TaskPriority::low), 1U);
+  const auto group = std::make_shared<Tarvo::TaskGroup>("g", TaskPriority::low, false, root);
+  EXPECT_EQ(group->completedTaskRecordsMax(), 3U);
+  root->resetStats();
+  for (const char* name : {"a", "b", "b", "c", "d"}) make(name)->taskRunFromTest();
+  root->completedTaskRecordsMaxIs(1);
+  EXPECT_THAT(counts(), ElementsAre(1, 0, 0, 0, 4));
+  EXPECT_EQ(root->completedTaskStatForTest("(others)")->taskRunCount(), 4U);
+  EXPECT_EQ(root->completedTasksPerPriority(TaskPriority::normal), 2U);
+  root->completedTaskRecordsMaxIs(2);
+  make("d");
+  make("e");
+  EXPECT_THAT(counts(), ElementsAre(1, 0, 0, 1, 5)) << "there is room again";
 }
 
 TEST_F(TaskTest, ADestroyedTaskAndAMissingSchedulerAreRecognised) {
