@@ -16,7 +16,7 @@
 ///
 /// "Scope::function() " stands in every message by one rule, see FunctionScope.h. Format strings
 /// are checked when they are compiled; arguments are evaluated only when the assertion fails and
-/// are shown as displayed() says.
+/// are shown as displayed() says. Each statement may stand in a constexpr function.
 
 #include <exception>
 
@@ -37,18 +37,27 @@ namespace Tarvo::Impl {
 [[noreturn]] TARVO_EXPORT void abortOnAssertion(const char* text, const char* file, int line,
                                                 const char* func) noexcept;
 
-/// The two below fall back to the bare format when an argument cannot be shown.
-[[noreturn]] TARVO_EXPORT void vassertFailed(const char* file, int line, const ScopeNames& scope,
+/// The condition of a TARVO_CHECK. A comma would otherwise leave the text as the condition.
+template <typename Condition, typename... More>
+[[gnu::always_inline]] constexpr bool holds(const Condition& condition, const More&...) {
+  static_assert(sizeof...(More) == 0,
+                "TARVO_CHECK takes a condition alone: write condition && \"text\"");
+  return static_cast<bool>(condition);
+}
+
+/// The two below fall back to the bare format when an argument cannot be shown. `function` is the
+/// compiler's description of it, or one like that.
+[[noreturn]] TARVO_EXPORT void vassertFailed(const char* file, int line, const char* function,
                                              fmt::string_view format, fmt::format_args args);
 [[noreturn]] TARVO_EXPORT void vabortWithText(const char* file, int line, const char* func,
                                               fmt::string_view format,
                                               fmt::format_args args) noexcept;
 
 template <typename... Args>
-[[noreturn]] [[gnu::cold]] void assertFailed(const char* file, int line, const ScopeNames& scope,
+[[noreturn]] [[gnu::cold]] void assertFailed(const char* file, int line, const char* function,
                                              fmt::format_string<Displayed<Args>...> format,
                                              const Args&... args) {
-  vassertFailed(file, line, scope, fmt::string_view(format),
+  vassertFailed(file, line, function, fmt::string_view(format),
                 fmt::make_format_args(displayed(args)...));
 }
 
@@ -73,11 +82,9 @@ void checkInDestructor(Checks checks) noexcept {
 
 }  // namespace Tarvo::Impl
 
-#define TARVO_FAIL(...)                                                                  \
-  do {                                                                                   \
-    TARVO_SCOPE(tarvoScope_);                                                            \
-    ::Tarvo::Impl::assertFailed(TARVO_FILE, __LINE__, tarvoScope_.names(), __VA_ARGS__); \
-  } while (false)
+#define TARVO_FAIL(...)                                                                            \
+  ::Tarvo::Impl::assertFailed(TARVO_FILE, __LINE__, static_cast<const char*>(__PRETTY_FUNCTION__), \
+                              __VA_ARGS__)
 
 #define TARVO_ASSERT(condition, ...) \
   do {                               \
@@ -85,10 +92,11 @@ void checkInDestructor(Checks checks) noexcept {
       TARVO_FAIL(__VA_ARGS__);       \
   } while (false)
 
-#define TARVO_CHECK(...)                                                               \
-  ((__VA_ARGS__) ? static_cast<void>(0)                                                \
-                 : ::Tarvo::Impl::abortOnAssertion(#__VA_ARGS__, TARVO_FILE, __LINE__, \
-                                                   static_cast<const char*>(__PRETTY_FUNCTION__)))
+#define TARVO_CHECK(...)                                                     \
+  (::Tarvo::Impl::holds(__VA_ARGS__)                                         \
+       ? static_cast<void>(0)                                                \
+       : ::Tarvo::Impl::abortOnAssertion(#__VA_ARGS__, TARVO_FILE, __LINE__, \
+                                         static_cast<const char*>(__PRETTY_FUNCTION__)))
 
 #define TARVO_ABORT(...)                             \
   ::Tarvo::Impl::abortWithText(TARVO_FILE, __LINE__, \

@@ -13,7 +13,8 @@
 /// handle. Which bits are on is settled by configuration, from the environment or from code:
 ///
 ///     TRACE=KvService/0123,Tarvo*/9     names or prefixes, "/", the levels ("*" for all)
-///     TRACEFILE=/tmp/trace                where to, instead of standard error
+///     TRACEFILE=/tmp/trace                where to, instead of standard error; emptied first,
+///                                         unless another process traces there
 ///     TRACEFORMAT=time,handle,func-name   which fields stand before the message
 ///
 /// Any thread may create handles, trace and configure.
@@ -84,8 +85,9 @@ TARVO_EXPORT std::shared_ptr<DebugHandler> getDebugHandler(const String& name);
 /// Deletes a handler that nobody shares; null is allowed.
 TARVO_EXPORT void destroyDebugHandler(DebugHandler* handler);
 
-/// Opens what TRACEFILE names and switches on the levels of `spec`, or those of TRACE when it is
-/// null. Levels are only ever added.
+/// Opens what TRACEFILE names, unless it is open already, and switches on the levels of `spec`, or
+/// those of TRACE when it is null. Levels are only ever added. The variables count as unset in a
+/// program that runs with more rights than its caller.
 TARVO_EXPORT void setupTarvoDebug(const char* spec);
 
 /// Switches off the levels of `spec`; null does nothing.
@@ -106,7 +108,8 @@ TARVO_EXPORT void clearTraceFormat();
 TARVO_EXPORT void printAllTraceFormat();
 
 /// Writes one trace line: the chosen fields, `len` bytes of `msg` and a line end, to the trace file
-/// or to standard error, in one piece. `handler` is the Platform::DebugHandler that emits. A null
+/// or to standard error, in one piece. Line ends and zero bytes in `msg` are written as they are.
+/// `handler` is the Platform::DebugHandler that emits. A null
 /// file or function, where its field is on, costs the rest of the prefix and nothing else. A failed
 /// write is not reported.
 TARVO_EXPORT void dumpDebugMsg(const char* msg, unsigned len, unsigned level, const void* handler,

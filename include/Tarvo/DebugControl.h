@@ -8,6 +8,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <new>
 #include <unordered_map>
 
 #include "Tarvo/Debug.h"
@@ -21,6 +22,9 @@ class TARVO_EXPORT DebugHandler : public Platform::DebugHandler {
  public:
   /// REQUIRES: lock. A handler with fixed levels is left alone by the configuration.
   DebugHandler(const String& name, int levels, bool levelsFixed);
+  /// The same with an enable word of the caller's, which must outlive the handler; enabledIs()
+  /// leaves that word alone.
+  DebugHandler(const String& name, std::uint32_t* levelsPtr, bool levelsFixed);
   ~DebugHandler() override;
 
   void enabledIs(unsigned level, bool enable) override;
@@ -39,21 +43,26 @@ class TARVO_EXPORT DebugHandler : public Platform::DebugHandler {
   friend class DebugControl;
   using HandlerMap = std::multimap<String, DebugHandler*>;
 
+  void enter();
+
   bool levelsFixed_;
   HandlerMap::iterator place_;  // its own entry
 
   static HandlerMap* handlerMap_;
 };
 
-/// One configuration record: the levels of a name, or of all names with a prefix.
+/// One configuration record: the levels of a name, or of all names with a prefix. Made with new, as
+/// the configuration deletes it when its last level is cleared.
 class TARVO_EXPORT DebugControl {
  public:
   /// REQUIRES: lock. `name` is the prefix, without "*", when `wildcard`.
   DebugControl(const String& name, std::uint16_t levels, bool wildcard);
   DebugControl(const DebugControl&) = delete;
   DebugControl& operator=(const DebugControl&) = delete;
+  static void* operator new(std::size_t size);
+  static void operator delete(void* memory);  // when construction fails
   /// REQUIRES: lock.
-  ~DebugControl();
+  static void operator delete(DebugControl* record, std::destroying_delete_t);
 
   /// A new handler for `name`, never fixed whatever the second argument says.
   static std::shared_ptr<DebugHandler> get(const String& name, bool);
@@ -75,6 +84,8 @@ class TARVO_EXPORT DebugControl {
   String displayString() const;
 
  private:
+  ~DebugControl();  // so that none stands on a stack
+
   using ExactMap = std::unordered_map<String, DebugControl*>;
   using WildcardMap = std::map<String, DebugControl*, std::less<>>;
 

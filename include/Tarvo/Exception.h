@@ -20,6 +20,7 @@
 /// An exception belongs to one thread at a time: what() fills its cache without a lock.
 
 #include <exception>
+#include <string_view>
 
 #include "Tarvo/Backtrace.h"
 #include "Tarvo/Export.h"
@@ -43,6 +44,9 @@ class TARVO_EXPORT Exception : public std::exception {
   /// msg(), a line end and the backtrace. Built at the first call; later calls return the same
   /// text. Falls back to the bare message when there is no memory for it.
   const char* what() const noexcept final;
+
+  /// What what() returns, with its length: a message may hold zero bytes.
+  std::string_view text() const noexcept;
 
   /// The name of the class, with its namespace.
   virtual const char* name() const;

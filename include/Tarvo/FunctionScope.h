@@ -15,7 +15,8 @@
 
 namespace Tarvo::Impl {
 
-/// What a statement hands on: both null, or both set and alive for ever.
+/// What a statement hands on: never null, and alive for ever. Either may be empty; then the message
+/// carries neither.
 struct ScopeNames {
   const char* className;
   const char* func;

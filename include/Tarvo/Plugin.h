@@ -22,7 +22,10 @@
 /// dlopen() itself has no such protection; there the exception leaves the initialiser.
 ///
 /// Both operations hold the global lock from beginning to end, and leave it free also when they
-/// fail. Plug-ins are never unloaded.
+/// fail. So that lock comes before the dynamic loader's own, under which initialisers run: a
+/// program that opens by itself a library whose initialisers trace, make handles or register must
+/// hold a LocoGuard around its dlopen(), or its threads can wait for each other for ever. Plug-ins
+/// are never unloaded.
 
 #include "Tarvo/Export.h"
 

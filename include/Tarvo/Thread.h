@@ -21,6 +21,7 @@ TARVO_EXPORT bool isMainThread();
 
 /// The name of the calling thread, at most 15 characters.
 TARVO_EXPORT String threadName();
+TARVO_EXPORT String currentThreadName();
 
 /// Names the calling thread. Does nothing on the main thread, whose name is that of the process. A
 /// name of more than 15 characters is refused by the system and fails an assertion.

@@ -12,7 +12,8 @@
 /// destroy the handle that they are traced on. The level is tested first and the arguments are
 /// evaluated only when it is on. TARVO_ASSERT_STREAM traces its text when the level is on and then
 /// takes the assertion path; the other assertions stand in Tarvo/Assert.h. Each message begins with
-/// "Scope::function() " by the rule in Tarvo/FunctionScope.h.
+/// "Scope::function() " by the rule in Tarvo/FunctionScope.h. Where an argument throws instead of
+/// being shown, the message ends with a remark about that.
 
 #include <memory>
 
@@ -50,6 +51,9 @@ template <typename... Args>
 /// Opens a message in stream form with the names of the scope.
 TARVO_EXPORT void beginMessage(Platform::DebugStream& stream, const ScopeNames& scope);
 
+/// To be called while what an argument threw is handled: ends the message with a remark.
+TARVO_EXPORT void endUnshownMessage(Platform::DebugStream& stream);
+
 }  // namespace Tarvo::Impl
 
 // Tests whether the statement is to be written; keeps a temporary handle alive meanwhile.
@@ -68,13 +72,22 @@ TARVO_EXPORT void beginMessage(Platform::DebugStream& stream, const ScopeNames& 
     }                                                                                 \
   } while (false)
 
+// Declares the message. One that cannot be made must not break the code that it reports on.
+#define TARVO_STREAM_MESSAGE(...)                                   \
+  ::Tarvo::Platform::DebugStream tarvoStream_;                      \
+  try {                                                             \
+    ::Tarvo::Impl::beginMessage(tarvoStream_, tarvoScope_.names()); \
+    tarvoStream_ << __VA_ARGS__;                                    \
+  } catch (...) {                                                   \
+    ::Tarvo::Impl::endUnshownMessage(tarvoStream_);                 \
+  }                                                                 \
+  static_assert(true)
+
 #define TARVO_TRACE_STREAM(handle, level, ...)                             \
   do {                                                                     \
     TARVO_TRACE_IF_ON(handle, level) {                                     \
       TARVO_SCOPE(tarvoScope_);                                            \
-      ::Tarvo::Platform::DebugStream tarvoStream_;                         \
-      ::Tarvo::Impl::beginMessage(tarvoStream_, tarvoScope_.names());      \
-      tarvoStream_ << __VA_ARGS__;                                         \
+      TARVO_STREAM_MESSAGE(__VA_ARGS__);                                   \
       tarvoHandler_->dump(tarvoStream_, tarvoLevel_, TARVO_FILE, __LINE__, \
                           tarvoScope_.names().func);                       \
     }                                                                      \
@@ -85,9 +98,7 @@ TARVO_EXPORT void beginMessage(Platform::DebugStream& stream, const ScopeNames& 
     if (!(condition)) [[unlikely]] {                                                            \
       TARVO_SCOPE(tarvoScope_);                                                                 \
       auto&& tarvoOwner_ = (handle);                                                            \
-      ::Tarvo::Platform::DebugStream tarvoStream_;                                              \
-      ::Tarvo::Impl::beginMessage(tarvoStream_, tarvoScope_.names());                           \
-      tarvoStream_ << __VA_ARGS__;                                                              \
+      TARVO_STREAM_MESSAGE(__VA_ARGS__);                                                        \
       ::Tarvo::debugAndThrowAssertException(::Tarvo::Impl::traceHandler(tarvoOwner_), level,    \
                                             tarvoStream_, TARVO_FILE, tarvoScope_.names().func, \
                                             __LINE__);                                          \

@@ -1,11 +1,12 @@
 #ifndef TARVO_UTIL_H
 #define TARVO_UTIL_H
 
-/// Small helpers for files.
+/// Small helpers for files; brings Util::hash() too.
 
 #include <sys/types.h>
 
 #include "Tarvo/Export.h"
+#include "Tarvo/HashMix.h"  // IWYU pragma: export
 #include "Tarvo/String.h"
 
 namespace Tarvo::Util {

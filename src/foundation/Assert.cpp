@@ -1,5 +1,7 @@
 #include "Tarvo/Assert.h"
 
+#include <cxxabi.h>
+
 namespace Tarvo::Impl {
 
 namespace {
@@ -10,6 +12,8 @@ template <typename Build>
 String messageOr(fmt::string_view format, Build build) {
   try {
     return build();
+  } catch (abi::__forced_unwind&) {
+    throw;
   } catch (...) {
     return String(format.data(), format.size());
   }
@@ -23,11 +27,14 @@ void vabortWithText(const char* file, int line, const char* func, fmt::string_vi
   abortOnAssertion(text.c_str(), file, line, func);
 }
 
-void vassertFailed(const char* file, int line, const ScopeNames& scope, fmt::string_view format,
+void vassertFailed(const char* file, int line, const char* function, fmt::string_view format,
                    fmt::format_args args) {
   AssertException::throwException(messageOr(format, [&] {
-    return Fmt::Impl::vformatstr(file, line, scope.withFunc(), scope.func, scope.className, format,
-                                 args);
+    const ScopeViews scope = ScopeParser(function).parse();
+    const String className(scope.scope);
+    const String func(scope.func);
+    return Fmt::Impl::vformatstr(file, line, ScopeNames{className.c_str(), func.c_str()}.withFunc(),
+                                 func.c_str(), className.c_str(), format, args);
   }));
 }
 

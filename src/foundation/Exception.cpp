@@ -15,12 +15,14 @@ Exception::Exception(const String& msg, bool captureBacktrace)
     : backtrace_(captureBacktrace), msg_(msg) {}
 Exception::~Exception() = default;
 
-const char* Exception::what() const noexcept {
+const char* Exception::what() const noexcept { return text().data(); }
+
+std::string_view Exception::text() const noexcept {
   try {
     if (what_.empty()) what_ = msg() + "\n" + backtrace_.pretty();
-    return what_.c_str();
+    return what_;
   } catch (...) {
-    return msg_.c_str();
+    return msg_;
   }
 }
 

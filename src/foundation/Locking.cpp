@@ -24,14 +24,14 @@ constexpr std::tuple operations{&Mutex::lock, &Mutex::try_lock, &Mutex::unlock, 
 // Both failures speak in the name of the operation that was called.
 void Lock::failUnlock() const {
   Tarvo::Impl::assertFailed(
-      TARVO_FILE, __LINE__, {"Lock", "unlock"},
+      TARVO_FILE, __LINE__, "Lock::unlock()",
       "attempting to release a lock that is not currently held, owner:{} me:{}",
       owner_.load(std::memory_order_relaxed), pthread_self());
 }
 
 void RecursiveLock::failUnlock() const {
   Tarvo::Impl::assertFailed(
-      TARVO_FILE, __LINE__, {"RecursiveLock", "unlock"},
+      TARVO_FILE, __LINE__, "RecursiveLock::unlock()",
       "attempting to release a lock that is not currently held, owner:{} me:{} lockCount:{}",
       owner_.load(std::memory_order_relaxed), pthread_self(), lockCount());
 }

@@ -4,9 +4,12 @@
 
 #include <iostream>
 
+#include "foundation/Uncancelled.h"
+
 namespace Tarvo::Impl {
 
 void writeStandardError(std::string_view text) noexcept {
+  const Uncancelled whole;
   std::streambuf* buffer = std::cerr.rdbuf();
   if (buffer == nullptr) return;
   try {
@@ -18,6 +21,7 @@ void writeStandardError(std::string_view text) noexcept {
 
 void writeLastWords(std::string_view text) noexcept {
   if (std::cerr.rdbuf() != nullptr) return writeStandardError(text);
+  const Uncancelled whole;
   [[maybe_unused]] const auto written = ::write(STDERR_FILENO, text.data(), text.size());
 }
 

@@ -23,7 +23,7 @@ String describeException(bool& wantsBacktrace) {
     throw;
   } catch (const Exception& e) {
     wantsBacktrace = false;
-    return String("  what(): ") + e.what();
+    return String("  what(): ").append(e.text());
   } catch (const std::exception& e) {
     const char* what = e.what();
     return String("  what(): ") + (what != nullptr ? what : "");

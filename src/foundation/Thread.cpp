@@ -40,6 +40,8 @@ String threadName() {
   return cachedName.data();
 }
 
+String currentThreadName() { return threadName(); }
+
 void threadNameIs(const char* name) {
   if (isMainThread()) return;
   TARVO_ASSERT(name != nullptr, "a thread's name must not be null");

@@ -1,4 +1,7 @@
+#include <cxxabi.h>
+
 #include "Tarvo/Trace.h"
+#include "trace/UnshownArgument.h"
 
 namespace Tarvo {
 
@@ -23,6 +26,16 @@ void debugAndThrowAssertException(Platform::DebugHandler& handler, unsigned leve
 
 void Impl::beginMessage(Platform::DebugStream& stream, const ScopeNames& scope) {
   if (scope.withFunc()) stream << scope.className << "::" << scope.func << "() ";
+}
+
+void Impl::endUnshownMessage(Platform::DebugStream& stream) {
+  try {
+    throw;
+  } catch (abi::__forced_unwind&) {
+    throw;
+  } catch (...) {
+    stream << Fmt::Impl::unshownArgument;
+  }
 }
 
 }  // namespace Tarvo

@@ -50,6 +50,14 @@ DebugControl::DebugControl(const String& name, std::uint16_t levels, bool wildca
   }
 }
 
+void* DebugControl::operator new(std::size_t size) { return ::operator new(size); }
+void DebugControl::operator delete(void* memory) { ::operator delete(memory); }
+
+void DebugControl::operator delete(DebugControl* record, std::destroying_delete_t) {
+  record->~DebugControl();
+  ::operator delete(record);
+}
+
 DebugControl::~DebugControl() {
   TARVO_CHECK(Tarvo::Platform::loco().owns_lock() && "DebugControl::~DebugControl() no loco");
   if (wildcard_) {

@@ -37,9 +37,18 @@ DebugHandler::HandlerMap* DebugHandler::handlerMap_ = nullptr;
 
 DebugHandler::DebugHandler(const String& name, int levels, bool levelsFixed)
     : Platform::DebugHandler(name, static_cast<std::uint32_t>(levels)), levelsFixed_(levelsFixed) {
+  enter();
+}
+
+DebugHandler::DebugHandler(const String& name, std::uint32_t* levelsPtr, bool levelsFixed)
+    : Platform::DebugHandler(name, 0, levelsPtr), levelsFixed_(levelsFixed) {
+  enter();
+}
+
+void DebugHandler::enter() {
   TARVO_CHECK(Tarvo::Platform::loco().owns_lock() && "DebugHandler::DebugHandler() no loco");
   initialize();
-  place_ = Impl::addEntry(*handlerMap_, name, this);
+  place_ = Impl::addEntry(*handlerMap_, this->name(), this);
 }
 
 DebugHandler::~DebugHandler() {

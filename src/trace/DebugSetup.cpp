@@ -24,8 +24,9 @@ void forEachEntry(const String& text, void (*apply)(const String&, const String&
   }
 }
 
+// A process with more rights than its caller ignores the caller's variables.
 void followTraceFileVariable() {
-  const char* wanted = std::getenv("TRACEFILE");
+  const char* wanted = secure_getenv("TRACEFILE");
   Impl::TraceFile& file = Impl::traceFile();
   if (wanted != nullptr && file.isOpen() && file.name() == wanted) return;
   file.close();
@@ -44,7 +45,7 @@ void setupTarvoDebug(const char* spec) {
   {
     LocoGuard guard;
     followTraceFileVariable();
-    if (spec == nullptr) spec = std::getenv("TRACE");
+    if (spec == nullptr) spec = secure_getenv("TRACE");
     if (spec == nullptr) return;
   }
   forEachEntry(spec, Orl::DebugControl::set);

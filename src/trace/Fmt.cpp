@@ -9,6 +9,7 @@
 #include <type_traits>
 
 #include "Tarvo/Assert.h"
+#include "trace/UnshownArgument.h"
 
 namespace Tarvo {
 
@@ -126,7 +127,7 @@ void vfmtrace(const void* handler, unsigned level, const char* file, bool withFu
     throw;
   } catch (...) {
     // A message that cannot be made must not break the code that it reports on.
-    buffer.append(fmt::string_view(" (an argument cannot be shown)"));
+    buffer.append(unshownArgument);
   }
   dumpDebugMsg(buffer.data(), buffer.size(), level, handler, file, func, line);
 }

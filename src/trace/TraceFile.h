@@ -11,7 +11,8 @@ namespace Tarvo::Impl {
 /// lock.
 class TraceFile {
  public:
-  /// Opens for writing and empties the file. False, with nothing open, when that fails.
+  /// Opens for writing, and empties the file unless another process traces to it. False, with
+  /// nothing open, when that fails.
   bool open(const char* name);
   void close();
 
@@ -23,6 +24,8 @@ class TraceFile {
   void write(const char* text, std::size_t size);
 
  private:
+  void emptyUnlessShared();
+
   String name_;
   int fd_ = -1;
 };

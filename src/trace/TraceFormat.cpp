@@ -44,7 +44,7 @@ Impl::TraceFields Impl::traceFields() {
 namespace Platform {
 
 void setTraceFormat(const char* spec) {
-  if (spec == nullptr) spec = std::getenv("TRACEFORMAT");
+  if (spec == nullptr) spec = secure_getenv("TRACEFORMAT");
   if (spec == nullptr) return;
   const String text = spec;
   if (text == "help") return printUsage();

@@ -11,6 +11,7 @@
 #include "Tarvo/Loco.h"
 #include "Tarvo/Trace.h"
 #include "Tarvo/Util.h"
+#include "foundation/OpenFile.h"
 
 namespace Tarvo {
 
@@ -28,9 +29,9 @@ int setLock(int fd, short type) {
 }
 
 /// The open file, or -1 and errno; made when there is none, for everybody to open.
-int openFile(const char* path) {
+int openLockFile(const char* path) {
   // One that is there needs no umask, and in some directories may not be opened with O_CREAT.
-  const int existing = open(path, O_RDWR | O_CLOEXEC);
+  const int existing = Impl::openFile(path, O_RDWR);
   if (existing >= 0 || errno != ENOENT) return existing;
   const Platform::LocoGuard guard;  // the umask is the whole process's
   int error = 0;
@@ -40,8 +41,7 @@ int openFile(const char* path) {
       ~NoUmask() { umask(old); }
       mode_t old = umask(0);
     } const everybody;
-    // Close-on-exec from the start, also for a child that another thread forks right now.
-    fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    fd = Impl::openFile(path, O_RDWR | O_CREAT, 0666);
     error = errno;
   }
   errno = error;
@@ -70,7 +70,7 @@ bool FileLock::lock(bool reentry) {
   const int made = Util::mkpath(directory_, 0777);
   TARVO_ASSERT(made == 0 || errno == EEXIST, "unexpected mkpath() error {}: {}", directory_,
                std::strerror(errno));
-  const int fd = openFile(path_.c_str());
+  const int fd = openLockFile(path_.c_str());
   if (fd < 0) {
     const int error = errno;
     TARVO_TRACE(*this, 1, "error: could not open lock file:{} {}", path_, std::strerror(error));

@@ -18,7 +18,7 @@ using testsupport::failureOf;
 TEST(ThreadTest, OnlyOtherThreadsAreNamed) {
   const auto before = Tarvo::threadName();
   Tarvo::threadNameIs("a name that is far too long for any thread");
-  EXPECT_EQ(Tarvo::threadName(), before);
+  EXPECT_EQ(Tarvo::currentThreadName(), before);
   std::jthread([] {
     Tarvo::threadNameIs("fifteen letters");
     EXPECT_EQ(Tarvo::threadName(), "fifteen letters");

@@ -10,6 +10,11 @@
 #include "Tarvo/LibeventFactory.h"
 #include "Tarvo/Trace.h"
 
+/// The C library's, in a process that may believe to have more rights than its caller.
+extern "C" [[gnu::visibility("default")]] char* secure_getenv(const char* name) noexcept {
+  return std::getenv("PRIVILEGED") != nullptr ? nullptr : std::getenv(name);
+}
+
 namespace {
 
 /// Traces while the process's static objects are destroyed.
@@ -58,6 +63,7 @@ void run(const std::string& what) {
     }
   }
   if (what == "family") Tarvo::RuntimeException::throwException("boom");
+  if (what == "zero") Tarvo::RuntimeException::throwException(std::string("a\0b", 3));
   if (what == "standard") throw std::runtime_error("boom");
   if (what == "number") throw 5;
   if (what == "unspeakable") throw Unspeakable();

@@ -1,14 +1,20 @@
 #include <gmock/gmock-matchers.h>
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
+#include "Tarvo/Debug.h"
+#include "Tarvo/FileLock.h"
 #include "support/ChildProcess.h"
 
 namespace {
 
+using Tarvo::String;
 using testing::AllOf;
 using testing::ContainsRegex;
 using testing::EndsWith;
@@ -16,6 +22,12 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 using testsupport::ChildResult;
+
+String contents(const String& path) {
+  std::ostringstream text;
+  text << std::ifstream(path).rdbuf();
+  return text.str();
+}
 
 ChildResult helper(const std::string& what, const std::string& environment = "") {
   return testsupport::runProgram(environment + " " PROCESS_HELPER " " + what);
@@ -30,6 +42,8 @@ TEST(LoadTest, TheEnvironmentAddsToThem) {
   const auto child = helper("list", "'TRACE=*/5,Foo/1' TRACEFORMAT=pid,level");
   // Handles made later match the shorter prefix. The record of Foo took it in when it was made.
   EXPECT_EQ(child.out, "TaskScheduler 20\nTarvoX 20\nFoo 22\n0 0 1 0 0 1 0 0\nTRACE=*/5,Foo/1\n");
+  EXPECT_EQ(helper("list", "'TRACE=*/5' TRACEFORMAT=pid PRIVILEGED=1").out,
+            "TaskScheduler 0\nTarvoX 3\nFoo 0\n1 1 0 1 1 1 0 0\nTRACE=*/5\n");
   EXPECT_EQ(helper("list", "TRACEFORMAT=").out.substr(31), "0 0 0 0 0 0 0 0\nTRACE=(unset)\n");
 }
 
@@ -39,16 +53,59 @@ TEST(LoadTest, AFileThatCannotBeOpenedIsReportedByBothSetUps) {
   EXPECT_EQ(helper("compat", "TRACEFILE=/no/dir/t").err, report + report);
 }
 
-TEST(LoadTest, TracesGoOnWhileThreadAndProcessEnd) {
-  const std::string path = testing::TempDir() + "exit." + std::to_string(getpid());
-  std::ofstream(path) << "old";
-  const auto child = helper("exit", "'TRACE=*/1' TRACEFORMAT=handle TRACEFILE=" + path);
+/// A trace file with old contents, to which nobody traces at the end.
+struct TraceFileTest : testing::Test {
+  TraceFileTest() { std::ofstream(path) << "old"; }
+  ~TraceFileTest() override {
+    unsetenv("TRACEFILE");
+    Tarvo::Platform::setupTarvoDebug("");
+    std::filesystem::remove(path);
+  }
+  void open() const {
+    setenv("TRACEFILE", path.c_str(), 1);
+    Tarvo::Platform::setupTarvoDebug("");
+    Tarvo::Platform::dumpDebugMsg("own", 3, 0, nullptr, nullptr, nullptr, 0);
+  }
+  int traceInChild(const String& more = "") const {
+    return helper("exit", "'TRACE=*/1' TRACEFORMAT=handle TRACEFILE=" + path + more).exitCode;
+  }
+  const String path = testing::TempDir() + "trace." + std::to_string(getpid());
+  const String childs =
+      "Thread ThreadWords::~ThreadWords() thread words\n"
+      "Exit LastWords::~LastWords() last words\n";
+};
+
+TEST_F(TraceFileTest, IsEmptiedByTheFirstToOpenIt) {
+  EXPECT_EQ(traceInChild(" PRIVILEGED=1"), 0);
+  EXPECT_EQ(contents(path), "old") << "a privileged process follows its caller";
+  EXPECT_EQ(traceInChild(), 0);
+  EXPECT_EQ(contents(path), childs) << "also while thread and process end";
+  Tarvo::Platform::clearTraceFormat();
+  open();
+  open();  // it is open already
+  EXPECT_EQ(traceInChild(), 0);
+  EXPECT_EQ(traceInChild(), 0);
+  EXPECT_EQ(contents(path), "own\nown\n" + childs + childs);
+  std::filesystem::resize_file(path, 0);  // as one rotates such a file
+  open();
+  EXPECT_EQ(contents(path), "own\n");
+}
+
+TEST_F(TraceFileTest, IsNoStandardDescriptorAndNeitherIsALockFile) {
+  const auto trace = Tarvo::Platform::getDebugHandler("Daemon");
+  const auto child = testsupport::runForked([&] {
+    for (const int fd : {0, 1, 2}) close(fd);
+    open();
+    Tarvo::FileLock lock(*trace, testing::TempDir(), "lock." + std::to_string(getpid()));
+    const bool locked = lock.lock(false);
+    std::filesystem::remove(lock.file());
+    for (const int fd : {0, 1, 2}) {
+      if (fcntl(fd, F_GETFD) != -1) return 10 + fd;
+    }
+    return locked ? 0 : 1;
+  });
   EXPECT_EQ(child.exitCode, 0);
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  EXPECT_EQ(text.str(),
-            "Thread ThreadWords::~ThreadWords() thread words\n"
-            "Exit LastWords::~LastWords() last words\n");
+  EXPECT_THAT(contents(path), EndsWith("own\n"));
 }
 
 TEST(LastWordsTest, AnAssertionReportsAndClaimsNoException) {
@@ -75,6 +132,7 @@ TEST(LastWordsTest, AnEscapedExceptionIsNamedAndShown) {
                                  "'Tarvo::RuntimeException'\n"
                                  "  what(): Tarvo::RuntimeException(\"boom\")\nBacktrace:\n"));
   EXPECT_EQ(family.find("Backtrace:"), family.rfind("Backtrace:"));
+  EXPECT_THAT(helper("zero").err, HasSubstr(String("(\"a\0b\")\nBacktrace:\n", 18)));
   EXPECT_THAT(helper("standard").err,
               StartsWith("terminate called after throwing an instance of "
                          "'std::runtime_error'\n  what(): boomBacktrace:\n"));
@@ -103,6 +161,10 @@ TEST(LastWordsTest, PlainAbortsIgnoreTheSwitch) {
 TEST(LastWordsTest, FormattingAloneHasNoWriter) {
   EXPECT_THAT(testsupport::runProgram(FMT_ALONE).err,
               EndsWith(": Assertion `false && \"No debug handler found for platform\"' failed.\n"));
+}
+
+TEST(LoadTest, TheCheckOpensAPrivateLibraryToEverybody) {
+  EXPECT_EQ(testsupport::runProgram(FMT_ALONE " " LIBRARY).exitCode, 0);
 }
 
 TEST(LoadTest, ACompatibleProcessIsLeftAlone) {

@@ -1,4 +1,5 @@
 #include <fmt/format.h>
+#include <gmock/gmock-matchers.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -10,6 +11,8 @@
 #include <vector>
 
 #include "Tarvo/Debug.h"
+#include "Tarvo/Loco.h"
+#include "support/Failure.h"
 
 namespace {
 
@@ -144,6 +147,25 @@ TEST(DebugConfigTest, AgreesWithANaiveMatcher) {
       ASSERT_EQ(listing(root), model.listing()) << "step " << step << " " << spec;
     }
   }
+}
+
+TEST(DebugConfigTest, FixedLevelsAndForeignWordsAreLeftAlone) {
+  const Tarvo::Platform::LocoGuard guard;
+  std::uint32_t word = 4;
+  Tarvo::Orl::DebugHandler foreign("odd.foreign", &word, false);
+  const Tarvo::Orl::DebugHandler fixed("odd.fixed", 4, true);
+  setupTarvoDebug("odd.fixed/1,odd*/3");
+  clearTarvoDebug("odd.fixed/2,odd*/2");
+  EXPECT_EQ(listing("odd."), (std::vector<String>{"Handlers:odd.fixed+/2", "Handlers:odd.foreign/3",
+                                                  "Specific:odd.fixed/13"}));
+  EXPECT_THAT(
+      testsupport::failureOf([&] { foreign.enabledIs(1, true); }),
+      testing::HasSubstr("Cannot use this with a non-null levelsPtr passed to constructor"));
+  EXPECT_EQ(word, 8U);
+  clearTarvoDebug("odd*/*");
+  delete new Tarvo::Orl::DebugControl("odd.record", 2, true);
+  EXPECT_EQ(listing("odd"),
+            (std::vector<String>{"Handlers:odd.fixed+/2", "Handlers:odd.foreign/"}));
 }
 
 TEST(DebugConfigTest, EntriesAreCutAtCommasAndSlashes) {

@@ -12,6 +12,7 @@
 #include "Tarvo/Thread.h"
 #include "Tarvo/Trace.h"
 #include "support/AllocationCount.h"
+#include "support/Failure.h"
 
 namespace {
 
@@ -28,6 +29,10 @@ struct TraceLineTest : testing::Test {
   TraceLineTest() { handler->enabledIs(1, true); }
   ~TraceLineTest() override { setTraceFormat("date,time,tid,handle,level"); }
 
+  static void traceTo(const char* path) {
+    path != nullptr ? setenv("TRACEFILE", path, 1) : unsetenv("TRACEFILE");
+    Tarvo::Platform::setupTarvoDebug("");
+  }
   String line(const char* format, const char* file = "/src/dir/File.cpp",
               const char* func = "run") {
     setTraceFormat(format);
@@ -44,8 +49,13 @@ TEST_F(TraceLineTest, FieldsStandInTheirFixedOrder) {
                   "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.(0|[1-9][0-9]*) "
                   "[0-9]+ [0-9]+ Line 1 File\\.cpp:42 run msg\n"));
   EXPECT_EQ(line("level,,handle,"), "Line 1 msg\n");
-  EXPECT_EQ(line("tid"), std::to_string(Tarvo::gettid()) + " msg\n");
+  std::jthread([&] {
+    EXPECT_EQ(line("pid,tid"), fmt::format("{} {} msg\n", getpid(), Tarvo::gettid()));
+  }).join();
   EXPECT_EQ(line(""), "msg\n");
+  std::cerr.setstate(std::ios::badbit);  // as one failed write leaves it
+  EXPECT_EQ(line(""), "msg\n");
+  std::cerr.clear();
   // A null name costs the rest of the prefix.
   EXPECT_EQ(line("level,line-info,func-name", nullptr), "1 msg\n");
   EXPECT_EQ(line("level,line-info,func-name", "File.cpp", nullptr), "1 File.cpp:42 msg\n");
@@ -84,6 +94,10 @@ TEST_F(TraceLineTest, AFormatIsTakenWholeOrNotAtAll) {
   EXPECT_EQ(
       captured([] { setTraceFormat("pid,bogus,Level"); }),
       "bogus is an invalid field in TRACEFORMAT\nSet TRACEFORMAT=help for more information.\n");
+  EXPECT_EQ(
+      captured([] { setTraceFormat("help"); }),
+      "Usage:\n  TRACEFORMAT=field,field,...\nList of possible fields:\n  date\n  time\n  pid\n"
+      "  tid\n  handle\n  level\n  line-info\n  func-name\n");
   testing::internal::CaptureStdout();
   Tarvo::Platform::printAllTraceFormat();
   Tarvo::Platform::clearTraceFormat();
@@ -115,6 +129,55 @@ TEST_F(TraceLineTest, StatementsAreSilentUnlessTheirLevelIsOn) {
       "2\n");
 }
 
+/// Has no text: throws, or ends a thread that is cancelled.
+struct Unshowable {
+  friend std::ostream& operator<<(std::ostream&, const Unshowable&) {
+    pthread_testcancel();
+    throw 5;
+  }
+};
+
+TEST_F(TraceLineTest, AnArgumentThatThrowsCostsNothingButItsText) {
+  setTraceFormat("level");
+  const String shown = "::TestBody() x  (an argument cannot be shown)";
+  const String text = captured([&] {
+    TARVO_TRACE(handler, 1, "x {}", Unshowable());
+    TARVO_TRACE_STREAM(handler, 1, "x " << Unshowable());
+  });
+  EXPECT_THAT(text, testing::EndsWith(shown + "\n"));
+  EXPECT_EQ(text.substr(0, text.size() / 2), text.substr(text.size() / 2));
+  EXPECT_THAT(testsupport::failureOf([&] { TARVO_ASSERT(false, "x {}", Unshowable()); }),
+              testing::EndsWith("(\"x {}\")"));
+  EXPECT_THAT(
+      testsupport::failureOf([&] { TARVO_ASSERT_STREAM(handler, 2, false, "x " << Unshowable()); }),
+      testing::EndsWith("() x  (an argument cannot be shown)\")"));
+}
+
+TEST_F(TraceLineTest, AThreadIsCancelledBesideItsLinesNotInThem) {
+  setTraceFormat("");
+  int unwound = 0;
+  const auto cancelled = [&](auto last) {
+    std::jthread([&] {
+      const std::shared_ptr<int> count(&unwound, [](int* number) { ++*number; });
+      pthread_cancel(pthread_self());
+      [&]() noexcept { Tarvo::Platform::dumpDebugMsg("one", 3, 1, handler.get(), "f", "g", 1); }();
+      last();
+      ++unwound;  // not reached
+    });
+  };
+  EXPECT_EQ(captured([&] {
+              cancelled([] { pthread_testcancel(); });
+              cancelled([&] { TARVO_TRACE(handler, 1, "x {}", Unshowable()); });
+              cancelled([&] { TARVO_TRACE_STREAM(handler, 1, Unshowable()); });
+              cancelled([&] { TARVO_FAIL("x {}", Unshowable()); });
+            }),
+            "one\none\none\none\n");
+  traceTo("/dev/null");
+  cancelled([] { pthread_testcancel(); });
+  traceTo(nullptr);
+  EXPECT_EQ(unwound, 5);
+}
+
 TEST_F(TraceLineTest, MessagesAreDrivenByTheirLength) {
   setTraceFormat("");
   const String zero("a\0b", 3);
@@ -131,8 +194,7 @@ TEST_F(TraceLineTest, MessagesAreDrivenByTheirLength) {
 
 TEST_F(TraceLineTest, AnOrdinaryLineAllocatesNothing) {
   setTraceFormat("date,time,pid,tid,handle,level,line-info,func-name");
-  setenv("TRACEFILE", "/dev/null", 1);
-  Tarvo::Platform::setupTarvoDebug("");
+  traceTo("/dev/null");
   const String text(300, 't');
   unsigned long before = 0;
   for (int i = 0; i < 20; ++i) {
@@ -141,15 +203,13 @@ TEST_F(TraceLineTest, AnOrdinaryLineAllocatesNothing) {
     TARVO_TRACE(handler, 1, "{:>4} {:.3f} {}", i, 0.5, true);
   }
   EXPECT_EQ(testsupport::allocations, before);
-  unsetenv("TRACEFILE");
-  Tarvo::Platform::setupTarvoDebug("");
+  traceTo(nullptr);
 }
 
 TEST_F(TraceLineTest, LinesOfManyThreadsStayWhole) {
   const String path = testing::TempDir() + "trace." + std::to_string(getpid());
   setTraceFormat("tid,level");
-  setenv("TRACEFILE", path.c_str(), 1);
-  Tarvo::Platform::setupTarvoDebug("");
+  traceTo(path.c_str());
   {
     std::vector<std::jthread> threads;
     for (int t = 0; t < 4; ++t) {
@@ -163,8 +223,7 @@ TEST_F(TraceLineTest, LinesOfManyThreadsStayWhole) {
       });
     }
   }
-  unsetenv("TRACEFILE");
-  Tarvo::Platform::setupTarvoDebug("");
+  traceTo(nullptr);
   std::ifstream lines(path);
   int whole = 0;
   for (String text; std::getline(lines, text); ++whole) {

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <unistd.h>
 
@@ -49,11 +50,30 @@ TEST(DirNodeTest, FindsFilesAndLinksByTheEndOfTheirNames) {
   std::filesystem::remove_all(path);
 }
 
+TEST(DirNodeTest, ClosesWhatItOpensAndSaysWhatItCannotRead) {
+  const auto trace = Tarvo::Platform::getDebugHandler("Dirs");
+  const int nothing = open("/dev/null", O_RDONLY);
+  const int next = dup(nothing);
+  for (int round = 0; round < 2; ++round) {
+    close(next);
+    DirNode node(*trace);
+    node.pathIs("/");
+    node.pathIs("/proc");  // the number is free again
+    ASSERT_EQ(dup2(nothing, next), next) << "now the stream reads a file";
+    EXPECT_THAT([&] { node.readEntry(); },
+                testing::Throws<Tarvo::RuntimeException>(
+                    testing::Property(&Tarvo::RuntimeException::msg,
+                                      HasSubstr("failed to read /proc errno: Not a directory"))));
+  }
+  EXPECT_EQ(fcntl(next, F_GETFD), -1);
+  close(nothing);
+}
+
 TEST(RandomTest, ASeedFromTheEnvironmentReplaysBothStreams) {
   const auto drawn = [](const char* seed) {
     return runForked([seed] {
       std::printf("%d", Tarvo::Random::rand64() == std::mt19937_64()());
-      setenv("ZQTEST_RANDSEED", seed, 1);
+      seed != nullptr ? setenv("ZQTEST_RANDSEED", seed, 1) : unsetenv("ZQTEST_RANDSEED");
       for (int i = 0; i < 2; ++i) {  // the second time starts again, from the same
         Tarvo::Random::setSeed();
         std::printf(" %u %lu", Tarvo::Random::getSeed(), Tarvo::Random::rand64());
@@ -72,6 +92,7 @@ TEST(RandomTest, ASeedFromTheEnvironmentReplaysBothStreams) {
   EXPECT_EQ(child.err,
             "Tarvo::Random::setSeed(), setting seed to 1234\n"
             "Tarvo::Random::setSeed(), setting seed to 1234\n");
+  EXPECT_NE(drawn(nullptr).out, drawn(nullptr).out) << "two moments";
   EXPECT_THAT(drawn("").err, HasSubstr("setting seed to 0\n"));
 }
 

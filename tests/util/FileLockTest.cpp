@@ -1,14 +1,34 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
+#include <cstdarg>
 #include <filesystem>
 
 #include "Tarvo/FileLock.h"
 #include "Tarvo/Util.h"
 #include "support/ChildProcess.h"
 #include "support/Failure.h"
+
+namespace {
+bool locksRefused = false;
+}
+
+/// Stands before the C library's for the library too.
+extern "C" [[gnu::visibility("default")]] int fcntl(int fd, int command, ...) {
+  va_list arguments;
+  va_start(arguments, command);
+  const long argument = va_arg(arguments, long);
+  va_end(arguments);
+  if (command != F_OFD_SETLK || !locksRefused)
+    return static_cast<int>(syscall(SYS_fcntl, fd, command, argument));
+  errno = ENOLCK;
+  return -1;
+}
 
 namespace {
 
@@ -23,6 +43,15 @@ struct FileLockTest : testing::Test {
 
   int tryInChild() {
     return runForked([&] { return FileLock(*trace, sub, "lock").lock(true) ? 1 : 0; }).exitCode;
+  }
+  /// Those that are open now, or that an executed program would have.
+  static int descriptors(bool inherited = false) {
+    int count = 0;
+    for (int fd = 0; fd < 256; ++fd) {
+      const int flags = fcntl(fd, F_GETFD, 0L);
+      if (flags != -1 && (!inherited || (flags & FD_CLOEXEC) == 0)) ++count;
+    }
+    return count;
   }
   std::shared_ptr<Tarvo::Platform::DebugHandler> trace = Tarvo::Platform::getDebugHandler("Locks");
   std::string directory = testing::TempDir() + "locks." + std::to_string(getpid());
@@ -52,6 +81,33 @@ TEST_F(FileLockTest, ExcludesOtherProcessesAndOtherObjects) {
   EXPECT_TRUE(lock.lock(false));
   EXPECT_TRUE(other.lock(true)) << "it still believes to be the owner";
   EXPECT_THAT(failureOf([&] { other.release(); }), HasSubstr("attempting to release"));
+}
+
+TEST_F(FileLockTest, HasOneDescriptorAsLongAsItHolds) {
+  FileLock lock(*trace, sub, "lock");
+  FileLock other(*trace, sub, "lock");
+  // The first backtrace of a process opens descriptors of its own.
+  EXPECT_THAT(failureOf([&] { lock.release(); }), HasSubstr("attempting to release"));
+  const int before = descriptors();
+  const int inherited = descriptors(true);
+  ASSERT_TRUE(lock.lock(false));
+  EXPECT_FALSE(lock.lock(false) || other.lock(false));
+  std::filesystem::remove(lock.file());
+  EXPECT_TRUE(lock.lock(false)) << "on the file that is there now";
+  EXPECT_FALSE(other.lock(false));
+  EXPECT_EQ(descriptors(), before + 1);
+  EXPECT_EQ(descriptors(true), inherited);
+  locksRefused = true;
+  EXPECT_THAT(failureOf([&] { lock.release(); }),
+              HasSubstr("unexpected error: No locks available file:" + lock.file() + " fd:"));
+  EXPECT_THAT(failureOf([&] { other.lock(false); }),
+              HasSubstr("unexpected error: No locks available file:" + lock.file()));
+  locksRefused = false;
+  EXPECT_EQ(descriptors(), before + 1);
+  lock.release();
+  EXPECT_EQ(descriptors(), before);
+  EXPECT_TRUE(other.lock(false));
+  EXPECT_FALSE(lock.lock(true)) << "it owns nothing any more";
 }
 
 TEST_F(FileLockTest, AChildCannotReleaseAndAHolderThatIsKilledLetsGo) {
