@@ -9,6 +9,7 @@
 #include "Tarvo/CheckIncompat.h"
 #include "Tarvo/LibeventFactory.h"
 #include "Tarvo/Trace.h"
+#include "support/AllocationCount.h"
 
 namespace {
 
@@ -54,6 +55,11 @@ void run(const std::string& what) {
   }
   if (what == "family") Tarvo::RuntimeException::throwException("boom");
   if (what == "standard") throw std::runtime_error("boom");
+  if (what == "no-memory") {
+    const std::runtime_error last("boom");
+    testsupport::refusedAllocation = 1;
+    throw last;
+  }
   if (what == "number") throw 5;
   if (what == "terminate") std::terminate();
   if (what == "abort") TARVO_ABORT("composed {}", "text");
