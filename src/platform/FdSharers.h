@@ -1,25 +1,9 @@
 #ifndef TARVO_SRC_PLATFORM_FDSHARERS_H
 #define TARVO_SRC_PLATFORM_FDSHARERS_H
 
-#include <sys/types.h>
-
 namespace Tarvo {
 
 class LibeventFdControl;
-
-namespace Impl {
-
-/// Tells files apart that had one descriptor number after another.
-struct FileIdentity {
-  /// Of an open descriptor; of another one nothing that any file has.
-  static FileIdentity of(int fd);
-  bool operator==(const FileIdentity&) const = default;
-
-  dev_t device = 0;
-  ino_t inode = 0;
-};
-
-}  // namespace Impl
 
 /// The controls of this thread that watch one descriptor. The event library registers a descriptor
 /// with the kernel once, by edges or by levels, and keeps that registration as long as an event is

@@ -6,9 +6,9 @@
 
 #include "platform/LibeventTrace.h"
 
+#include "Tarvo/LibeventControls.h"
 #include "platform/FdSharers.h"
 #include "platform/LibeventBase.h"
-#include "platform/LibeventControls.h"
 #include "platform/ServedReads.h"
 
 namespace Tarvo {

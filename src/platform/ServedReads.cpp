@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <limits>
 
+#include "Tarvo/LibeventControls.h"
 #include "platform/DeferredFdControl.h"
-#include "platform/LibeventControls.h"
 
 namespace Tarvo::Impl {
 
