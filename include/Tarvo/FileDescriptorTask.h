@@ -36,10 +36,10 @@
 /// program adds to the event base itself are another matter: with one of those on the same
 /// descriptor, reports to either may be lost.
 ///
-/// The figures of both directions are kept, under their statistics names, after the task is gone, and
-/// only so many records of that kind. A service whose tasks have a name each ("client 10.0.0.7")
-/// gives all connections of a kind one statistics name, by taskStatsNameIs("client"), or keeps
-/// nothing of them, by includeInCompletedTaskIs(false).
+/// The figures of both directions are kept, under their statistics names, after the task is gone,
+/// and only so many records of that kind. A service whose tasks have a name each
+/// ("client 10.0.0.7") gives all connections of a kind one statistics name, by
+/// taskStatsNameIs("client"), or keeps nothing of them, by includeInCompletedTaskIs(false).
 ///
 /// A descriptor task is made with std::make_shared and held by shared reference; it keeps itself
 /// alive while a body of it runs. Every operation belongs to the thread of the root.

@@ -37,7 +37,8 @@ TARVO_EXPORT void leRegisterBase(event_base* base);
 /// The thread's base, made when there is none.
 TARVO_EXPORT event_base* leInit();
 /// Frees the thread's base, if any. All of its controls must be gone. Fails an assertion when
-/// called from inside the loop.
+/// called from inside the loop. A thread that ends frees the base that leInit() has made for it,
+/// after its thread-local objects; one that leRegisterBase() was given stays the program's.
 TARVO_EXPORT void leFree();
 TARVO_EXPORT bool leInitialized();
 /// Rebuilds the base in a forked child, or makes one. A child that goes on with its loop calls it

@@ -47,6 +47,8 @@ TARVO_EXPORT double time();
 
 namespace Platform {
 
+using Tarvo::time;
+
 class TARVO_EXPORT TimeoutHandler {
  public:
   virtual ~TimeoutHandler();

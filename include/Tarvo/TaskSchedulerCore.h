@@ -19,6 +19,7 @@
 #include "Tarvo/TaskSchedulerHistory.h"
 #include "Tarvo/TaskStat.h"
 #include "Tarvo/TaskTime.h"
+#include "Tarvo/detail/KeptObject.h"
 
 namespace Tarvo {
 
@@ -195,6 +196,7 @@ class TARVO_EXPORT TaskScheduler : public std::enable_shared_from_this<TaskSched
   TaskTimeDuration maxSchedulerSlip_ = 0;
   bool hasRunnableTasks_ = false;
   CurrentTask currentlyRunning_;
+  Impl::KeptObject kept_;  // a task that threw, which may hold the last reference to this
   Time virtualRunStart_ = 0;
   std::shared_ptr<ConstStringCache> nameCache_;  // the history's, kept alive by it
   ConstStringRef schedulerNameRef_;

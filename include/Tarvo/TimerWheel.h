@@ -48,8 +48,9 @@
 namespace Tarvo {
 
 namespace Impl {
+class ThreadLoop;
 class TimingWheel;
-}
+}  // namespace Impl
 
 class TimerWheel;
 
@@ -81,6 +82,9 @@ class TARVO_EXPORT TimerWheelEvent : private Impl::TimeoutRecord {
   double remainingTimeout() const;
 
   TimerWheelState state() const;
+  /// For the wheel, which notes here where the timer is. Fails an assertion when the change is
+  /// not from or to notLinked.
+  void stateIs(TimerWheelState state);
   /// The exact expiry on the library clock, infinity when it does not run.
   double expirationTime() const { return expirationTime_; }
 
@@ -92,7 +96,6 @@ class TARVO_EXPORT TimerWheelEvent : private Impl::TimeoutRecord {
   static constexpr std::uint32_t firstStateFlag = 4;
   static constexpr std::uint32_t stateFlags = 7 * firstStateFlag;
 
-  void stateIs(TimerWheelState state);
   [[noreturn]] void failState() const;
   [[noreturn]] static void failStateChange(TimerWheelState from, TimerWheelState to);
 
@@ -139,6 +142,8 @@ class TARVO_EXPORT TimerWheel : private Platform::TimeoutHandler,
   /// Runs the event's timeout(), the event being stopped already.
   void timerExpired(TimerWheelEvent* event) const;
 
+  /// Moves the wheel's present on to `now` on the library clock; serves nothing.
+  void setCurrentTime(double now);
   /// Arms the master timer for the next expiry, or disarms it when there is none.
   void setMasterTimer();
   /// Serves what is due, as when the master timer has fired.
@@ -146,9 +151,11 @@ class TARVO_EXPORT TimerWheel : private Platform::TimeoutHandler,
 
  private:
   class ExactTimes;
+  friend class Impl::ThreadLoop;  // links the wheels of its thread
 
+  /// Whether the master timer is armed and no timer runs.
+  bool armedForNothing() const;
   bool mayStay(const TimerWheelEvent& event, std::uint64_t tick) const;
-  void setCurrentTime(double now);
   void armMasterTimer(double delay, double expiry);
   void serve();
   void sortDueTicks();
@@ -158,6 +165,8 @@ class TARVO_EXPORT TimerWheel : private Platform::TimeoutHandler,
   std::shared_ptr<Platform::TimerControl> masterTimer_;
   std::unique_ptr<Impl::TimingWheel> timeouts_;
   std::unique_ptr<ExactTimes> timersExpiryingSoon_;
+  Impl::ThreadLoop* loop_ = nullptr;  // null when its thread has ended
+  TimerWheel* nextOfThread_ = nullptr;
 };
 
 /// The shared wheel, at default priority: one per thread where the thread has singletons of its

@@ -4,6 +4,8 @@
 
 #include <cstdlib>
 #include <exception>
+#include <initializer_list>
+#include <typeinfo>
 
 #include "Tarvo/Backtrace.h"
 #include "Tarvo/Exception.h"
@@ -32,22 +34,47 @@ String describeException(bool& wantsBacktrace) {
   }
 }
 
+void report(const char* mangled) {
+  String text;
+  bool wantsBacktrace = true;
+  if (mangled != nullptr) {
+    writeLastWords("terminate called after throwing an instance of '" + typeName(mangled) + "'\n");
+    text = describeException(wantsBacktrace);
+  }
+  if (wantsBacktrace && Backtrace::verbosity() == 1) text += Backtrace(true).pretty();
+  if (!text.empty()) writeLastWords(text + "\n");
+}
+
+/// The same piece by piece, when there is no memory to put a text together.
+void reportWithoutMemory(const char* mangled) {
+  if (mangled == nullptr) return;
+  const auto write = [](std::initializer_list<const char*> pieces) {
+    for (const char* piece : pieces) writeLastWords(piece);
+  };
+  write({"terminate called after throwing an instance of '", mangled, "'\n"});
+  try {
+    throw;
+  } catch (const std::exception& e) {
+    write({"  what(): ", e.what(), "\n"});
+  } catch (...) {
+  }
+}
+
 void reportAndAbort() {
   // A failure while reporting must not report itself for ever.
   if (terminating) std::abort();
   terminating = true;
 
-  String report;
-  bool wantsBacktrace = true;
   const std::type_info* type = assertionFailed ? nullptr : abi::__cxa_current_exception_type();
-  if (type != nullptr) {
-    const char* mangled = type->name();
-    if (*mangled == '*') ++mangled;
-    writeLastWords("terminate called after throwing an instance of '" + typeName(mangled) + "'\n");
-    report = describeException(wantsBacktrace);
+  const char* mangled = type == nullptr ? nullptr : type->name();
+  if (mangled != nullptr && *mangled == '*') ++mangled;
+  bool reported = false;
+  try {
+    report(mangled);
+    reported = true;
+  } catch (...) {  // what is then in flight is not what has ended the process
   }
-  if (wantsBacktrace && Backtrace::verbosity() == 1) report += Backtrace(true).pretty();
-  if (!report.empty()) writeLastWords(report + "\n");
+  if (!reported) reportWithoutMemory(mangled);
   std::abort();
 }
 

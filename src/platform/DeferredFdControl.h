@@ -1,30 +1,12 @@
 #ifndef TARVO_SRC_PLATFORM_DEFERREDFDCONTROL_H
 #define TARVO_SRC_PLATFORM_DEFERREDFDCONTROL_H
 
-#include <cstddef>
 #include <functional>
 #include <memory>
 
-#include "Tarvo/Export.h"
-#include "Tarvo/Platform.h"
+#include "Tarvo/detail/DeferredFdControl.h"
 
 namespace Tarvo::Impl {
-
-/// A descriptor control for handlers that note a report and serve it later. Reported level by
-/// level, a descriptor would be reported once more in every turn of the loop until it is served,
-/// which costs the more the more are ready. This control reports readability once and is then quiet
-/// until it is told that the report was served. It reports again what is still readable then, and
-/// whatever the handler refused by throwing.
-class TARVO_EXPORT DeferredFdControl : public Platform::FdControl {
- public:
-  /// Tells that the report was served. To find out what is still readable the kernel must be asked,
-  /// and it is cheaper to ask for several descriptors together: that may be put off until so many
-  /// steps of the thread's root have ended. A lower urgency is a more urgent one.
-  virtual void readServed(std::size_t steps, unsigned urgency) noexcept = 0;
-  /// Whether the descriptor was closed and its number now stands for another file. (Files without
-  /// an identity of their own, such as an eventfd, look all the same.)
-  virtual bool namesOtherFile() const = 0;
-};
 
 /// `forgotten` is called when the descriptor turns out to have been closed while it was watched.
 std::shared_ptr<DeferredFdControl> getDeferredFdControl(Platform::FdEventHandler* handler,

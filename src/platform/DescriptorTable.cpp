@@ -1,34 +1,28 @@
 #include <sys/stat.h>
 
 #include <memory>
-#include <utility>
 
 #include "platform/LibeventTrace.h"
 
 #include "Tarvo/LibeventFactory.h"
 #include "platform/DescriptorTable.h"
 #include "platform/LibeventBase.h"
+#include "platform/ThreadLoop.h"
 
 namespace Tarvo::Impl {
 
-namespace {
-
-// A plain pointer, for controls that are destroyed at the thread's end. It goes with the base.
-thread_local DescriptorTable* threadTable = nullptr;
-
-}  // namespace
-
 DescriptorTable& descriptorTable() {
-  if (threadTable == nullptr) [[unlikely]] {
-    auto table = std::make_unique<DescriptorTable>();
-    beforeBaseIsFreed([] { delete std::exchange(threadTable, nullptr); });
-    threadTable = table.release();
-  }
-  return *threadTable;
+  std::shared_ptr<void>& table = ThreadLoop::own().part(ThreadLoop::Part::descriptors);
+  if (table == nullptr) [[unlikely]]
+    table = std::make_shared<DescriptorTable>();
+  return *static_cast<DescriptorTable*>(table.get());
 }
 
 bool anyReadsPutOff() noexcept {
-  return threadTable != nullptr && threadTable->servedReads().any();
+  ThreadLoop* loop = ThreadLoop::find();
+  if (loop == nullptr) return false;
+  const void* table = loop->part(ThreadLoop::Part::descriptors).get();
+  return table != nullptr && static_cast<const DescriptorTable*>(table)->servedReads().any();
 }
 
 void stepEnds(unsigned next) noexcept { descriptorTable().servedReads().stepEnds(next); }

@@ -6,8 +6,8 @@
 #include <cstddef>
 #include <unordered_map>
 
+#include "Tarvo/LibeventControls.h"
 #include "Tarvo/List.h"
-#include "platform/LibeventControls.h"
 #include "platform/ServedReads.h"
 
 namespace Tarvo::Impl {
@@ -68,13 +68,14 @@ class DescriptorTable {
   static void leave(LibeventFdControl& control) noexcept;
 
   ServedReads& servedReads() { return servedReads_; }
+  const ServedReads& servedReads() const { return servedReads_; }
 
  private:
   std::unordered_map<int, Descriptor> descriptors_;  // by number, as long as they are watched
   ServedReads servedReads_;
 };
 
-/// The calling thread's table, made at the first call.
+/// The table of the calling thread's loop, made at the first call.
 DescriptorTable& descriptorTable();
 
 }  // namespace Tarvo::Impl

@@ -32,6 +32,16 @@ inline timeval delayToTimeval(double seconds) {
   return secondsToTimeval(seconds);
 }
 
+/// The same, but not shorter than asked: rounded up to whole microseconds.
+inline timeval limitToTimeval(double seconds) {
+  timeval limit = delayToTimeval(seconds);
+  if (seconds > static_cast<double>(limit.tv_sec) + static_cast<double>(limit.tv_usec) / 1e6 &&
+      seconds < longestDelay && ++limit.tv_usec == 1000000) {
+    limit = {limit.tv_sec + 1, 0};
+  }
+  return limit;
+}
+
 inline bool isEarlier(const timeval& a, const timeval& b) {
   return a.tv_sec != b.tv_sec ? a.tv_sec < b.tv_sec : a.tv_usec < b.tv_usec;
 }

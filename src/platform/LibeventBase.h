@@ -5,33 +5,25 @@
 
 #include <memory>
 
+#include "platform/ThreadLoop.h"
+
 struct event;
-struct event_base;
 
 namespace Tarvo::Impl {
-
-/// Dispatches the thread's base and then throws what a notification left for the loop's caller.
-int dispatchBase(event_base* base);
-
-/// Keeps an object until the running loop has returned, for exceptions that leave an object whose
-/// last reference was dropped meanwhile.
-void keepUntilLoopReturns(std::shared_ptr<void> object);
-
-/// Remembers to call `release` before the thread's base is freed, for what hangs on that base.
-void beforeBaseIsFreed(void (*release)());
-
-/// Whether the calling thread is the main thread, as leRegisterBase() found it.
-bool onMainThread();
 
 /// Marks the base of a forked child's only thread as still shared with the parent. It is rebuilt
 /// before it is next used.
 void baseIsShared();
 
 /// Rebuilds a base that is still shared with the parent.
-void leaveParentAlone();
+inline void leaveParentAlone() {
+  if ((threadWords->attention & LoopWords::sharedWithParent) != 0) [[unlikely]] {
+    ThreadLoop::own().rebuild();
+  }
+}
 
 /// Whether the calling thread is inside its loop.
-bool insideLoop();
+inline bool insideLoop() { return threadWords->dispatching; }
 
 /// Deletes an event. In a forked child the parent's registrations are left alone.
 void deleteEvent(event& ev);

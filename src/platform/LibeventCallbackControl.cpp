@@ -1,8 +1,9 @@
 #include "platform/LibeventTrace.h"
 
 #include "Tarvo/Allocator.h"
+#include "Tarvo/LibeventControls.h"
 #include "Tarvo/LibeventFactory.h"
-#include "platform/LibeventControls.h"
+#include "platform/Notification.h"
 
 namespace Tarvo {
 

@@ -9,10 +9,12 @@
 #include "platform/LibeventTrace.h"
 
 #include "Tarvo/Allocator.h"
+#include "Tarvo/LibeventControls.h"
 #include "Tarvo/LibeventFactory.h"
+#include "platform/DeferredFdControl.h"
 #include "platform/DescriptorTable.h"
 #include "platform/LibeventBase.h"
-#include "platform/LibeventControls.h"
+#include "platform/Notification.h"
 
 namespace Tarvo {
 

@@ -11,10 +11,10 @@
 
 #include "platform/LibeventTrace.h"
 
+#include "Tarvo/LibeventControls.h"
 #include "Tarvo/LibeventFactory.h"
 #include "platform/EventTime.h"
 #include "platform/LibeventBase.h"
-#include "platform/LibeventControls.h"
 #include "platform/VirtualTime.h"
 
 namespace Tarvo {
@@ -43,13 +43,17 @@ void EvLoopBreak::handleBaseLoopBreak(evutil_socket_t, short, void* arg) {
 
 namespace {
 
+using Limit = Impl::ThreadLoop::Limit;
+
+int dispatch(Limit limit) { return Impl::ThreadLoop::own().dispatch(limit); }
+
 constexpr double infinity = std::numeric_limits<double>::infinity();
 
 /// One jump and one pass: to the first timer, or by `maxSeconds` when that is sooner. The switch
 /// may have been turned off meanwhile, so it is not asked.
 int jumpAndServe(double maxSeconds) {
-  if (Impl::insideLoop()) return Impl::dispatchBase(leInit());  // refused, and time stands still
-  const timeval limit = Impl::delayToTimeval(maxSeconds);
+  if (Impl::insideLoop()) return dispatch(Limit::some);  // refused, and time stands still
+  const timeval limit = Impl::limitToTimeval(maxSeconds);
   timeval delay{0, 0};
   const bool hasTimer = Impl::delayToFirstTimer(&delay);
   // Without a timer and without a limit there is nowhere to jump to.
@@ -69,10 +73,16 @@ int fastForwardLoop(double maxSeconds) {
   return result;
 }
 
+/// Whether there is a timer to jump to, and not only those that nobody waits for.
+bool hasTimerToWaitFor(timeval* delay) {
+  if (!Impl::insideLoop() && Impl::ThreadLoop::own().onlyEmptyWheelsLeft()) return false;
+  return Impl::delayToFirstTimer(delay);
+}
+
 /// Jumps from timer to timer as long as there is one, then waits for the rest.
 int fastForwardWithoutLimit() {
   timeval delay;
-  while (leFastForward() && Impl::delayToFirstTimer(&delay)) {
+  while (leFastForward() && hasTimerToWaitFor(&delay)) {
     if (const int result = jumpAndServe(infinity); result < 0) return result;
   }
   return doLeEventLoop();
@@ -81,12 +91,12 @@ int fastForwardWithoutLimit() {
 }  // namespace
 
 int doLeEventLoop() {
-  event_base* base = leInit();
+  leInit();
   timeval delta;
-  if (leFastForward() && !Impl::insideLoop() && Impl::delayToFirstTimer(&delta)) {
+  if (leFastForward() && !Impl::insideLoop() && hasTimerToWaitFor(&delta)) {
     applyFastForwardDelta(&delta);
   }
-  return Impl::dispatchBase(base);
+  return dispatch(Limit::none);
 }
 
 int doLeEventLoop(double maxSeconds) {
@@ -108,13 +118,13 @@ int eventLoopTimeout(double seconds) {
   const timeval limit = Impl::delayToTimeval(seconds);
   std::optional<EvLoopBreak> loopBreak;
   if (seconds != infinity) loopBreak.emplace(limit);
-  return Impl::dispatchBase(leInit());
+  return dispatch(loopBreak ? Limit::some : Limit::none);
 }
 
 int eventLoopFastForward(const timeval* delta) {
   applyFastForwardDelta(delta);
   const EvLoopBreak loopBreak(timeval{0, 0});
-  return Impl::dispatchBase(leInit());
+  return dispatch(Limit::some);
 }
 
 int eventLoopFastForwardToFirstTimer(double maxSeconds) {

@@ -4,10 +4,11 @@
 #include "platform/LibeventTrace.h"
 
 #include "Tarvo/Allocator.h"
+#include "Tarvo/LibeventControls.h"
 #include "Tarvo/LibeventFactory.h"
 #include "platform/EventTime.h"
 #include "platform/LibeventBase.h"
-#include "platform/LibeventControls.h"
+#include "platform/Notification.h"
 
 namespace Tarvo {
 

@@ -8,6 +8,7 @@
 
 #include "platform/LibeventTrace.h"
 
+#include "Tarvo/LibeventControls.h"
 #include "platform/DescriptorTable.h"
 
 namespace Tarvo::Impl {

@@ -15,6 +15,7 @@
 #include "platform/ExactTimes.h"
 #include "platform/LibeventBase.h"
 #include "platform/Notification.h"
+#include "platform/ThreadLoop.h"
 #include "platform/TimingWheel.h"
 
 namespace Tarvo {
@@ -47,9 +48,11 @@ TimerWheel::TimerWheel(Platform::EventPriority priority)
       timeouts_(std::make_unique<Impl::TimingWheel>()),
       timersExpiryingSoon_(std::make_unique<ExactTimes>()) {
   setCurrentTime(Tarvo::time());
+  Impl::ThreadLoop::own().add(*this);
 }
 
 TimerWheel::~TimerWheel() {
+  if (loop_ != nullptr) loop_->remove(*this);
   // None should be left; but one that is must not point into a wheel that is gone.
   const auto letGo = [](TimerWheelEvent* event) {
     event->stateIs(notLinked);
@@ -122,6 +125,14 @@ void TimerWheel::timerStop(TimerWheelEvent* event) {
   }
   event->stateIs(notLinked);
   event->expirationTime_ = infinity;
+  if (!timeouts_->hasPending() && loop_ != nullptr) {
+    loop_->attention |= Impl::LoopWords::wheelMayBeEmpty;  // and its master timer still armed
+  }
+}
+
+bool TimerWheel::armedForNothing() const {
+  return masterExpiry_ != infinity && !timeouts_->hasPending() && !timeouts_->hasExpired() &&
+         timersExpiryingSoon_->empty();
 }
 
 void TimerWheel::timerExpired(TimerWheelEvent* event) const {
@@ -252,27 +263,28 @@ std::shared_ptr<TimerWheel> makeWheel(Platform::EventPriority priority) {
   return std::allocate_shared<TimerWheel>(Allocator<TimerWheel>(), priority);
 }
 
-// Plain pointers, so that they outlive other objects; a wheel goes with the base it hangs on.
-thread_local std::shared_ptr<TimerWheel>* threadWheel = nullptr;
-std::shared_ptr<TimerWheel>* processWheel = nullptr;  // guarded by the global lock
+// A plain pointer, so that it outlives other objects; guarded by the global lock.
+std::shared_ptr<TimerWheel>* processWheel = nullptr;
+
+void releaseProcessWheel(void*) {
+  const Platform::LocoGuard guard;
+  delete std::exchange(processWheel, nullptr);
+}
 
 }  // namespace
 
 std::shared_ptr<TimerWheel> getTimerWheel() {
+  Impl::ThreadLoop& loop = Impl::ThreadLoop::own();
   if (hasThreadLocalSingletons()) {
-    if (threadWheel == nullptr) {
-      threadWheel = new std::shared_ptr<TimerWheel>(makeWheel(Platform::eventPriorityDefault));
-      Impl::beforeBaseIsFreed([] { delete std::exchange(threadWheel, nullptr); });
-    }
-    return *threadWheel;
+    std::shared_ptr<void>& wheel = loop.part(Impl::ThreadLoop::Part::wheel);
+    if (wheel == nullptr) wheel = makeWheel(Platform::eventPriorityDefault);
+    return std::static_pointer_cast<TimerWheel>(wheel);
   }
   const Platform::LocoGuard guard;
   if (processWheel == nullptr) {
+    loop.part(Impl::ThreadLoop::Part::processWheel) =
+        std::shared_ptr<void>(static_cast<void*>(nullptr), releaseProcessWheel);
     processWheel = new std::shared_ptr<TimerWheel>(makeWheel(Platform::eventPriorityDefault));
-    Impl::beforeBaseIsFreed([] {
-      const Platform::LocoGuard release;
-      delete std::exchange(processWheel, nullptr);
-    });
   }
   return *processWheel;
 }

@@ -21,8 +21,6 @@ namespace {
 constexpr suseconds_t microsecondsPerSecond = 1000000;
 
 std::atomic<bool> fastForward{false};  // written by the main thread only
-thread_local timeval virtualOffset{0, 0};
-thread_local double virtualOffsetSeconds = 0;  // the same, read with every look at the clock
 
 /// A jump goes this much beyond the first timer, so that it is strictly due.
 constexpr suseconds_t extraDelay = 100;
@@ -49,7 +47,7 @@ timeval baseNow(event_base* base) {
 
 void setLeFastForward(bool on) {
   leInit();
-  TARVO_ASSERT(Impl::onMainThread(), "FastForward invoked from non-main thread");
+  TARVO_ASSERT(Impl::ThreadLoop::own().onMainThread(), "FastForward invoked from non-main thread");
   if (fastForward.exchange(on, std::memory_order_relaxed) == on) return;
   const auto all = notifiers();  // one of them may add another
   for (const auto notifier : all) notifier();
@@ -59,19 +57,18 @@ bool leFastForward() { return fastForward.load(std::memory_order_relaxed); }
 
 void leRegisterFastForwardChangeNotifier(void (*notifier)()) { notifiers().insert(notifier); }
 
-double leVirtualTimeOffset() { return virtualOffsetSeconds; }
+double leVirtualTimeOffset() { return Impl::threadWords->virtualOffset; }
 
 void applyFastForwardDelta(const timeval* delta) {
   event_base_timeout_subtract_offset(leInit(), delta);
-  virtualOffset.tv_sec += delta->tv_sec;
-  virtualOffset.tv_usec += delta->tv_usec;
-  if (virtualOffset.tv_usec >= microsecondsPerSecond) {
-    virtualOffset.tv_sec += 1;
-    virtualOffset.tv_usec -= microsecondsPerSecond;
+  Impl::ThreadLoop& loop = Impl::ThreadLoop::own();
+  timeval offset{loop.offset().tv_sec + delta->tv_sec, loop.offset().tv_usec + delta->tv_usec};
+  if (offset.tv_usec >= microsecondsPerSecond) {
+    offset.tv_sec += 1;
+    offset.tv_usec -= microsecondsPerSecond;
   }
-  virtualOffsetSeconds = Impl::toSeconds(virtualOffset);
-  TARVO_TRACE(libeventTrace, 2, "Increasing virtual time offset by {} to {}", *delta,
-              virtualOffset);
+  loop.offsetIs(offset);
+  TARVO_TRACE(libeventTrace, 2, "Increasing virtual time offset by {} to {}", *delta, offset);
 }
 
 bool fastForwardDelayToFirstTimer(timeval* out) {

@@ -4,7 +4,7 @@
 #include <ostream>
 #include <utility>
 
-#include "platform/LibeventBase.h"
+#include "platform/ThreadLoop.h"
 #include "scheduler/SchedulerTrace.h"
 #include "scheduler/TaskNameIndex.h"
 
@@ -179,7 +179,7 @@ TaskClock::time_point TaskScheduler::runStep(TaskClock::time_point now) {
     requestNextRun(end);
   } catch (...) {
     // The exception passes through this scheduler on its way to the loop.
-    Impl::keepUntilLoopReturns(std::exchange(currentlyRunning_, {}).task);
+    Impl::ThreadLoop::own().keepObject(kept_, std::exchange(currentlyRunning_, {}).task);
     requestNextRun(TaskClock::now());  // the others, or the one that finds that there are none
     throw;
   }

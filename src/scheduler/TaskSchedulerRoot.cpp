@@ -1,6 +1,5 @@
 #include "Tarvo/TaskSchedulerRoot.h"
 
-#include <cxxabi.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -13,7 +12,7 @@
 #include "Tarvo/FdToStream.h"
 #include "Tarvo/Thread.h"
 #include "platform/DeferredFdControl.h"
-#include "platform/LibeventBase.h"
+#include "platform/ThreadLoop.h"
 #include "scheduler/SchedulerTrace.h"
 
 namespace Tarvo {
@@ -187,29 +186,17 @@ String TaskSchedulerRoot::historyRenderTextForDebugToString() const {
 
 void TaskSchedulerRoot::historyRenderTextForDebugStdErr() const { history().renderText(std::cerr); }
 
-namespace {
-
-// A plain pointer, so that the root can also be asked for while the thread's other objects are
-// destroyed. At the thread's end it is released, as often as it was made.
-thread_local std::shared_ptr<TaskSchedulerRoot>* threadRoot = nullptr;
-
-void releaseThreadRoot() { delete std::exchange(threadRoot, nullptr); }
-
-}  // namespace
-
 std::shared_ptr<TaskSchedulerRoot> schedulerRootTarvoNonShared(const String& name) {
   return std::allocate_shared<TaskSchedulerRoot>(Allocator<TaskSchedulerRoot>(), name);
 }
 
 std::shared_ptr<TaskSchedulerRoot> schedulerRootTarvo() {
-  if (threadRoot == nullptr) {
-    threadRoot = new std::shared_ptr(schedulerRootTarvoNonShared(
-        isMainThread() ? String("main") : fmt::format("thread:{}", pthread_self())));
-    static char inThisLibrary = 0;
-    abi::__cxa_thread_atexit([](void*) { releaseThreadRoot(); }, nullptr, &inThisLibrary);
-    Impl::beforeBaseIsFreed(releaseThreadRoot);
+  std::shared_ptr<void>& root = Impl::ThreadLoop::own().part(Impl::ThreadLoop::Part::root);
+  if (root == nullptr) {
+    root = schedulerRootTarvoNonShared(isMainThread() ? String("main")
+                                                      : fmt::format("thread:{}", pthread_self()));
   }
-  return *threadRoot;
+  return std::static_pointer_cast<TaskSchedulerRoot>(root);
 }
 
 }  // namespace Tarvo

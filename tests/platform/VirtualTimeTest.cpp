@@ -3,6 +3,7 @@
 #include <thread>
 
 #include "support/LoopFixture.h"
+#include "support/TestClock.h"
 
 namespace {
 
@@ -16,6 +17,7 @@ struct VirtualTimeTest : LoopFixture {
 };
 
 TEST_F(VirtualTimeTest, LoopsJumpInsteadOfWaiting) {
+  const TestClock clock;
   Handler hour(log, "hour");
   Handler day(log, "day");
   const auto hourTimer = Platform::getTimerControl(&hour);
@@ -23,22 +25,48 @@ TEST_F(VirtualTimeTest, LoopsJumpInsteadOfWaiting) {
   hour.action = [&] {
     if (log.size() < 20) hourTimer->setTimeout(3600);
   };
+  const double begin = Tarvo::time();
+  const auto passed = [&] { return Tarvo::time() - begin; };
   hourTimer->setTimeout(3600);
   dayTimer->setTimeout(4 * 3600 + 1);
-  const double begin = Tarvo::time();
   Platform::doEventLoop(4.5 * 3600);
   EXPECT_THAT(log, ElementsAre("hour", "hour", "hour", "hour", "day"));
-  EXPECT_GE(Tarvo::time() - begin, 4.5 * 3600);
-  EXPECT_LT(Tarvo::time() - begin, 4.5 * 3600 + 60);
+  EXPECT_GE(passed(), 4.5 * 3600);
+  EXPECT_LT(passed(), 4.5 * 3600 + 0.01);
   EXPECT_LT(hourTimer->remainingTimeout(), 1801);
 
   log.clear();
   Platform::doEventLoopInWaitfor(1e6);  // one jump, one pass
   EXPECT_THAT(log, ElementsAre("hour"));
+  // To the fifth hour, and a tenth of a millisecond further with every jump to a timer.
+  EXPECT_NEAR(passed(), 5 * 3600 + 5e-4, 6e-5);
   hourTimer->delTimeout();
-  Platform::doEventLoopInWaitfor(50);  // nothing to jump to but the limit
+  const double then = passed();
+  Platform::doEventLoopInWaitfor(50.0000009);  // nothing to jump to but the limit
+  EXPECT_GE(passed() - then, 50.0000009);
   Platform::doEventLoop(5);
-  EXPECT_GE(Tarvo::time() - begin, 5 * 3600.0 + 55);
+  EXPECT_GE(passed() - then, 55.0000009);
+}
+
+TEST_F(VirtualTimeTest, ALoopInWhichItIsSwitchedOffWaitsForTheRest) {
+  const TestClock clock;
+  double passed = 0;
+  Handler off(log, "off", [] { Platform::setFastForward(false); });
+  Handler rest(log, "rest", [&] { passed = Tarvo::time(); });
+  const auto offTimer = Platform::getTimerControl(&off);
+  const auto restTimer = Platform::getTimerControl(&rest);
+  for (const double limit : {30.0, infinity}) {
+    Platform::setFastForward(true);
+    const double offset = Tarvo::leVirtualTimeOffset();
+    const double begin = Tarvo::time();
+    offTimer->setTimeout(10);
+    restTimer->setTimeout(20);
+    Platform::doEventLoop(limit);
+    EXPECT_NEAR(Tarvo::leVirtualTimeOffset() - offset, 10, 0.001);
+    EXPECT_NEAR(passed - begin, 20, 0.01);
+    EXPECT_NEAR(Tarvo::time() - begin, limit == infinity ? 20 : 30, 0.01);
+  }
+  EXPECT_THAT(log, ElementsAre("off", "rest", "off", "rest"));
 }
 
 TEST_F(VirtualTimeTest, EveryKindOfTimeoutIsMoved) {

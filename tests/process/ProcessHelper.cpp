@@ -9,6 +9,7 @@
 #include "Tarvo/CheckIncompat.h"
 #include "Tarvo/LibeventFactory.h"
 #include "Tarvo/Trace.h"
+#include "support/AllocationCount.h"
 
 /// The C library's, in a process that may believe to have more rights than its caller.
 extern "C" [[gnu::visibility("default")]] char* secure_getenv(const char* name) noexcept {
@@ -65,6 +66,11 @@ void run(const std::string& what) {
   if (what == "family") Tarvo::RuntimeException::throwException("boom");
   if (what == "zero") Tarvo::RuntimeException::throwException(std::string("a\0b", 3));
   if (what == "standard") throw std::runtime_error("boom");
+  if (what == "no-memory") {
+    const std::runtime_error last("boom");
+    testsupport::refusedAllocation = 1;
+    throw last;
+  }
   if (what == "number") throw 5;
   if (what == "unspeakable") throw Unspeakable();
   if (what == "terminate") std::terminate();

@@ -136,6 +136,8 @@ TEST(LastWordsTest, AnEscapedExceptionIsNamedAndShown) {
   EXPECT_THAT(helper("standard").err,
               StartsWith("terminate called after throwing an instance of "
                          "'std::runtime_error'\n  what(): boomBacktrace:\n"));
+  EXPECT_THAT(helper("no-memory").err, StartsWith("terminate called after throwing an instance of "
+                                                  "'St13runtime_error'\n  what(): boom\n"));
   EXPECT_THAT(helper("number").err,
               StartsWith("terminate called after throwing an instance of 'int'\nBacktrace:\n"));
   EXPECT_THAT(helper("terminate").err, StartsWith("Backtrace:\n"));

@@ -65,4 +65,31 @@ TEST_F(SchedulerFixture, ADescriptorThatFindsNoMemoryIsFreeForTheNextTry) {
   }
 }
 
+TEST_F(SchedulerFixture, ABodyThatThrowsNeedsNoMemory) {
+  const auto group = std::make_shared<Tarvo::TaskGroup>("g", TaskPriority::high, false, root);
+  const auto other = make("other");
+  testing::internal::CaptureStderr();  // the traces of what was thrown
+  for (unsigned long n = 1; n < 8; ++n) {
+    auto thrower = std::make_shared<TestTask>(group, TaskPriority::normal, "thrower", log);
+    thrower->body = [&](TestTask&) {
+      thrower.reset();  // its last reference but the scheduler's
+      refusedAllocation = n;
+      if (n % 2 == 0) throw std::bad_alloc();
+      throw 5;
+    };
+    thrower->scheduleTask();
+    other->scheduleTask();
+    if (n % 2 == 0) {
+      EXPECT_THROW(runLoop(), std::bad_alloc);
+    } else {
+      EXPECT_THROW(runLoop(), int);
+    }
+    refusedAllocation = 0;
+    runLoop();
+    EXPECT_THAT(std::exchange(log, {}), ElementsAre("thrower", "other")) << n;
+  }
+  testing::internal::GetCapturedStderr();
+  EXPECT_EQ(group->tasksPerPriority(TaskPriority::normal), 0U);
+}
+
 }  // namespace

@@ -14,10 +14,10 @@
 #include <vector>
 
 #include "Tarvo/Allocator.h"
+#include "Tarvo/LibeventControls.h"
 #include "Tarvo/LibeventFactory.h"
 #include "Tarvo/Loco.h"
 #include "Tarvo/Platform.h"
-#include "platform/LibeventControls.h"
 #include "support/Failure.h"
 
 namespace testsupport {

@@ -1,5 +1,12 @@
-#ifndef TARVO_SRC_PLATFORM_LIBEVENTCONTROLS_H
-#define TARVO_SRC_PLATFORM_LIBEVENTCONTROLS_H
+#ifndef TARVO_LIBEVENTCONTROLS_H
+#define TARVO_LIBEVENTCONTROLS_H
+
+/// The controls of the event-loop backend themselves, for those who put one into an object of
+/// their own, or break a loop. Everybody else asks the factories of Tarvo/Platform.h. This header
+/// needs libevent's (<event2/event_struct.h>), and no other header of the library includes it.
+///
+/// As with the factories, all is bound to the loop of the thread that makes it, and is used on that
+/// thread; handlers stay the caller's.
 
 #include <event2/event.h>
 #include <event2/event_struct.h>
@@ -11,8 +18,8 @@
 #include "Tarvo/Export.h"
 #include "Tarvo/List.h"
 #include "Tarvo/Platform.h"
-#include "platform/DeferredFdControl.h"
-#include "platform/Notification.h"
+#include "Tarvo/detail/DeferredFdControl.h"
+#include "Tarvo/detail/Lifeline.h"
 
 namespace Tarvo {
 

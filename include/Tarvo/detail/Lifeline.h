@@ -1,0 +1,45 @@
+#ifndef TARVO_DETAIL_LIFELINE_H
+#define TARVO_DETAIL_LIFELINE_H
+
+namespace Tarvo::Impl {
+
+/// Tells a running notification whether the object that holds this was destroyed meanwhile.
+class Lifeline {
+ public:
+  Lifeline() = default;
+  Lifeline(const Lifeline&) = delete;
+  Lifeline& operator=(const Lifeline&) = delete;
+  ~Lifeline() {
+    if (watch_ != nullptr) watch_->alive_ = false;
+  }
+
+  class Watch {
+   public:
+    explicit Watch(Lifeline& lifeline) : lifeline_(lifeline), outer_(lifeline.watch_) {
+      lifeline_.watch_ = this;
+    }
+    Watch(const Watch&) = delete;
+    Watch& operator=(const Watch&) = delete;
+    ~Watch() {
+      if (alive_) {
+        lifeline_.watch_ = outer_;
+      } else if (outer_ != nullptr) {
+        outer_->alive_ = false;
+      }
+    }
+    bool alive() const { return alive_; }
+
+   private:
+    friend class Lifeline;
+    Lifeline& lifeline_;
+    Watch* outer_;
+    bool alive_ = true;
+  };
+
+ private:
+  Watch* watch_ = nullptr;
+};
+
+}  // namespace Tarvo::Impl
+
+#endif

@@ -1,0 +1,173 @@
+#include "platform/ThreadLoop.h"
+
+#include <event2/event.h>
+#include <pthread.h>
+
+#include <limits>
+#include <new>
+#include <utility>
+
+#include "platform/LibeventTrace.h"
+
+#include "Tarvo/LibeventFactory.h"
+#include "Tarvo/TimerWheel.h"
+#include "platform/EventTime.h"
+
+namespace Tarvo::Impl {
+
+constinit LoopWords noLoop;
+thread_local constinit LoopWords* threadWords = &noLoop;
+
+ThreadLoop& ThreadLoop::make() {
+  static const pthread_key_t key = [] {
+    pthread_key_t made = 0;
+    if (pthread_key_create(&made, threadEnds) != 0) throw std::bad_alloc();
+    return made;
+  }();
+  std::unique_ptr<ThreadLoop> loop(new ThreadLoop);
+  if (pthread_setspecific(key, loop.get()) != 0) throw std::bad_alloc();
+  threadWords = loop.get();
+  return *loop.release();
+}
+
+void ThreadLoop::threadEnds(void* loop) { delete static_cast<ThreadLoop*>(loop); }
+
+ThreadLoop::~ThreadLoop() {
+  dispatching = false;  // the thread may have been ended from inside it
+  dropKeptObjects();
+  if (owner_ == Owner::loop) {
+    free();
+  } else {
+    letGoOfParts();
+  }
+  while (wheels_ != nullptr) remove(*wheels_);
+  threadWords = &noLoop;
+}
+
+void ThreadLoop::baseIs(event_base* base, Owner owner) {
+  base_ = usableBase = base;
+  owner_ = owner;
+}
+
+void ThreadLoop::letGoOfParts() {
+  // They use the thread's loop while they go, and may make another that was gone.
+  for (std::size_t i = 0; i < parts_.size();) {
+    if (const auto part = std::exchange(parts_[i], nullptr)) {
+      i = 0;
+    } else {
+      ++i;
+    }
+  }
+}
+
+void ThreadLoop::free() {
+  if (base_ == nullptr) return;
+  if ((attention & sharedWithParent) != 0) rebuild();
+  letGoOfParts();
+  for (TimerWheel* wheel = wheels_; wheel != nullptr; wheel = wheel->nextOfThread_) {
+    wheel->masterExpiry_ = std::numeric_limits<double>::infinity();  // it goes with the base
+  }
+  usableBase = nullptr;
+  event_base_free(std::exchange(base_, nullptr));
+  owner_ = Owner::loop;
+}
+
+void ThreadLoop::rebuild() {
+  attention &= static_cast<std::uint8_t>(~sharedWithParent);
+  usableBase = base_;
+  setMainThread();  // the child's only thread is its main thread
+  if (event_reinit(base_) != 0) {
+    TARVO_TRACE(libeventTrace, 1, "a descriptor that was closed is not watched any more");
+  }
+}
+
+void ThreadLoop::offsetIs(const timeval& offset) {
+  offset_ = offset;
+  virtualOffset = toSeconds(offset);
+}
+
+/// Set while the base runs its events.
+struct ThreadLoop::Dispatching {
+  Dispatching(ThreadLoop& threadLoop, Limit limit) : loop(threadLoop) {
+    loop.dispatching = true;
+    loop.limited_ = limit == Limit::some;
+    loop.finished_ = false;
+  }
+  ~Dispatching() {
+    loop.dispatching = false;
+    loop.dropKeptObjects();
+  }
+  ThreadLoop& loop;
+};
+
+int ThreadLoop::dispatch(Limit limit) {
+  event_base* base = leInit();
+  if (dispatching) return event_base_dispatch(base);  // which reports and refuses
+  throwKept();                                        // left by somebody who ran the base himself
+  if (limit == Limit::none && onlyEmptyWheelsLeft()) return 1;
+  int result = 0;
+  {
+    const Dispatching mark(*this, limit);
+    result = event_base_dispatch(base);
+  }
+  throwKept();
+  return finished_ ? 1 : result;
+}
+
+void ThreadLoop::keepException() noexcept {
+  // Only one can reach the caller, and the loop runs nothing after the first.
+  if (kept_ == nullptr) kept_ = std::current_exception();
+  event_base_loopbreak(base_);
+}
+
+void ThreadLoop::throwKept() {
+  if (kept_ != nullptr) std::rethrow_exception(std::exchange(kept_, nullptr));
+}
+
+void ThreadLoop::keepObject(KeptObject& place, std::shared_ptr<void> object) noexcept {
+  if (!dispatching) return;
+  if (place.object == nullptr) place.next = std::exchange(keptObjects_, &place);
+  // One that was kept here before has seen its exception handled.
+  place.object.swap(object);
+}
+
+void ThreadLoop::dropKeptObjects() {
+  while (keptObjects_ != nullptr) {
+    KeptObject& first = *keptObjects_;
+    keptObjects_ = first.next;
+    const auto object = std::move(first.object);  // may be all that holds the place
+  }
+}
+
+void ThreadLoop::attend() {
+  // A notification that has forked goes on in the child too.
+  if ((attention & sharedWithParent) != 0) rebuild();
+  if (!dispatching || limited_ || !onlyEmptyWheelsLeft()) return;
+  finished_ = true;
+  event_base_loopbreak(base_);
+}
+
+bool ThreadLoop::onlyEmptyWheelsLeft() {
+  if ((attention & wheelMayBeEmpty) == 0) return false;
+  int unwanted = 0;
+  for (const TimerWheel* wheel = wheels_; wheel != nullptr; wheel = wheel->nextOfThread_) {
+    if (wheel->armedForNothing()) ++unwanted;
+  }
+  if (unwanted == 0) attention &= static_cast<std::uint8_t>(~wheelMayBeEmpty);
+  constexpr unsigned all = EVENT_BASE_COUNT_ADDED | EVENT_BASE_COUNT_VIRTUAL;
+  return unwanted != 0 && event_base_get_num_events(base_, all) == unwanted;
+}
+
+void ThreadLoop::add(TimerWheel& wheel) {
+  wheel.loop_ = this;
+  wheel.nextOfThread_ = std::exchange(wheels_, &wheel);
+}
+
+void ThreadLoop::remove(TimerWheel& wheel) {
+  TimerWheel** link = &wheels_;
+  while (*link != &wheel) link = &(*link)->nextOfThread_;
+  *link = wheel.nextOfThread_;
+  wheel.loop_ = nullptr;
+}
+
+}  // namespace Tarvo::Impl
