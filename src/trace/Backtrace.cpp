@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
@@ -70,13 +71,15 @@ bool libunwindIsFit() {
 
 // unw_backtrace() walks with libunwind's per-thread cache, some thirty times faster than the
 // compiler's unwinder, which in turn waits for nobody and remembers nothing. Both begin with the
-// frame that calls them, which is not wanted.
+// frame that calls them, which is not wanted; nor is that of a sanitizer in between.
 void Backtrace::unwind() {
-  void* frames[maxFrames + 1];
-  const int found =
-      libunwindIsFit() ? unw_backtrace(frames, maxFrames + 1) : backtrace(frames, maxFrames + 1);
-  size_ = found > 1 ? static_cast<unsigned>(found - 1) : 0;
-  std::copy_n(frames + 1, size_, addresses_.begin());
+  constexpr int most = maxFrames + 2;
+  void* frames[most];
+  void** const end =
+      frames + (libunwindIsFit() ? unw_backtrace(frames, most) : backtrace(frames, most));
+  void** const caller = std::find(frames, end, __builtin_return_address(0));
+  size_ = static_cast<unsigned>(std::min<std::ptrdiff_t>(end - caller, maxFrames));
+  std::copy_n(caller, size_, addresses_.begin());
 }
 
 void Impl::loadUnwinder() {

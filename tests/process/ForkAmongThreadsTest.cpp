@@ -67,14 +67,18 @@ std::atomic<bool> forking{false};
 TEST(ForkAmongThreadsTest, AForkWaitsForTheChangeOfARegistry) {
   ASSERT_EQ(pthread_atfork([] { forking = true; }, nullptr, nullptr), 0);
   std::latch begun(1);
+  std::latch left(1);
   std::atomic<bool> whole{false};
   std::atomic<bool> done{false};
   std::jthread changer([&, forker = Tarvo::gettid()] {
-    const WholeChange change;
-    begun.count_down();
-    while (!forking) std::this_thread::yield();
-    sleeps(forker, done);
-    whole = true;
+    {
+      const WholeChange change;
+      begun.count_down();
+      while (!forking) std::this_thread::yield();
+      sleeps(forker, done);
+      whole = true;
+    }
+    left.wait();
   });
   begun.wait();
   const auto child = testsupport::runForked([&] {
@@ -82,6 +86,8 @@ TEST(ForkAmongThreadsTest, AForkWaitsForTheChangeOfARegistry) {
     return whole ? 0 : 1;
   });
   done = true;
+  left.count_down();
+  changer.join();
   EXPECT_EQ(child.exitCode, 0);
   // Nobody is waited for where the forking thread itself is in a change, which goes on in both.
   const WholeChange own;
