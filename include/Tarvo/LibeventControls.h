@@ -109,12 +109,13 @@ class TARVO_EXPORT LibeventFdControl : public Impl::DeferredFdControl {
   static void handleFdRead(evutil_socket_t fd, short what, void* arg);
   static void handleFdWrite(evutil_socket_t fd, short what, void* arg);
   void notify(Notify notification, const event& ev, void (LibeventFdControl::*watchAgain)());
-  // As above, without a report of what the kernel has reported to another one already.
+  // Watching also reports what the kernel has reported to another one already; adding does not,
+  // and says whether it was accepted.
+  void watchReads();
+  void watchWrites();
   bool addReads();
   bool addWrites();
   bool add(event& ev, short flags, event_callback_fn callback);
-  void watchReads();
-  void watchWrites();
   void unwatch(event& ev);
   void reportIfReady(event& ev, short what);
   [[noreturn]] void refuse();
@@ -132,8 +133,8 @@ class TARVO_EXPORT LibeventFdControl : public Impl::DeferredFdControl {
   event writeEvent_;
   Impl::Lifeline lifeline_;
   Reports reports_;
-  bool served_ = false;  // and waits to be asked for
-  bool pausedReads_ = false;
+  bool served_ = false;       // and waits to be asked for
+  bool pausedReads_ = false;  // what resume() adds
   bool pausedWrites_ = false;
   std::function<void()> forgotten_;
   Impl::Descriptor* descriptor_ = nullptr;  // set when fd_ is

@@ -43,6 +43,10 @@ class TARVO_EXPORT TaskSchedulerRoot : public TaskScheduler, private Platform::C
   /// Joins or leaves virtual time when the root follows it, then runs one task.
   void handleSchedulerRun();
 
+  /// The priority that the next step runs, unless less urgent ones have waited too long; beyond the
+  /// last when nothing is to run or no step is requested.
+  unsigned nextUrgency() const;
+
   /// Adds a task group of this thread, or removes it. End the process when it is registered
   /// already, or is not.
   void registerScheduler(TaskScheduler* scheduler);
@@ -141,10 +145,6 @@ class TARVO_EXPORT TaskSchedulerRoot : public TaskScheduler, private Platform::C
 
  private:
   class StatsReset;
-
-  /// The priority that the next step runs, unless less urgent ones have waited too long; beyond the
-  /// last when nothing is to run or no step is requested.
-  unsigned nextUrgency() const;
 
   std::shared_ptr<Platform::CallbackControl> callbackControl_;
   std::set<TaskScheduler*> schedulers_;

@@ -4,6 +4,7 @@
 #include <ostream>
 #include <utility>
 
+#include "platform/DeferredFdControl.h"
 #include "platform/ThreadLoop.h"
 #include "scheduler/SchedulerTrace.h"
 #include "scheduler/TaskNameIndex.h"
@@ -154,6 +155,17 @@ void TaskScheduler::handleSchedulerRun() {
 }
 
 TaskClock::time_point TaskScheduler::runStep(TaskClock::time_point now) {
+  // With the last reference to the task goes perhaps the last one to this scheduler: nothing may
+  // come after.
+  std::shared_ptr<_TaskBase> done;
+  // A group's steps are all part of one step of its root.
+  struct EndOfStep {
+    ~EndOfStep() {
+      if (Impl::anyReadsPutOff() && &scheduler == root) Impl::stepEnds(root->nextUrgency());
+    }
+    const TaskScheduler& scheduler;
+    const TaskSchedulerRoot* root;
+  } const endOfStep{*this, root_};
   TARVO_ASSERT(currentlyRunning_.task == nullptr, "{} is in the middle of running {}", *this,
                *currentlyRunning_.task);
   checkSchedulerLatency(now);
@@ -167,9 +179,6 @@ TaskClock::time_point TaskScheduler::runStep(TaskClock::time_point now) {
     schedulerHasRunnableTasksIs(false, now);
     return now;
   }
-  // With the last reference to the task goes perhaps the last one to this scheduler: nothing may
-  // come after.
-  std::shared_ptr<_TaskBase> done;
   TaskClock::time_point end;
   try {
     currentlyRunning_.task = task->shared_from_this();

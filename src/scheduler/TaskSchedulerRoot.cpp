@@ -11,7 +11,6 @@
 #include "Tarvo/Allocator.h"
 #include "Tarvo/FdToStream.h"
 #include "Tarvo/Thread.h"
-#include "platform/DeferredFdControl.h"
 #include "platform/ThreadLoop.h"
 #include "scheduler/SchedulerTrace.h"
 
@@ -55,12 +54,6 @@ void TaskSchedulerRoot::callback() { handleSchedulerRun(); }
 void TaskSchedulerRoot::handleSchedulerRun() {
   const bool wanted = followFastForward_ && Platform::fastForward();
   if (wanted != virtualTime_) virtualTimeIs(wanted);
-  struct EndOfStep {
-    ~EndOfStep() {
-      if (Impl::anyReadsPutOff()) Impl::stepEnds(root.nextUrgency());
-    }
-    const TaskSchedulerRoot& root;
-  } const endOfStep{*this};
   TaskScheduler::handleSchedulerRun();
 }
 
