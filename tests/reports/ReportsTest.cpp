@@ -163,6 +163,7 @@ TEST_F(ReportsTest, PagesOfSeveralThreadsAreJoined) {
   std::vector<Tarvo::String> pages = {root->statsRenderPrometheus()};
   for (int i = 0; i < 2; ++i) {
     std::thread([&] {
+      const std::shared_ptr<void> last(nullptr, [](void*) { Tarvo::leFree(); });
       Tarvo::threadNameIs("worker");
       const auto x =
           std::make_shared<TestTask>(Tarvo::schedulerRootTarvo(), TaskPriority::low, "x", log);
