@@ -9,12 +9,17 @@ namespace testsupport {
 /// than let them go back.
 class TestClock {
  public:
-  TestClock();
+  /// With `perLook` nanoseconds each look at a clock takes so long, and the coarse clock has steps.
+  explicit TestClock(long perLook = 0);
   TestClock(const TestClock&) = delete;
   TestClock& operator=(const TestClock&) = delete;
   ~TestClock();
 
   static void advance(double seconds);
+
+  /// Called before the loop waits with nothing ready; negative is for ever, and the wait is not
+  /// done: then it breaks the loop.
+  static inline void (*beforeWait)(double seconds) = nullptr;
 };
 
 }  // namespace testsupport
