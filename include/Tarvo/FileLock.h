@@ -5,7 +5,7 @@
 ///
 ///     auto trace = Tarvo::Platform::getDebugHandler("Store");
 ///     Tarvo::FileLock lock(*trace, "/var/lib/store", "writer.lock");
-///     if (!lock.lock(false)) return alreadyRunning();
+///     if (!lock.lock(false)) return alreadyRunning(lock.ownerDescription());
 ///     ...  // until release(), or the end of `lock`
 ///
 /// How it works: the lock belongs to the open file, not to the process (open file description locks
@@ -53,6 +53,11 @@ class TARVO_EXPORT FileLock : public Debuggable {
   void closeFd();
 
   const String& file() const { return path_; }
+  /// Who holds the lock, for the message to whom it was refused: "process 12 (store)", with a comma
+  /// between several (a forked child holds its parent's), or "nobody". Counts the processes that
+  /// could not be looked at. Looks at the descriptors of all processes, which may take a while; to
+  /// do that in steps use OwnerSearch::ofLock(). Throws what that throws.
+  String ownerDescription() const;
 
  private:
   String directory_;

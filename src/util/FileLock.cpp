@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "Tarvo/Loco.h"
+#include "Tarvo/Owners.h"
 #include "Tarvo/Trace.h"
 #include "Tarvo/Util.h"
 #include "foundation/OpenFile.h"
@@ -121,6 +122,21 @@ void FileLock::closeFd() {
     const int error = errno;
     TARVO_TRACE(*this, 1, "error: {} file:{} fd:{}", std::strerror(error), path_, fd);
   }
+}
+
+String FileLock::ownerDescription() const {
+  if (access(path_.c_str(), F_OK) != 0 && errno == ENOENT) return "nobody";
+  auto search = OwnerSearch::ofLock(path_);
+  while (search.step()) {
+  }
+  String text;
+  for (const auto& [process, fd, inode, listening] : search.owners()) {
+    if (!text.empty()) text += ", ";
+    text += fmt::format("process {} ({})", process.pid(), process.title().value_or("ended"));
+  }
+  if (search.refused() == 0) return text.empty() ? "nobody" : text;
+  if (!text.empty()) text += ", ";
+  return text + fmt::format("{} could not be looked at", search.refused());
 }
 
 }  // namespace Tarvo

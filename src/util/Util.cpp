@@ -2,8 +2,10 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 
 #include "util/UtilTrace.h"
 
@@ -43,6 +45,20 @@ int mkpath(const String& path, mode_t mode) {
   }
   errno = error;
   return result;
+}
+
+String trimpath(const String& path) {
+  String trimmed;
+  for (std::size_t at = 0; at < path.size();) {
+    const auto end = std::min(path.find('/', at), path.size());
+    const auto name = std::string_view(path).substr(at, end - at);
+    at = end + 1;
+    if (name.empty() || name == ".") continue;
+    if (!trimmed.empty() || path.front() == '/') trimmed += '/';
+    trimmed += name;
+  }
+  if (!trimmed.empty() || path.empty()) return trimmed;
+  return path.front() == '/' ? "/" : ".";
 }
 
 }  // namespace Tarvo::Util

@@ -1,9 +1,13 @@
 #include "support/ChildProcess.h"
 
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <utility>
 
 namespace testsupport {
 
@@ -41,6 +45,33 @@ ChildResult runProgram(const std::string& command) {
   const std::string line =
       "exec env -u TRACE -u TRACEFILE -u TRACEFORMAT -u TARVO_BACKTRACE_VERBOSITY " + command;
   return runForked([&] { return execl("/bin/sh", "sh", "-c", line.c_str(), nullptr); });
+}
+
+WaitingChild::WaitingChild(const std::function<void()>& body) {
+  int ready[2] = {-1, -1};
+  if (pipe2(ready, O_CLOEXEC) != 0) std::abort();
+  pid_ = fork();
+  if (pid_ == 0) {
+    body();
+    close(ready[1]);  // as executing another program does
+    for (;;) pause();
+  }
+  close(ready[1]);
+  char none = 0;
+  if (read(ready[0], &none, 1) != 0) std::abort();
+  close(ready[0]);
+}
+
+void WaitingChild::kill() const {
+  ::kill(pid_, SIGKILL);
+  siginfo_t info;
+  waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOWAIT);
+}
+
+void WaitingChild::end() {
+  if (pid_ <= 0) return;
+  kill();
+  waitpid(std::exchange(pid_, -1), nullptr, 0);
 }
 
 }  // namespace testsupport

@@ -1,6 +1,8 @@
 #ifndef TARVO_TESTS_SUPPORT_CHILDPROCESS_H
 #define TARVO_TESTS_SUPPORT_CHILDPROCESS_H
 
+#include <sys/types.h>
+
 #include <functional>
 #include <string>
 
@@ -18,6 +20,20 @@ ChildResult runForked(const std::function<int()>& body);
 
 /// Runs `env command`, without the variables that the library reads but for those in the command.
 ChildResult runProgram(const std::string& command);
+
+/// A forked child that has run `body`, or has executed another program in it, and waits to be
+/// killed.
+class WaitingChild {
+ public:
+  explicit WaitingChild(const std::function<void()>& body);
+  ~WaitingChild() { end(); }
+  pid_t pid() const { return pid_; }
+  void kill() const;  // and leaves it to be waited for
+  void end();
+
+ private:
+  pid_t pid_;
+};
 
 }  // namespace testsupport
 

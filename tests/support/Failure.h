@@ -16,6 +16,17 @@ Tarvo::String failureOf(Body body) {
   return "nothing failed";
 }
 
+/// The message of the run-time exception that `body` throws, or "nothing failed".
+template <typename Thrown = Tarvo::RuntimeException, typename Body>
+Tarvo::String errorOf(Body body) {
+  try {
+    body();
+  } catch (const Thrown& e) {
+    return e.msg();
+  }
+  return "nothing failed";
+}
+
 }  // namespace testsupport
 
 #endif

@@ -1,0 +1,40 @@
+#ifndef TARVO_SRC_UTIL_DESCRIPTOR_H
+#define TARVO_SRC_UTIL_DESCRIPTOR_H
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+namespace Tarvo::Impl {
+
+/// Owns an open descriptor, or none. Closing leaves errno alone.
+class Descriptor {
+ public:
+  Descriptor() = default;
+  explicit Descriptor(int fd) : fd_(fd) {}
+  Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+  Descriptor& operator=(Descriptor&& other) noexcept {
+    std::swap(fd_, other.fd_);
+    return *this;
+  }
+  ~Descriptor() {
+    const int error = errno;
+    if (fd_ >= 0) ::close(fd_);
+    errno = error;
+  }
+
+  /// Closes; 0, or an errno.
+  int close() { return ::close(std::exchange(fd_, -1)) == 0 ? 0 : errno; }
+  int release() { return std::exchange(fd_, -1); }
+
+  int get() const { return fd_; }
+  explicit operator bool() const { return fd_ >= 0; }
+
+ private:
+  int fd_ = -1;
+};
+
+}  // namespace Tarvo::Impl
+
+#endif
