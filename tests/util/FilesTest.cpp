@@ -1,14 +1,11 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <linux/fs.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cstdarg>
 #include <filesystem>
-#include <thread>
 
 #include "Tarvo/Util.h"
 #include "support/Failure.h"
@@ -24,23 +21,24 @@ struct {
   std::vector<std::string> calls;
 } kernel;
 
-/// Notes the call; true when it is to fail with EIO.
-bool refuses(const char* call) {
-  if (!kernel.armed) return false;
-  kernel.calls.emplace_back(call);
+/// Makes the call, or lets it fail with EIO when its turn has come.
+template <typename... Arguments>
+int call(const char* name, long number, Arguments... arguments) {
+  if (kernel.armed) kernel.calls.emplace_back(name);
+  if (!kernel.armed || kernel.calls.size() - 1 != kernel.refused) {
+    return static_cast<int>(syscall(number, arguments...));
+  }
   errno = EIO;
-  return kernel.calls.size() - 1 == kernel.refused;
+  return -1;
 }
 
-long transfer(long call, int fd, std::uintptr_t bytes, std::size_t count) {
-  if (kernel.portion > 0) {
-    static bool interrupted = false;
-    interrupted = !interrupted;
-    errno = EINTR;
-    if (interrupted) return -1;
-    count = std::min(count, kernel.portion);
-  }
-  return syscall(call, fd, bytes, count);
+/// Sometimes interrupts, and never does all at once, when a test wants that.
+bool interrupts(std::size_t& count) {
+  static bool interrupted = false;
+  if (kernel.portion == 0) return false;
+  count = std::min(count, kernel.portion);
+  errno = EINTR;
+  return interrupted = !interrupted;
 }
 
 }  // namespace
@@ -48,44 +46,28 @@ long transfer(long call, int fd, std::uintptr_t bytes, std::size_t count) {
 // They stand before the C library's for the library too.
 #define STANDS_BEFORE extern "C" [[gnu::visibility("default")]]
 STANDS_BEFORE ssize_t read(int fd, void* to, std::size_t count) {
-  return transfer(SYS_read, fd, reinterpret_cast<std::uintptr_t>(to), count);
+  return interrupts(count) ? -1 : syscall(SYS_read, fd, to, count);
 }
 STANDS_BEFORE ssize_t write(int fd, const void* from, std::size_t count) {
-  if (refuses("write")) return -1;
-  return transfer(SYS_write, fd, reinterpret_cast<std::uintptr_t>(from), count);
+  return interrupts(count) ? -1 : call("write", SYS_write, fd, from, count);
 }
 STANDS_BEFORE int openat(int folder, const char* path, int flags, ...) {
   va_list more;
   va_start(more, flags);
   const mode_t mode = va_arg(more, mode_t);
   va_end(more);
-  if (refuses("openat")) return -1;
-  return static_cast<int>(syscall(SYS_openat, folder, path, flags, mode));
+  return call("openat", SYS_openat, folder, path, flags, mode);
 }
-STANDS_BEFORE int fsync(int fd) {
-  return refuses("fsync") ? -1 : static_cast<int>(syscall(SYS_fsync, fd));
+STANDS_BEFORE int fsync(int fd) { return call("fsync", SYS_fsync, fd); }
+STANDS_BEFORE int close(int fd) { return call("close", SYS_close, fd); }
+STANDS_BEFORE int renameat2(int a, const char* x, int b, const char* y, unsigned flags) noexcept {
+  return call("swap", SYS_renameat2, a, x, b, y, kernel.namesCanSwap ? flags : ~0U);
 }
-STANDS_BEFORE int close(int fd) {
-  const bool fails = refuses("close");
-  const auto result = static_cast<int>(syscall(SYS_close, fd));
-  if (fails) errno = EIO;
-  return fails ? -1 : result;
-}
-STANDS_BEFORE int renameat2(int from, const char* name, int to, const char* other,
-                            unsigned flags) noexcept {
-  if (refuses("swap")) return -1;
-  if (kernel.namesCanSwap) {
-    return static_cast<int>(syscall(SYS_renameat2, from, name, to, other, flags));
-  }
-  errno = EINVAL;
-  return -1;
-}
-STANDS_BEFORE int renameat(int from, const char* name, int to, const char* other) noexcept {
-  if (refuses("rename")) return -1;
-  return static_cast<int>(syscall(SYS_renameat2, from, name, to, other, 0));
+STANDS_BEFORE int renameat(int a, const char* x, int b, const char* y) noexcept {
+  return call("rename", SYS_renameat2, a, x, b, y, 0);
 }
 STANDS_BEFORE int unlinkat(int folder, const char* name, int flags) noexcept {
-  return refuses("unlink") ? -1 : static_cast<int>(syscall(SYS_unlinkat, folder, name, flags));
+  return call("unlink", SYS_unlinkat, folder, name, flags);
 }
 
 namespace {
@@ -116,18 +98,15 @@ struct FilesTest : testing::Test {
       const bool all = refused >= kernel.calls.size();
       const auto failed = all ? "nothing" : kernel.calls[refused];
       SCOPED_TRACE(failed + " " + std::to_string(refused));
-      if (error &&
-          !(failed == "fsync" && !kernel.namesCanSwap && kernel.calls[refused - 1] == "rename")) {
-        EXPECT_EQ(error, std::errc::io_error);
-        EXPECT_EQ(found, old.value_or(""));
-        EXPECT_EQ(static_cast<bool>(missing), !old);
-      } else {
-        EXPECT_EQ(found, "new");
-      }
-      // The last close is that of the folder, of which nothing depends.
-      EXPECT_EQ(static_cast<bool>(error), !all && refused + 1 < kernel.calls.size());
+      // Without an exchange of names the last step cannot be taken back.
+      const bool lost = !kernel.namesCanSwap && failed == "fsync" && refused > 4;
+      EXPECT_EQ(found, error && !lost ? old.value_or("") : "new");
+      EXPECT_EQ(static_cast<bool>(missing), error && !old);
+      // On the last close, that of the folder, nothing depends.
+      EXPECT_EQ(error, std::error_code(refused + 1 < kernel.calls.size() ? EIO : 0,
+                                       std::generic_category()));
       const std::filesystem::directory_iterator files(folder);
-      EXPECT_EQ(std::distance(begin(files), end(files)), old || !missing ? 1 : 0);
+      EXPECT_EQ(std::distance(begin(files), end(files)), missing ? 0 : 1);
       if (all || HasFailure()) return kernel.calls;
     }
   }
@@ -163,30 +142,14 @@ TEST_F(FilesTest, WritesAllWithItsModeAndReplacesOnlyFilesAndLinks) {
   for (const auto& [name, reason] : std::map<std::string, std::string>{
            {folder + "/pipe", ": Operation not supported"},
            {folder, ": Is a directory"},
-           {folder + "/", ": No such file or directory"},
            {"", "write : No such file or directory"},
            {folder + "/none/file", ": No such file or directory"},
-           {"/proc/nothing", ": "},
            {path + std::string("\0x", 2), "file\\0x: Invalid argument"}}) {
     EXPECT_THAT(errorOf([&, &where = name] { fileWrite(where, "x"); }), HasSubstr(reason)) << name;
   }
   EXPECT_EQ(fileRead(path), bytes);
   const std::filesystem::directory_iterator files(folder);
   EXPECT_EQ(std::distance(begin(files), end(files)), 3) << "no temporary is left";
-}
-
-TEST_F(FilesTest, AReaderSeesOneFileOrTheOther) {
-  fileWrite(path, std::string(5000, 'a'));
-  std::atomic<bool> done = false;
-  std::thread writer([&] {
-    for (int i = 0; i < 40; ++i) fileWrite(path, std::string(i % 2 == 0 ? 9000 : 5000, 'a'));
-    done = true;
-  });
-  do {
-    const auto size = fileRead(path).size();
-    EXPECT_TRUE(size == 9000 || size == 5000) << size;
-  } while (!done);
-  writer.join();
 }
 
 TEST_F(FilesTest, ReadsToTheEndWithinTheLimit) {
@@ -200,14 +163,11 @@ TEST_F(FilesTest, ReadsToTheEndWithinTheLimit) {
   std::error_code error;
   EXPECT_EQ(fileRead("/dev/zero", 70'000, error), "");
   EXPECT_EQ(error, std::errc::file_too_large);
-  EXPECT_EQ(fileRead("/proc/self/stat", 10, error), "");
-  EXPECT_EQ(error, std::errc::file_too_large);
   EXPECT_EQ(fileRead("/dev/null", 0, error), "");
   EXPECT_FALSE(error);
   EXPECT_THAT(errorOf([&] { fileRead(folder); }), HasSubstr(folder + ": Is a directory"));
   EXPECT_THAT(errorOf([&] { fileSize(path + "/x"); }),
               HasSubstr("cannot get the size of " + path + "/x: Not a directory"));
-  EXPECT_THAT(errorOf([] { fileRead(std::string("/dev\0/null", 10)); }), HasSubstr("Invalid arg"));
 }
 
 TEST(TrimPathTest, KeepsWhatThePathMeans) {

@@ -74,14 +74,15 @@ TEST(OwnersTest, FindsWhoHoldsAPortOfEitherFamily) {
       EXPECT_THAT(foundBy(OwnerSearch::ofPort(type, port)), owner);
       EXPECT_THAT(foundBy(OwnerSearch::ofPort(type, port, host), 1), owner) << "step by step";
       EXPECT_THAT(foundBy(OwnerSearch::ofPort(type, port, others)), IsEmpty());
-      EXPECT_THAT(foundBy(OwnerSearch::ofPort(SOCK_STREAM + SOCK_DGRAM - type, port)), IsEmpty());
+      EXPECT_THAT(foundBy(OwnerSearch::ofPort(SOCK_STREAM + SOCK_DGRAM - type, port, host)),
+                  IsEmpty());
     }
   }
 }
 
 TEST(OwnersTest, AWildcardServesEveryAddressAndAConnectionIsNoListener) {
-  for (const auto& [host, v4, v6] : {std::tuple("::", 3U, 3U), std::tuple("0.0.0.0", 3U, 0U)}) {
-    Address address(host[0] == ':' ? AF_INET6 : AF_INET, host);
+  for (const int family : {AF_INET, AF_INET6}) {
+    Address address(family, family == AF_INET ? "0.0.0.0" : "::");
     const int listener = serve(SOCK_STREAM, address);
     const auto port = address.port();
     Address server(AF_INET, "127.0.0.1");
@@ -93,8 +94,9 @@ TEST(OwnersTest, AWildcardServesEveryAddressAndAConnectionIsNoListener) {
     EXPECT_THAT(
         foundBy(OwnerSearch::ofPort(SOCK_STREAM, port, "127.0.0.1")),
         ElementsAre(std::tuple(getpid(), listener, true), std::tuple(getpid(), accepted, false)));
-    EXPECT_EQ(foundBy(OwnerSearch::ofPort(SOCK_STREAM, port, "127.0.0.9")).size(), v4 - 2);
-    EXPECT_EQ(foundBy(OwnerSearch::ofPort(SOCK_STREAM, port, "fe80::9")).size(), v6 > 0 ? 1U : 0U);
+    EXPECT_EQ(foundBy(OwnerSearch::ofPort(SOCK_STREAM, port, "127.0.0.9")).size(), 1U);
+    EXPECT_EQ(foundBy(OwnerSearch::ofPort(SOCK_STREAM, port, "fe80::9")).size(),
+              family == AF_INET ? 0U : 1U);
     for (const int fd : {listener, client, accepted, again}) close(fd);
   }
 }
@@ -103,10 +105,9 @@ TEST(OwnersTest, FindsUnixSocketsAndWhoSharesADescriptor) {
   const std::string path = testing::TempDir() + "sock et." + std::to_string(getpid());
   for (const std::string& name : {path, std::string(1, '\0') + path, '@' + path}) {
     Address address(AF_UNIX, "");
-    auto& local = address.as<sockaddr_un>();
     std::string bound = name;
     if (bound[0] == '@') bound[0] = '\0';
-    memcpy(static_cast<char*>(local.sun_path), bound.data(), bound.size());
+    memcpy(static_cast<char*>(address.as<sockaddr_un>().sun_path), bound.data(), bound.size());
     const auto length = offsetof(sockaddr_un, sun_path) + name.size() + (name == path ? 1 : 0);
     const int fd = serve(SOCK_STREAM, address, static_cast<socklen_t>(length));
     ASSERT_GE(fd, 0);
@@ -132,20 +133,16 @@ TEST(OwnersTest, FindsLocksOfEachKindAndSaysWhatItMayNotSee) {
   std::filesystem::permissions(folder, std::filesystem::perms::all);
   EXPECT_EQ(lock.ownerDescription(), "nobody");
   for (const std::string kind : {"file", "process", "flock"}) {
-    int fd = -1;
-    int ready[2];
-    ASSERT_EQ(pipe(ready), 0);
+    const int fd = open(lock.file().c_str(), O_RDWR);  // which the child has too
     const WaitingChild holder([&] {
       Process::titleIs("holder");
-      fd = open(lock.file().c_str(), O_RDWR);
       struct flock all {};
       all.l_type = F_WRLCK;
       if (kind == "flock") flock(fd, LOCK_EX);
       if (kind == "file") fcntl(fd, F_OFD_SETLK, &all);
       if (kind == "process") fcntl(fd, F_SETLK, &all);
-      if (write(ready[1], &fd, sizeof fd) < 0) abort();
     });
-    ASSERT_EQ(read(ready[0], &fd, sizeof fd), static_cast<ssize_t>(sizeof fd));
+    close(fd);
     const WaitingChild without([&] { open(lock.file().c_str(), O_RDWR); });
     const auto owner = ElementsAre(std::tuple(holder.pid(), fd, false));
     EXPECT_THAT(foundBy(OwnerSearch::ofLock(lock.file())), owner) << kind;
@@ -163,8 +160,6 @@ TEST(OwnersTest, FindsLocksOfEachKindAndSaysWhatItMayNotSee) {
       return std::isdigit(left[0]) != 0 && left.ends_with(" could not be looked at") ? 0 : 1;
     });
     EXPECT_TRUE(stranger.exitCode == 0 || geteuid() != 0) << kind << ": " << stranger.out;
-    close(ready[0]);
-    close(ready[1]);
   }
   std::filesystem::remove_all(folder);
 }
@@ -177,9 +172,6 @@ TEST(OwnersTest, RefusesWhatItCannotSearchFor) {
     EXPECT_THAT(errorOf([&] { OwnerSearch::ofPort(SOCK_STREAM, 1, address); }),
                 HasSubstr("address " + address + ": Invalid argument"));
   }
-  EXPECT_THAT(errorOf([] { OwnerSearch::ofPort(SOCK_STREAM, 1, std::string("::1\0", 4)); }),
-              HasSubstr("::1\\0: Invalid argument"));
-  EXPECT_THAT(errorOf([] { OwnerSearch::ofPort(SOCK_RAW, 1); }), HasSubstr("type 3: Socket type"));
   EXPECT_THAT(errorOf([] { OwnerSearch::ofUnixSocket("a\nb"); }), HasSubstr("Invalid argument"));
   EXPECT_THAT(errorOf([] { OwnerSearch::ofLock("/none"); }), HasSubstr("on /none: No such file"));
 }

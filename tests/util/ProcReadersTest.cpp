@@ -37,25 +37,19 @@ std::chrono::nanoseconds bootTime() {
 }
 
 TEST(ProcessTest, ReadsTitlesAndArgumentsOfAnyBytesAndStartTimes) {
-  int stay[2];
-  ASSERT_EQ(pipe(stay), 0);
   const auto before = bootTime();
-  WaitingChild child([&] {
-    dup2(stay[0], STDIN_FILENO);
-    execl("/bin/sh", "sh", "-c", "read x", "a b", "", "\xff\n)", "", nullptr);
-  });
+  const auto* stop = "kill -STOP $$; :";
+  WaitingChild child(
+      [&] { execl("/bin/sh", "sh", "-c", stop, "a b", "", "\xff\n)", "", nullptr); });
   const auto process = Process::of(child.pid()).value();
-  EXPECT_THAT(process.commandLine(), testing::Optional(testing::ElementsAre(
-                                         "sh", "-c", "read x", "a b", "", "\xff\n)", "")));
+  EXPECT_THAT(process.commandLine(),
+              testing::Optional(testing::ElementsAre("sh", "-c", stop, "a b", "", "\xff\n)", "")));
   EXPECT_THAT(process.title(), testing::Optional(testing::HasSubstr("sh")));
   EXPECT_GE(process.startTime(), before - 10ms) << "the kernel counts in steps of 10 ms";
   EXPECT_LE(process.startTime(), bootTime());
   const auto age = std::chrono::system_clock::now() - process.startWallTime();
   EXPECT_LT(abs(age - (bootTime() - process.startTime())), 5s);
   EXPECT_FALSE(process.ended());
-  EXPECT_EQ(process, Process::of(child.pid()));
-  EXPECT_LT(Process::self().startTime(), process.startTime() + 1ns);
-
   child.kill();
   EXPECT_TRUE(process.ended()) << "although nobody has waited for it yet";
   EXPECT_EQ(process.commandLine(), std::nullopt);
@@ -64,8 +58,6 @@ TEST(ProcessTest, ReadsTitlesAndArgumentsOfAnyBytesAndStartTimes) {
   EXPECT_TRUE(process.ended());
   EXPECT_EQ(process.title(), std::nullopt);
   for (const pid_t none : {process.pid(), 0, -1}) EXPECT_FALSE(Process::of(none));
-  close(stay[0]);
-  close(stay[1]);
 }
 
 TEST(ProcessTest, SetsItsTitleFromAnyThreadAndIsNoThread) {
@@ -100,7 +92,6 @@ TEST(ProcessTest, TellsALaterProcessOfTheSameNumberApart) {
   if (later < 0) GTEST_SKIP() << "choosing a process number: " << std::strerror(errno);
   EXPECT_TRUE(process.ended());
   EXPECT_EQ(process.title(), std::nullopt);
-  EXPECT_NE(Process::of(number), process);
   EXPECT_FALSE(Process::of(number).value().ended());
   kill(later, SIGKILL);
   waitpid(later, nullptr, 0);

@@ -74,10 +74,11 @@ TEST(SocketTest, MakesASocketInAnotherNamespaceAndStaysInItsOwn) {
     refusal("none", AF_INET, "namespace none: No such file or directory");
     refusal("../netns/blue", AF_INET, "namespace ../netns/blue: Invalid argument");
     const int next = dup(0);
+    close(next);
     if (geteuid() == 0 && seteuid(65534) == 0) {
       refusal("blue", AF_INET, "namespace blue: Operation not permitted");
     }
-    check(dup(0) == next + 1, "nothing stays open after a failure");
+    check(dup(0) == next, "nothing stays open after a failure");
     return failures;
   });
   if (child.exitCode == cannot) GTEST_SKIP() << child.err;
@@ -123,31 +124,25 @@ TEST(SocketTest, CountsWhatHasNotArrived) {
   ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), length), 0);
   listen(listener, 1);
   getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
-  int pairs[2][2];
-  pairs[0][0] = socket(AF_INET, SOCK_STREAM, 0);
-  ASSERT_EQ(connect(pairs[0][0], reinterpret_cast<sockaddr*>(&address), length), 0);
-  pairs[0][1] = accept(listener, nullptr, nullptr);
-  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pairs[1]), 0);
-  for (const auto& [writer, reader] : pairs) {
-    EXPECT_EQ(unsentBytes(writer), 0);
-    const std::string block(65536, 'x');
-    ssize_t sent = 0;
-    for (ssize_t n = 0; n >= 0; sent += std::max<ssize_t>(n, 0)) {
-      n = send(writer, block.data(), block.size(), MSG_DONTWAIT);
-    }
-    EXPECT_GE(unsentBytes(writer), 1000);
-    for (std::string got(block.size(), ' '); sent > 0;) {
-      pollfd readable{reader, POLLIN, 0};
-      ASSERT_EQ(poll(&readable, 1, 10'000), 1);
-      sent -= recv(reader, got.data(), got.size(), 0);
-    }
-    const auto bound = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (unsentBytes(writer) != 0 && std::chrono::steady_clock::now() < bound) sched_yield();
-    EXPECT_EQ(unsentBytes(writer), 0);
-    close(writer);
-    close(reader);
+  const int writer = socket(AF_INET, SOCK_STREAM, 0);
+  ASSERT_EQ(connect(writer, reinterpret_cast<sockaddr*>(&address), length), 0);
+  const int reader = accept(listener, nullptr, nullptr);
+  EXPECT_EQ(unsentBytes(writer), 0);
+  std::string block(65536, 'x');
+  ssize_t sent = 0;
+  for (ssize_t n = 0; n >= 0; sent += std::max<ssize_t>(n, 0)) {
+    n = send(writer, block.data(), block.size(), MSG_DONTWAIT);
   }
-  close(listener);
+  EXPECT_GE(unsentBytes(writer), 1000);
+  while (sent > 0) {
+    pollfd readable{reader, POLLIN, 0};
+    ASSERT_EQ(poll(&readable, 1, 10'000), 1);
+    sent -= recv(reader, block.data(), block.size(), 0);
+  }
+  const auto bound = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (unsentBytes(writer) != 0 && std::chrono::steady_clock::now() < bound) sched_yield();
+  EXPECT_EQ(unsentBytes(writer), 0);
+  for (const int fd : {writer, reader, listener}) close(fd);
 }
 
 }  // namespace
