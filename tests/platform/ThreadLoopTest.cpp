@@ -65,12 +65,6 @@ TEST_F(ThreadLoopTest, GoesWhenItsThreadHasEnded) {
         Tarvo::leRegisterBase(program);
         useLoop(log);
       },
-      [&] {
-        handler.action = [] { pthread_exit(nullptr); };
-        const auto timer = Platform::getTimerControl(&handler);
-        timer->setTimeout(0);
-        Platform::doEventLoop();
-      },
   };
   const auto before = openDescriptors();
   for (const auto& use : uses) {
@@ -86,7 +80,6 @@ TEST_F(ThreadLoopTest, GoesWhenItsThreadHasEnded) {
   }
   pthread_key_delete(key);
   EXPECT_EQ(std::ranges::count(log, "h"), 7);
-  handler.action = nullptr;
   left->setTimeout(0);  // on this thread's loop from now on
   Platform::doEventLoop();
   EXPECT_EQ(log.back(), "left");
