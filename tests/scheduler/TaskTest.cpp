@@ -90,6 +90,7 @@ TEST_F(TaskTest, QuantaPassInVirtualTimeWhileTheRootFollowsIt) {
   yields.clear();
   task->taskQuantumIs(1'000'000'000);
   task->body = [&](TestTask& self) {  // its run begins when the time does
+    Platform::fastForwardBy(1);
     root->virtualTimeIs(true);
     yields.push_back(self.taskShouldYield());
     Platform::fastForwardBy(1);
