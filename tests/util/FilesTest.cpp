@@ -59,7 +59,11 @@ STANDS_BEFORE int openat(int folder, const char* path, int flags, ...) {
   return call("openat", SYS_openat, folder, path, flags, mode);
 }
 STANDS_BEFORE int fsync(int fd) { return call("fsync", SYS_fsync, fd); }
-STANDS_BEFORE int close(int fd) { return call("close", SYS_close, fd); }
+STANDS_BEFORE int close(int fd) {
+  const auto result = call("close", SYS_close, fd);
+  if (result != 0) syscall(SYS_close, fd);  // the kernel closes it whatever it reports
+  return result;
+}
 STANDS_BEFORE int renameat2(int a, const char* x, int b, const char* y, unsigned flags) noexcept {
   return call("swap", SYS_renameat2, a, x, b, y, kernel.namesCanSwap ? flags : ~0U);
 }

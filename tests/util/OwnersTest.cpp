@@ -166,8 +166,10 @@ TEST(OwnersTest, FindsLocksOfEachKindAndSaysWhatItMayNotSee) {
 
 TEST(OwnersTest, RefusesWhatItCannotSearchFor) {
   EXPECT_THAT(errorOf([] { OwnerSearch::ofSocket(-1); }), HasSubstr("-1: Bad file descriptor"));
-  EXPECT_THAT(errorOf([] { OwnerSearch::ofSocket(open("/dev/null", O_RDONLY | O_CLOEXEC)); }),
+  const int null = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  EXPECT_THAT(errorOf([&] { OwnerSearch::ofSocket(null); }),
               HasSubstr("Socket operation on non-socket"));
+  close(null);
   for (const std::string address : {"1.2.3", "localhost", "::1%lo", "[::1]"}) {
     EXPECT_THAT(errorOf([&] { OwnerSearch::ofPort(SOCK_STREAM, 1, address); }),
                 HasSubstr("address " + address + ": Invalid argument"));
