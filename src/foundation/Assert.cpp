@@ -1,6 +1,6 @@
 #include "Tarvo/Assert.h"
 
-#include <cxxabi.h>
+#include "foundation/PassCancellation.h"
 
 namespace Tarvo::Impl {
 
@@ -12,9 +12,8 @@ template <typename Build>
 String messageOr(fmt::string_view format, Build build) {
   try {
     return build();
-  } catch (abi::__forced_unwind&) {
-    throw;
   } catch (...) {
+    passCancellation();
     return String(format.data(), format.size());
   }
 }

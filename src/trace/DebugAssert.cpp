@@ -1,6 +1,5 @@
-#include <cxxabi.h>
-
 #include "Tarvo/Trace.h"
+#include "foundation/PassCancellation.h"
 #include "trace/UnshownArgument.h"
 
 namespace Tarvo {
@@ -29,13 +28,8 @@ void Impl::beginMessage(Platform::DebugStream& stream, const ScopeNames& scope) 
 }
 
 void Impl::endUnshownMessage(Platform::DebugStream& stream) {
-  try {
-    throw;
-  } catch (abi::__forced_unwind&) {
-    throw;
-  } catch (...) {
-    stream << Fmt::Impl::unshownArgument;
-  }
+  passCancellation();
+  stream << Fmt::Impl::unshownArgument;
 }
 
 }  // namespace Tarvo

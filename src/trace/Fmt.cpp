@@ -1,6 +1,5 @@
 #include "Tarvo/Fmt.h"
 
-#include <cxxabi.h>
 #include <fmt/compile.h>
 
 #include <algorithm>
@@ -9,6 +8,7 @@
 #include <type_traits>
 
 #include "Tarvo/Assert.h"
+#include "foundation/PassCancellation.h"
 #include "trace/UnshownArgument.h"
 
 namespace Tarvo {
@@ -123,9 +123,8 @@ void vfmtrace(const void* handler, unsigned level, const char* file, bool withFu
   fmt::memory_buffer buffer;
   try {
     buildMessageBuffer(buffer, withFunc, func, className, format, args);
-  } catch (abi::__forced_unwind&) {
-    throw;
   } catch (...) {
+    Tarvo::Impl::passCancellation();
     // A message that cannot be made must not break the code that it reports on.
     buffer.append(unshownArgument);
   }
