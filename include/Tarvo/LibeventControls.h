@@ -45,6 +45,8 @@ class TARVO_EXPORT LibeventTimerControl : public Platform::TimerControl {
   bool armed() const;
   /// As setTimeout(0.0), which is what most deferred calls need.
   void setTimeoutToNow();
+  /// Makes the handler's turn come in the present turn of the loop, behind what is active already.
+  void activate();
   Impl::Lifeline& lifeline() { return lifeline_; }
 
  private:
@@ -71,6 +73,9 @@ class TARVO_EXPORT LibeventCallbackControl : public Platform::CallbackControl,
   void cancelCallback() override;
   bool pendingCallback() const override;
   void timeout() override;
+
+ protected:
+  using LibeventTimerControl::activate;
 
  private:
   Platform::CallbackHandler* handler_;
@@ -134,6 +139,7 @@ class TARVO_EXPORT LibeventFdControl : public Impl::DeferredFdControl {
   Impl::Lifeline lifeline_;
   Reports reports_;
   bool served_ = false;       // and waits to be asked for
+  bool ownReport_ = false;    // the next report comes from a poll(), not from the kernel's turn
   bool pausedReads_ = false;  // what resume() adds
   bool pausedWrites_ = false;
   std::function<void()> forgotten_;

@@ -23,6 +23,10 @@ namespace Tarvo {
 
 class FileDescriptorTask;
 
+namespace Impl {
+class SchedulerCallback;
+}
+
 class TARVO_EXPORT TaskSchedulerRoot : public TaskScheduler, private Platform::CallbackHandler {
  public:
   /// How many events a new root's history holds.
@@ -56,6 +60,12 @@ class TARVO_EXPORT TaskSchedulerRoot : public TaskScheduler, private Platform::C
   unsigned int taskGroupCount() const;
   unsigned int totalRegisteredTaskCount() const;
   TaskSchedulerQueueStats queueStatsRoot() const;
+
+  /// How long, in nanoseconds, the root may run tasks before the loop asks the kernel again; 20 us
+  /// at first, and 0 asks before every run. Tarvo/TaskScheduler.h says what a slice leaves waiting.
+  /// Fails an assertion when it is negative.
+  TaskTimeDuration runSlice() const { return runSlice_; }
+  void runSliceIs(TaskTimeDuration length);
 
   /// While suspended nothing runs, in the groups neither; what is scheduled waits.
   bool suspended() const { return suspended_; }
@@ -146,11 +156,17 @@ class TARVO_EXPORT TaskSchedulerRoot : public TaskScheduler, private Platform::C
  private:
   class StatsReset;
 
-  std::shared_ptr<Platform::CallbackControl> callbackControl_;
+  TaskClock::time_point rootStep(TaskClock::time_point now);
+  TaskClock::time_point takeSteps(TaskClock::time_point now);
+
+  std::shared_ptr<Impl::SchedulerCallback> callbackControl_;
   std::set<TaskScheduler*> schedulers_;
   ThreadCheck threadCheck_;
   String threadName_;
   pid_t pid_;
+  TaskTimeDuration runSlice_ = 20'000;
+  bool inSlice_ = false;     // requests are noted, not passed on to the loop
+  bool stepWanted_ = false;  // and this is the note
   bool suspended_ = false;
   bool virtualTime_ = false;
   bool followFastForward_ = true;

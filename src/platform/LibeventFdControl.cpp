@@ -120,6 +120,7 @@ void LibeventFdControl::reportIfReady(event& ev, short what) {
   const int ready = poll(&state, 1, 0);
   if (ready == 0 || (state.revents & POLLNVAL) != 0 || !descriptor_->open()) return;
   if (ready < 0) return descriptor_->renew();  // the kernel would not say
+  ownReport_ = true;
   event_active(&ev, what, 1);
 }
 
@@ -178,18 +179,26 @@ void LibeventFdControl::delFd() {
 int LibeventFdControl::getFd() const { return fd_; }
 
 void LibeventFdControl::handleFdRead(evutil_socket_t, short, void* arg) {
-  Impl::runNotification([self = static_cast<LibeventFdControl*>(arg)] {
-    if (self->served_) self->descriptor_->table.servedReads().remove(*self);
-    self->notify(&Platform::FdEventHandler::readFdEvent, self->readEvent_,
-                 &LibeventFdControl::watchReads);
-  });
+  auto* self = static_cast<LibeventFdControl*>(arg);
+  const bool own = std::exchange(self->ownReport_, false);
+  Impl::runNotification(
+      [self] {
+        if (self->served_) self->descriptor_->table.servedReads().remove(*self);
+        self->notify(&Platform::FdEventHandler::readFdEvent, self->readEvent_,
+                     &LibeventFdControl::watchReads);
+      },
+      !own);
 }
 
 void LibeventFdControl::handleFdWrite(evutil_socket_t, short, void* arg) {
-  Impl::runNotification([self = static_cast<LibeventFdControl*>(arg)] {
-    self->notify(&Platform::FdEventHandler::writeFdEvent, self->writeEvent_,
-                 &LibeventFdControl::watchWrites);
-  });
+  auto* self = static_cast<LibeventFdControl*>(arg);
+  const bool own = std::exchange(self->ownReport_, false);
+  Impl::runNotification(
+      [self] {
+        self->notify(&Platform::FdEventHandler::writeFdEvent, self->writeEvent_,
+                     &LibeventFdControl::watchWrites);
+      },
+      !own);
 }
 
 void LibeventFdControl::notify(Notify notification, const event& ev,

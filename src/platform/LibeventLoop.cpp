@@ -49,6 +49,26 @@ int dispatch(Limit limit) { return Impl::ThreadLoop::own().dispatch(limit); }
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 
+/// While it exists, no scheduler goes on beyond the loop's limit.
+class LimitedTurn {
+ public:
+  explicit LimitedTurn(const timeval& limit)
+      : words_(*Impl::threadWords), outer_(words_.endOfLoop) {
+    constexpr auto farthest = std::chrono::hours(24 * 365 * 100);
+    const auto length = std::chrono::seconds(limit.tv_sec);
+    if (length >= farthest) return;
+    words_.endOfLoop =
+        std::chrono::steady_clock::now() + length + std::chrono::microseconds(limit.tv_usec);
+  }
+  LimitedTurn(const LimitedTurn&) = delete;
+  LimitedTurn& operator=(const LimitedTurn&) = delete;
+  ~LimitedTurn() { words_.endOfLoop = outer_; }
+
+ private:
+  Impl::LoopWords& words_;
+  std::chrono::steady_clock::time_point outer_;
+};
+
 /// One jump and one pass: to the first timer, or by `maxSeconds` when that is sooner. The switch
 /// may have been turned off meanwhile, so it is not asked.
 int jumpAndServe(double maxSeconds) {
@@ -117,7 +137,11 @@ int eventLoopTimeout(double seconds) {
   TARVO_TRACE(libeventTrace, 5, "timeout {}", seconds);
   const timeval limit = Impl::delayToTimeval(seconds);
   std::optional<EvLoopBreak> loopBreak;
-  if (seconds != infinity) loopBreak.emplace(limit);
+  std::optional<LimitedTurn> limited;
+  if (seconds != infinity) {
+    loopBreak.emplace(limit);
+    limited.emplace(limit);
+  }
   return dispatch(loopBreak ? Limit::some : Limit::none);
 }
 

@@ -35,7 +35,11 @@ void LibeventTimerControl::setTimeout(double seconds) {
   if (seconds == std::numeric_limits<double>::infinity()) return;
   bind();
   // The base counts from the time it read at the start of its turn, which may be long ago.
-  if (timerisset(&delay)) event_base_update_cache_time(event_get_base(&event_));
+  if (timerisset(&delay)) {
+    event_base_update_cache_time(event_get_base(&event_));
+  } else {
+    ++Impl::threadWords->dueTimersArmed;
+  }
   addTimeout(event_, delay);
 }
 
@@ -43,7 +47,15 @@ void LibeventTimerControl::setTimeoutToNow() {
   delTimeout();
   TARVO_TRACE(libeventTrace, 9, "Timer {} set timeout {}", this, 0.0);
   bind();
+  ++Impl::threadWords->dueTimersArmed;
   addTimeout(event_, {0, 0});
+}
+
+void LibeventTimerControl::activate() {
+  delTimeout();
+  TARVO_TRACE(libeventTrace, 9, "Timer {} made active", this);
+  bind();
+  event_active(&event_, EV_TIMEOUT, 1);
 }
 
 void LibeventTimerControl::bind() {

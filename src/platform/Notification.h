@@ -12,8 +12,10 @@ namespace Tarvo::Impl {
 void keepExceptionForLoop() noexcept;
 
 /// Runs one notification for the event library: what it throws waits for the caller of the loop.
+/// It is fresh unless the library itself has made its event active.
 template <typename Notification>
-void runNotification(Notification notification) {
+void runNotification(Notification notification, bool fresh = true) {
+  threadWords->fresh = fresh;
   try {
     notification();
   } catch (abi::__forced_unwind&) {
@@ -21,6 +23,7 @@ void runNotification(Notification notification) {
   } catch (...) {
     keepExceptionForLoop();
   }
+  threadWords->fresh = false;
   if (threadWords->attention != LoopWords::nothing) [[unlikely]] {
     ThreadLoop::own().attend();
   }

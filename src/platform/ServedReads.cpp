@@ -54,6 +54,7 @@ void ServedReads::ask() noexcept {
       TARVO_TRACE(libeventTrace, 1, "descriptor {} was closed while it was watched",
                   descriptor.number);
     } else if (answered) {
+      waiting[i]->ownReport_ = true;
       event_active(&waiting[i]->readEvent_, EV_READ, 1);
     } else {
       descriptor.renew();

@@ -4,6 +4,7 @@
 #include <sys/time.h>
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
@@ -28,6 +29,14 @@ struct LoopWords {
   double virtualOffset = 0;          // in seconds
   bool dispatching = false;
   std::uint8_t attention = nothing;
+
+  /// The present notification tells what the kernel or a timer reported. There are only so many of
+  /// these in a turn of the loop, so what they ask for may still come in the same turn.
+  bool fresh = false;
+  /// How many timers without delay were armed, ever: what is due although it is not active yet.
+  std::uint64_t dueTimersArmed = 0;
+  /// When the running loop ends; schedulers do not go on beyond it.
+  std::chrono::steady_clock::time_point endOfLoop = std::chrono::steady_clock::time_point::max();
 };
 
 extern constinit LoopWords noLoop;

@@ -86,7 +86,8 @@ void TaskImpl::unscheduleTaskPrivate(TaskClock::time_point now) {
 }
 
 void TaskImpl::schedulingLatencyIs(TaskClock::time_point now) {
-  taskLastSchedulingLatency_ = nanoseconds(now - taskScheduledTime_);
+  // A step begins at the end of the last run, after which tasks may still have been scheduled.
+  taskLastSchedulingLatency_ = std::max(TaskTimeDuration{0}, nanoseconds(now - taskScheduledTime_));
   taskSchedulingLatencyHighWaterMark_ =
       std::max(taskSchedulingLatencyHighWaterMark_, taskLastSchedulingLatency_);
 }
@@ -119,6 +120,7 @@ void TaskImpl::taskSuspendedIs(bool suspended) {
 }
 
 TaskClock::time_point TaskImpl::taskDoRun(TaskClock::time_point now) {
+  now = std::max(now, taskScheduledTime_);
   recordEvent(now, TaskSchedulerEventType::runStart);
   TARVO_ASSERT(!taskOnRunQueue(), "{} is to run and still on a run queue", *this);
   TARVO_ASSERT(!taskCurrentlyRunning_, "{} is running already", *this);

@@ -11,6 +11,7 @@
 #include "Tarvo/Allocator.h"
 #include "Tarvo/FdToStream.h"
 #include "Tarvo/Thread.h"
+#include "platform/SchedulerCallback.h"
 #include "platform/ThreadLoop.h"
 #include "scheduler/SchedulerTrace.h"
 
@@ -21,7 +22,7 @@ using Impl::taskSchedulerTrace;
 TaskSchedulerRoot::TaskSchedulerRoot(const String& name)
     : TaskScheduler(name, this, threadCheck_,
                     std::make_shared<TaskSchedulerHistory>(historyEntryCountDefault)),
-      callbackControl_(Platform::getCallbackControl(this)),
+      callbackControl_(Impl::getSchedulerCallback(this)),
       threadCheck_{std::this_thread::get_id()},
       threadName_(Tarvo::threadName()),
       pid_(getpid()),
@@ -42,19 +43,60 @@ void TaskSchedulerRoot::requestSchedulerRun() {
                 *this);
     return;
   }
-  callbackControl_->requestCallback();
+  if (inSlice_) {
+    stepWanted_ = true;
+  } else if (runSlice_ == 0) {
+    callbackControl_->requestCallback();
+  } else {
+    callbackControl_->requestSoon();
+  }
 }
 
 void TaskSchedulerRoot::handleTaskForceYieldInTest() {}
 
 void TaskSchedulerRoot::taskRegister(TaskImpl* task) { TaskScheduler::taskRegister(task); }
 
-void TaskSchedulerRoot::callback() { handleSchedulerRun(); }
+void TaskSchedulerRoot::runSliceIs(TaskTimeDuration length) {
+  sanityCheckCurrentRunningThread();
+  TARVO_ASSERT(length >= 0, "a slice of {} ns", length);
+  runSlice_ = length;
+}
+
+void TaskSchedulerRoot::callback() {
+  if (runSlice_ == 0) return handleSchedulerRun();
+  const auto self = weak_from_this().lock();  // a body may drop the last reference
+  auto now = TaskClock::now();
+  inSlice_ = true;
+  try {
+    now = takeSteps(now);
+  } catch (...) {
+    inSlice_ = false;
+    if (stepWanted_) requestNextRun(TaskClock::now());
+    throw;
+  }
+  inSlice_ = false;
+  if (stepWanted_) requestNextRun(now);
+}
+
+TaskClock::time_point TaskSchedulerRoot::takeSteps(TaskClock::time_point now) {
+  const Impl::SchedulerCallback::Slice slice(*callbackControl_, now,
+                                             std::chrono::nanoseconds(runSlice_));
+  do {
+    stepWanted_ = false;
+    now = rootStep(now);
+  } while (stepWanted_ && !virtualTime_ && slice.goesOn(now));
+  return now;
+}
 
 void TaskSchedulerRoot::handleSchedulerRun() {
+  sanityCheckCurrentRunningThread();
+  rootStep(TaskClock::now());
+}
+
+TaskClock::time_point TaskSchedulerRoot::rootStep(TaskClock::time_point now) {
   const bool wanted = followFastForward_ && Platform::fastForward();
   if (wanted != virtualTime_) virtualTimeIs(wanted);
-  TaskScheduler::handleSchedulerRun();
+  return runStep(now);
 }
 
 unsigned TaskSchedulerRoot::nextUrgency() const {

@@ -1,0 +1,182 @@
+#include <sys/wait.h>
+
+#include "support/SchedulerFixture.h"
+#include "support/TestClock.h"
+
+namespace {
+
+using namespace testsupport;
+
+/// Runs of 6 us beside something that only the kernel knows of. "busy" goes on for `runs` runs.
+struct Slice : SchedulerFixture {
+  Slice() { reads->setFd(sockets.ends[0]); }
+  ~Slice() override { busy->body = nullptr; }
+
+  TestTaskPtr makeBusy(int runs) {
+    return make("busy", TaskPriority::normal, [this, runs](TestTask& self) mutable {
+      TestClock::advance(6e-6);
+      if (inFirst) std::exchange(inFirst, nullptr)();
+      if (--runs > 0) self.scheduleTask();
+    });
+  }
+  void reach() { ASSERT_EQ(write(sockets.ends[1], "x", 1), 1); }
+  /// Runs five times; what `doInFirst` brings about comes when it must.
+  RunLog during(std::function<void()> doInFirst) {
+    log.clear();
+    inFirst = std::move(doInFirst);
+    busy = makeBusy(5);
+    busy->scheduleTask();
+    Platform::doEventLoop(1.0);
+    return log;
+  }
+
+  TestClock clock;
+  SocketPair sockets;
+  Handler reader{log, "reader", [this] {
+                   char byte;
+                   EXPECT_EQ(read(sockets.ends[0], &byte, 1), 1);
+                 }};
+  std::shared_ptr<Platform::FdControl> reads = Platform::getFdControl(&reader);
+  std::function<void()> inFirst;
+  TestTaskPtr busy = make("none");
+};
+
+TEST_F(Slice, WhatOnlyTheKernelKnowsWaitsForItsLengthAndOneRun) {
+  const std::string readable = "reader read " + std::to_string(sockets.ends[0]);
+  EXPECT_THAT(during([&] { reach(); }),
+              ElementsAre("busy", "busy", "busy", "busy", readable, "busy"));
+  root->runSliceIs(6'000);
+  EXPECT_THAT(during([&] { reach(); }),
+              ElementsAre("busy", readable, "busy", "busy", "busy", "busy"));
+  root->runSliceIs(6'001);
+  EXPECT_THAT(during([&] { reach(); }),
+              ElementsAre("busy", "busy", readable, "busy", "busy", "busy"));
+  root->runSliceIs(0);
+  EXPECT_THAT(during([&] { reach(); }),
+              ElementsAre("busy", readable, "busy", "busy", "busy", "busy"));
+  root->runSliceIs(1'000'000'000);
+  EXPECT_THAT(during([&] { reach(); }),
+              ElementsAre("busy", "busy", "busy", "busy", "busy", readable));
+  EXPECT_THROW(root->runSliceIs(-1), Tarvo::AssertException);
+  EXPECT_EQ(root->runSlice(), 1'000'000'000);
+}
+
+TEST_F(Slice, WhatTheLoopKnowsComesBetweenAnyTwoRuns) {
+  root->runSliceIs(1'000'000'000);
+  const auto next = [](const char* what) {
+    return ElementsAre("busy", what, "busy", "busy", "busy", "busy");
+  };
+  Handler handler(log, "handler");
+  const auto callback = Platform::getCallbackControl(&handler);
+  EXPECT_THAT(during([&] { callback->requestCallback(); }), next("handler"));
+  const auto timer = Platform::getTimerControl(&handler);
+  EXPECT_THAT(during([&] { timer->setTimeout(-1); }), next("handler"));
+  // A timer that was armed before, brought forward.
+  timer->setTimeout(100);
+  EXPECT_THAT(during([&] { timer->setTimeout(0); }), next("handler"));
+  event own;
+  event_assign(&own, Tarvo::leInit(), -1, 0,
+               [](int, short, void* to) { static_cast<RunLog*>(to)->push_back("active"); }, &log);
+  EXPECT_THAT(during([&] { event_active(&own, EV_READ, 1); }), next("active"));
+  const auto otherRoot = Tarvo::schedulerRootTarvoNonShared("other");
+  const auto other = std::make_shared<TestTask>(otherRoot, TaskPriority::low, "other", log);
+  EXPECT_THAT(during([&] { other->scheduleTask(); }), next("other"));
+  // Requested by a handler before the slice, in the same turn.
+  reader.action = [&, drain = reader.action] {
+    drain();
+    callback->requestCallback();
+    busy->scheduleTask();
+  };
+  busy = makeBusy(2);
+  log.clear();
+  reach();
+  Platform::doEventLoop(1.0);
+  EXPECT_THAT(log, ElementsAre(testing::_, "busy", "handler", "busy"));
+}
+
+TEST_F(Slice, ABrokenOrLimitedLoopEndsIt) {
+  root->runSliceIs(1'000'000'000);
+  EXPECT_THAT(during([] { event_base_loopbreak(Tarvo::leInit()); }), ElementsAre("busy"));
+  Platform::doEventLoop(1.0);
+  EXPECT_EQ(log.size(), 5U);
+  log.clear();
+  busy = makeBusy(5);
+  busy->scheduleTask();
+  Platform::doEventLoop(13e-6);
+  EXPECT_EQ(log.size(), 3U);
+  Platform::doEventLoop(0);
+  EXPECT_EQ(log.size(), 4U);
+  EXPECT_THAT(during([&] { root->suspendedIs(true); }), ElementsAre("busy"));
+  root->suspendedIs(false);
+  Platform::doEventLoop(1.0);
+  EXPECT_EQ(log.size(), 5U);
+}
+
+TEST_F(Slice, AThrowEndsItAndTheNextLoopGoesOn) {
+  root->runSliceIs(1'000'000'000);
+  EXPECT_THROW(during([] { throw 1; }), int);
+  const auto last = make("last");
+  last->scheduleTask();
+  busy->scheduleTask();
+  Platform::doEventLoop(1.0);
+  EXPECT_THAT(log, ElementsAre("busy", "last", "busy", "busy", "busy", "busy"));
+}
+
+TEST_F(Slice, NewsWakeAnIdleRootInTheSameTurnButTasksDoNot) {
+  Handler second(log, "second");
+  SocketPair more;
+  const auto secondReads = Platform::getFdControl(&second);
+  secondReads->setFd(more.ends[0]);
+  second.action = [&] { secondReads->delFd(); };
+  busy = makeBusy(1);
+  reader.action = [&, drain = reader.action] {
+    drain();
+    busy->scheduleTask();
+    EXPECT_EQ(write(more.ends[1], "x", 1), 1);  // for the next turn
+  };
+  reach();
+  Platform::doEventLoop(1.0);
+  EXPECT_THAT(log, ElementsAre(testing::_, "busy", testing::StartsWith("second")));
+  // Two roots that wake each other leave every turn to the kernel.
+  log.clear();
+  reader.action = [&] { reads->delFd(); };
+  const auto otherRoot = Tarvo::schedulerRootTarvoNonShared("other");
+  TestTaskPtr pong;
+  const auto ping =
+      make("ping", TaskPriority::normal, [&](TestTask&) { pong->scheduleTask(); });
+  pong = std::make_shared<TestTask>(otherRoot, TaskPriority::normal, "pong", log, [&](TestTask&) {
+    if (log.size() < 40) ping->scheduleTask();
+  });
+  reach();
+  ping->scheduleTask();
+  Platform::doEventLoop(1.0);
+  EXPECT_THAT(log[1], testing::AnyOf("pong", testing::StartsWith("reader")));
+  EXPECT_THAT(log[2], testing::Not("ping")) << "the kernel was asked before the third run";
+}
+
+TEST_F(Slice, AForkedChildLeavesItForALoopOfItsOwn) {
+  root->runSliceIs(1'000'000'000);
+  bool child = false;
+  during([&] { child = fork() == 0; });
+  EXPECT_EQ(log.size(), 5U);
+  if (child) _exit(log.size() == 5 ? 0 : 1);
+  int status = -1;
+  wait(&status);
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(Slice, ABodyMayDropTheLastReferences) {
+  auto other = Tarvo::schedulerRootTarvoNonShared("other");
+  auto task = std::make_shared<TestTask>(other, TaskPriority::low, "task", log);
+  other.reset();
+  task->body = [&](TestTask& self) {
+    self.scheduleTask();
+    self.unscheduleTask();
+    task.reset();
+  };
+  task->scheduleTask();
+  Platform::doEventLoop(1.0);
+  EXPECT_THAT(log, ElementsAre("task"));
+}
+
+}  // namespace
