@@ -10,13 +10,13 @@ using namespace testsupport;
 /// Runs of 6 us beside something that only the kernel knows of. "busy" goes on for `runs` runs.
 struct Slice : SchedulerFixture {
   Slice() { reads->setFd(sockets.ends[0]); }
-  ~Slice() override { busy->body = nullptr; }
-
-  TestTaskPtr makeBusy(int runs) {
-    return make("busy", TaskPriority::normal, [this, runs](TestTask& self) mutable {
+  /// To be scheduled by the test.
+  void makeBusy(int runs) {
+    runsLeft = runs;
+    busy = make("busy", TaskPriority::normal, [this](TestTask& self) {
       TestClock::advance(6e-6);
+      if (--runsLeft > 0) self.scheduleTask();
       if (inFirst) std::exchange(inFirst, nullptr)();
-      if (--runs > 0) self.scheduleTask();
     });
   }
   void reach() { ASSERT_EQ(write(sockets.ends[1], "x", 1), 1); }
@@ -24,7 +24,7 @@ struct Slice : SchedulerFixture {
   RunLog during(std::function<void()> doInFirst) {
     log.clear();
     inFirst = std::move(doInFirst);
-    busy = makeBusy(5);
+    makeBusy(5);
     busy->scheduleTask();
     Platform::doEventLoop(1.0);
     return log;
@@ -38,7 +38,8 @@ struct Slice : SchedulerFixture {
                  }};
   std::shared_ptr<Platform::FdControl> reads = Platform::getFdControl(&reader);
   std::function<void()> inFirst;
-  TestTaskPtr busy = make("none");
+  int runsLeft = 0;
+  TestTaskPtr busy;
 };
 
 TEST_F(Slice, WhatOnlyTheKernelKnowsWaitsForItsLengthAndOneRun) {
@@ -75,8 +76,9 @@ TEST_F(Slice, WhatTheLoopKnowsComesBetweenAnyTwoRuns) {
   timer->setTimeout(100);
   EXPECT_THAT(during([&] { timer->setTimeout(0); }), next("handler"));
   event own;
-  event_assign(&own, Tarvo::leInit(), -1, 0,
-               [](int, short, void* to) { static_cast<RunLog*>(to)->push_back("active"); }, &log);
+  event_assign(
+      &own, Tarvo::leInit(), -1, 0,
+      [](int, short, void* to) { static_cast<RunLog*>(to)->push_back("active"); }, &log);
   EXPECT_THAT(during([&] { event_active(&own, EV_READ, 1); }), next("active"));
   const auto otherRoot = Tarvo::schedulerRootTarvoNonShared("other");
   const auto other = std::make_shared<TestTask>(otherRoot, TaskPriority::low, "other", log);
@@ -87,7 +89,7 @@ TEST_F(Slice, WhatTheLoopKnowsComesBetweenAnyTwoRuns) {
     callback->requestCallback();
     busy->scheduleTask();
   };
-  busy = makeBusy(2);
+  makeBusy(2);
   log.clear();
   reach();
   Platform::doEventLoop(1.0);
@@ -100,7 +102,7 @@ TEST_F(Slice, ABrokenOrLimitedLoopEndsIt) {
   Platform::doEventLoop(1.0);
   EXPECT_EQ(log.size(), 5U);
   log.clear();
-  busy = makeBusy(5);
+  makeBusy(5);
   busy->scheduleTask();
   Platform::doEventLoop(13e-6);
   EXPECT_EQ(log.size(), 3U);
@@ -117,9 +119,8 @@ TEST_F(Slice, AThrowEndsItAndTheNextLoopGoesOn) {
   EXPECT_THROW(during([] { throw 1; }), int);
   const auto last = make("last");
   last->scheduleTask();
-  busy->scheduleTask();
   Platform::doEventLoop(1.0);
-  EXPECT_THAT(log, ElementsAre("busy", "last", "busy", "busy", "busy", "busy"));
+  EXPECT_THAT(log, ElementsAre("busy", "busy", "last", "busy", "busy", "busy"));
 }
 
 TEST_F(Slice, NewsWakeAnIdleRootInTheSameTurnButTasksDoNot) {
@@ -128,7 +129,7 @@ TEST_F(Slice, NewsWakeAnIdleRootInTheSameTurnButTasksDoNot) {
   const auto secondReads = Platform::getFdControl(&second);
   secondReads->setFd(more.ends[0]);
   second.action = [&] { secondReads->delFd(); };
-  busy = makeBusy(1);
+  makeBusy(1);
   reader.action = [&, drain = reader.action] {
     drain();
     busy->scheduleTask();
@@ -142,16 +143,18 @@ TEST_F(Slice, NewsWakeAnIdleRootInTheSameTurnButTasksDoNot) {
   reader.action = [&] { reads->delFd(); };
   const auto otherRoot = Tarvo::schedulerRootTarvoNonShared("other");
   TestTaskPtr pong;
-  const auto ping =
-      make("ping", TaskPriority::normal, [&](TestTask&) { pong->scheduleTask(); });
+  const auto ping = make("ping", TaskPriority::normal, [&](TestTask&) {
+    if (log.size() == 1) reach();
+    pong->scheduleTask();
+  });
   pong = std::make_shared<TestTask>(otherRoot, TaskPriority::normal, "pong", log, [&](TestTask&) {
     if (log.size() < 40) ping->scheduleTask();
   });
-  reach();
   ping->scheduleTask();
   Platform::doEventLoop(1.0);
-  EXPECT_THAT(log[1], testing::AnyOf("pong", testing::StartsWith("reader")));
-  EXPECT_THAT(log[2], testing::Not("ping")) << "the kernel was asked before the third run";
+  EXPECT_GT(log.size(), 39U);
+  log.resize(3);
+  EXPECT_THAT(log, testing::Contains(testing::StartsWith("reader")));
 }
 
 TEST_F(Slice, AForkedChildLeavesItForALoopOfItsOwn) {
