@@ -5,8 +5,8 @@
 ///
 /// A thread that must do many kinds of work gives each kind a task with a priority. Its root
 /// scheduler sits on the thread's event loop and runs one task at a time, so that timers,
-/// descriptors and other callbacks are served between any two runs, and no kind of work can hold
-/// up the others for longer than one run.
+/// descriptors and other callbacks come in between, and no kind of work can hold up the others for
+/// longer than 20 us and one run.
 ///
 ///     #include <Tarvo/TaskScheduler.h>
 ///     #include <cstdio>
@@ -37,9 +37,25 @@
 ///    starvation guard lets a less urgent one go first (TaskRunQueues.h).
 /// 3. It runs the task's body and measures: the wait, the run, whether it took twice or five times
 ///    the task's quantum.
-/// 4. It asks for another callback. So exactly one task runs per turn of the event loop, which
-///    serves whatever else is ready in between.
-/// 5. When a callback finds no task, the scheduler is idle until the next scheduleTask().
+/// 4. It goes on with the next task, within the same callback, until its slice ends as said below;
+///    then it asks for another callback, before which the event loop asks the kernel.
+/// 5. When a step finds no task, the scheduler is idle until the next scheduleTask(). If a
+///    descriptor's report or a timer wakes it, its callback comes in the same turn of the loop,
+///    after what is active already.
+///
+/// Who may have to wait for whom:
+/// - The event loop, for tasks: what it can serve without asking the kernel or the clock (an active
+///   event, a requested callback, a timer without delay, another root, the end of a loop that was
+///   broken or is over) comes after the present run. What only the kernel or the clock knows (a
+///   descriptor that becomes readable, a timer that comes due) comes when runSlice() is over, 20 us
+///   after the callback began, and the run that is then in progress has ended. With runSliceIs(0)
+///   the kernel is asked before every run. A timer that the program adds to the thread's base by
+///   itself counts as one that only the clock knows.
+/// - A more urgent task, for a less urgent one: the present run, and the runs that the starvation
+///   guard lets through (TaskRunQueues.h says how many).
+/// - Tasks of one priority run in the order in which they were scheduled.
+/// - Everybody, for a task group: its quantum and one member's run.
+/// With fast forward or virtual time on there are no slices: one task runs per callback.
 ///
 /// The thread rule: a root, and everything registered with it, is used on the thread that made it.
 /// Every operation checks std::this_thread::get_id() against the root's and ends the process when
