@@ -36,7 +36,7 @@ bool DescriptorWalk::next() {
     if (descriptor_ < 0) descriptors_.reset();
     return true;
   }
-  folder_ = Descriptor();
+  folder_ = OwnedFd();
   const pid_t pid = nextNumber(processes_.get());
   if (pid >= 0) enter(pid);
   return pid >= 0;
@@ -46,7 +46,7 @@ void DescriptorWalk::enter(pid_t pid) {
   pid_ = pid;
   folder_ = openProcess(pid);
   if (!folder_) return;
-  Descriptor descriptors(openat(folder_.get(), "fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  OwnedFd descriptors(openat(folder_.get(), "fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!descriptors && isRefused(errno)) {
     const auto stat = processStat(folder_.get());
     if (stat && !stat->ended() && !stat->kernelThread()) refused_.push_back(pid);

@@ -7,7 +7,7 @@
 #include <memory>
 #include <vector>
 
-#include "util/Descriptor.h"
+#include "util/OwnedFd.h"
 
 namespace Tarvo::Impl {
 
@@ -35,7 +35,7 @@ class DescriptorWalk {
 
   Folder processes_ = noFolder();
   Folder descriptors_ = noFolder();
-  Descriptor folder_;
+  OwnedFd folder_;
   pid_t pid_ = -1;
   int descriptor_ = -1;
   std::vector<pid_t> refused_;

@@ -8,8 +8,8 @@
 
 #include "Tarvo/Fmt.h"
 #include "Tarvo/Util.h"
-#include "util/Descriptor.h"
 #include "util/Failed.h"
+#include "util/OwnedFd.h"
 
 namespace Tarvo::Util {
 
@@ -37,7 +37,7 @@ class Replacement {
   }
 
   int replace(std::string_view contents, mode_t mode) {
-    folder_ = Impl::Descriptor(open(folderPath_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    folder_ = Impl::OwnedFd(open(folderPath_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!folder_) return errno;
     if (const int error = lookAtOld()) return error;
     if (const int error = writeTemporary(contents, mode)) return error;
@@ -55,10 +55,10 @@ class Replacement {
 
   int writeTemporary(std::string_view contents, mode_t mode) {
     static std::atomic<unsigned> count = 0;
-    Impl::Descriptor file;
+    Impl::OwnedFd file;
     do {  // a name that is taken was left behind by a process of the same number
       temporary_ = fmt::format(".tarvo-{}-{}", getpid(), ++count);
-      file = Impl::Descriptor(
+      file = Impl::OwnedFd(
           openat(folder_.get(), temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
     } while (!file && errno == EEXIST);
     if (!file) return errno;
@@ -113,7 +113,7 @@ class Replacement {
   String name_;
   String folderPath_;
   String temporary_;
-  Impl::Descriptor folder_;
+  Impl::OwnedFd folder_;
   bool old_ = false;
   bool made_ = false;  // the temporary is there
 };

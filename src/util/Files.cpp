@@ -4,8 +4,8 @@
 #include <algorithm>
 
 #include "Tarvo/Util.h"
-#include "util/Descriptor.h"
 #include "util/Failed.h"
+#include "util/OwnedFd.h"
 #include "util/ReadFile.h"
 
 namespace Tarvo {
@@ -40,7 +40,7 @@ String Impl::failureText(std::string_view verb, std::string_view name, int error
 int Impl::readFile(int folder, const char* path, std::size_t limit, String& contents) {
   contents.clear();
   limit = std::min(limit, contents.max_size() - 1);
-  const Descriptor file(openForReading(folder, path));
+  const OwnedFd file(openForReading(folder, path));
   if (!file) return errno;
   struct stat status;
   if (fstat(file.get(), &status) != 0) return errno;

@@ -68,7 +68,7 @@ bool TableReader::open(const char* path) {
   path_ = path;
   text_.clear();
   taken_ = 0;
-  file_ = Descriptor(::open(path, O_RDONLY | O_CLOEXEC));
+  file_ = OwnedFd(::open(path, O_RDONLY | O_CLOEXEC));
   if (!file_ && !isGone(errno)) failToRead(path, errno);
   return static_cast<bool>(file_);
 }

@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "Tarvo/String.h"
-#include "util/Descriptor.h"
+#include "util/OwnedFd.h"
 
 namespace Tarvo::Impl {
 
@@ -22,7 +22,7 @@ class TableReader {
   std::optional<std::string_view> next();
 
  private:
-  Descriptor file_;
+  OwnedFd file_;
   String path_;
   String text_;
   std::size_t taken_ = 0;

@@ -47,9 +47,9 @@ void failToRead(std::string_view name, int error) {
   RuntimeException::throwException(text);
 }
 
-Descriptor openProcess(pid_t pid) {
+OwnedFd openProcess(pid_t pid) {
   const auto path = fmt::format("/proc/{}", pid);
-  Descriptor folder(open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  OwnedFd folder(open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   if (!folder && !isGone(errno)) failToRead(path, errno);
   return folder;
 }

@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "Tarvo/Process.h"
-#include "util/Descriptor.h"
+#include "util/OwnedFd.h"
 
 namespace Tarvo::Impl {
 
@@ -25,7 +25,7 @@ std::optional<ProcessStat> processStat(int folder);
 
 /// The folder of a process under /proc: what is read through it is of that very process, whoever
 /// has its number later. None when there is no such process.
-Descriptor openProcess(pid_t pid);
+OwnedFd openProcess(pid_t pid);
 
 /// Whether `error` is how /proc says that a process has ended.
 inline bool isGone(int error) { return error == ENOENT || error == ESRCH; }

@@ -92,7 +92,7 @@ void Process::titleIs(const String& title) {
     prctl(PR_SET_NAME, title.c_str());
     return;
   }
-  const Impl::Descriptor file(open("/proc/self/comm", O_WRONLY | O_CLOEXEC));
+  const Impl::OwnedFd file(open("/proc/self/comm", O_WRONLY | O_CLOEXEC));
   const String text = title.substr(0, title.find('\0'));
   if (!file || write(file.get(), text.data(), text.size()) < 0) {
     Impl::throwOnError("set the title to", title, Impl::errorCode(errno));

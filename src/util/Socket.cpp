@@ -9,8 +9,8 @@
 #include <sys/socket.h>
 
 #include "Tarvo/Fmt.h"
-#include "util/Descriptor.h"
 #include "util/Failed.h"
+#include "util/OwnedFd.h"
 
 namespace Tarvo::Util {
 
@@ -63,7 +63,7 @@ int socketInNamespace(const String& name, int domain, int type, int protocol,
   error = Impl::errorCode(EINVAL);
   if (!canBeNamespace(name)) return -1;
   const String path = "/run/netns/" + name;
-  const Impl::Descriptor space(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  const Impl::OwnedFd space(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   Request request{space.get(), domain, type, protocol};
   error = Impl::errorCode(space ? runAside(request) : errno);
   return request.fd;

@@ -1,5 +1,5 @@
-#ifndef TARVO_SRC_UTIL_DESCRIPTOR_H
-#define TARVO_SRC_UTIL_DESCRIPTOR_H
+#ifndef TARVO_SRC_UTIL_OWNEDFD_H
+#define TARVO_SRC_UTIL_OWNEDFD_H
 
 #include <unistd.h>
 
@@ -9,16 +9,16 @@
 namespace Tarvo::Impl {
 
 /// Owns an open descriptor, or none. Closing leaves errno alone.
-class Descriptor {
+class OwnedFd {
  public:
-  Descriptor() = default;
-  explicit Descriptor(int fd) : fd_(fd) {}
-  Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-  Descriptor& operator=(Descriptor&& other) noexcept {
+  OwnedFd() = default;
+  explicit OwnedFd(int fd) : fd_(fd) {}
+  OwnedFd(OwnedFd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+  OwnedFd& operator=(OwnedFd&& other) noexcept {
     std::swap(fd_, other.fd_);
     return *this;
   }
-  ~Descriptor() {
+  ~OwnedFd() {
     const int error = errno;
     if (fd_ >= 0) ::close(fd_);
     errno = error;
