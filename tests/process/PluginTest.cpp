@@ -1,16 +1,15 @@
 #include "Tarvo/Plugin.h"
 
 #include <dlfcn.h>
-#include <gmock/gmock.h>
 
 #include "Tarvo/Loco.h"
-#include "support/ChildProcess.h"
-#include "support/Failure.h"
+#include "support/Test.h"
 
 namespace {
 
-using testing::HasSubstr;
-using testsupport::failureOf;
+using namespace testsupport;
+using Tarvo::Platform::loadPlugin;
+using Tarvo::Platform::registerPlugin;
 
 struct Named : Tarvo::Platform::Plugin {
   explicit Named(const char* pluginName) : own(pluginName) {}
@@ -22,56 +21,54 @@ struct Named : Tarvo::Platform::Plugin {
   bool locked = true;  // at each asking
 };
 
-TEST(PluginTest, AMissingLibraryIsNoError) {
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(Tarvo::Platform::loadPlugin("nowhere"), nullptr);
-  EXPECT_THAT(
-      testing::internal::GetCapturedStderr(),
-      HasSubstr(" TarvoPlugin 0 Platform::loadPlugin() Failed to load plugin libnowhere.so: "));
+/// Why the library whose name is not its plug-in's cannot be loaded.
+String misnamed() {
+  return failureOf([] { loadPlugin("TarvoMisnamed"); });
 }
 
 TEST(PluginTest, ALibraryIsLoadedOnceAndMustRegisterItsName) {
-  auto* greeter = Tarvo::Platform::loadPlugin("TarvoGreeter");
+  auto* greeter = loadPlugin("TarvoGreeter");
   ASSERT_NE(greeter, nullptr);
   EXPECT_STREQ(greeter->name(), "TarvoGreeter");
-  EXPECT_EQ(Tarvo::Platform::loadPlugin("TarvoGreeter"), greeter);
-  const auto child = testsupport::runForked([] {  // what is loaded stays
-    const auto failure = failureOf([] { Tarvo::Platform::loadPlugin("TarvoMisnamed"); });
-    if (failure.find("Phooey -- plugin TarvoMisnamed failed to register") == failure.npos) return 1;
+  EXPECT_EQ(loadPlugin("TarvoGreeter"), greeter);
+  const auto child = runForked([] {  // what is loaded stays
+    std::puts(misnamed().c_str());
     if (Tarvo::Platform::loco().owns_lock()) return 2;
     // The library's names are for all to see, and its initialisers run under the lock.
     const auto* underLock = static_cast<bool*>(dlsym(RTLD_DEFAULT, "misnamedLoadedUnderLock"));
     return underLock != nullptr && *underLock ? 0 : 3;
   });
   EXPECT_EQ(child.exitCode, 0);
+  EXPECT_THAT(child.out, HasSubstr("Phooey -- plugin TarvoMisnamed failed to register"));
 }
 
-TEST(PluginTest, ALibraryIsBoundWholeWhenItIsLoaded) {
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(Tarvo::Platform::loadPlugin("TarvoUnbound"), nullptr);
-  EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("nowhereDefined"));
+TEST(PluginTest, ALibraryThatIsMissingOrCannotBeBoundWholeIsNoError) {
+  const auto loading = [](const char* name) {
+    return captured([&] { EXPECT_EQ(loadPlugin(name), nullptr); });
+  };
+  EXPECT_THAT(loading("nowhere"),
+              HasSubstr("Platform::loadPlugin() Failed to load plugin libnowhere.so: "));
+  EXPECT_THAT(loading("TarvoUnbound"), HasSubstr("nowhereDefined"));
 }
 
 TEST(PluginTest, ANameIsTakenOnce) {
   static Named first("twin");
   static Named second("twin");
-  Tarvo::Platform::registerPlugin(&first);
+  registerPlugin(&first);
   EXPECT_TRUE(first.locked);
-  EXPECT_THAT(failureOf([] { Tarvo::Platform::registerPlugin(&second); }),
+  EXPECT_THAT(failureOf([] { registerPlugin(&second); }),
               HasSubstr("Plugin twin already registered"));
-  EXPECT_EQ(Tarvo::Platform::loadPlugin("twin"), &first);
-  EXPECT_THROW(Tarvo::Platform::registerPlugin(nullptr), Tarvo::AssertException);
+  EXPECT_EQ(loadPlugin("twin"), &first);
+  EXPECT_THROW(registerPlugin(nullptr), Tarvo::AssertException);
   // The misnamed library registers "other": taken already, it fails inside the dynamic loader.
   static Named other("other");
-  const auto child = testsupport::runForked([] {
-    Tarvo::Platform::registerPlugin(&other);
-    const auto failure = failureOf([] { Tarvo::Platform::loadPlugin("TarvoMisnamed"); });
-    return failure.find("Plugin other already registered") != Tarvo::String::npos &&
-                   Tarvo::Platform::loadPlugin("TarvoGreeter") != nullptr
-               ? 0
-               : 1;
+  const auto child = runForked([] {
+    registerPlugin(&other);
+    std::puts(misnamed().c_str());
+    return loadPlugin("TarvoGreeter") != nullptr ? 0 : 1;
   });
   EXPECT_EQ(child.exitCode, 0);
+  EXPECT_THAT(child.out, HasSubstr("Plugin other already registered"));
 }
 
 }  // namespace

@@ -23,18 +23,13 @@ unsigned framesThrough(const char* file) {
 }
 
 TEST(ReplacedModuleTest, AModuleAtTheAddressOfAnotherIsWalkedByItsOwnFrames) {
-  unsigned expected = 0;
-  unsigned expectedInThread = 0;
-  for (const int size : {1024, 4096, 1024, 4096}) {
-    const auto file = "libReplaced" + std::to_string(size) + ".so";
-    const unsigned frames = framesThrough(file.c_str());
-    unsigned inThread = 0;
-    std::jthread([&] { inThread = framesThrough(file.c_str()); }).join();
-    if (expected == 0) expected = frames;
-    if (expectedInThread == 0) expectedInThread = inThread;
-    EXPECT_GT(frames, 3U);
-    EXPECT_EQ(frames, expected) << size;
-    EXPECT_EQ(inThread, expectedInThread) << size;
+  std::pair<unsigned, unsigned> expected{0, 0};
+  for (const char* file : {"libReplaced1024.so", "libReplaced4096.so", "libReplaced1024.so"}) {
+    std::pair<unsigned, unsigned> frames{framesThrough(file), 0};
+    std::jthread([&] { frames.second = framesThrough(file); }).join();
+    if (expected.first == 0) expected = frames;
+    EXPECT_GT(std::min(frames.first, frames.second), 3U);
+    EXPECT_EQ(frames, expected) << file;
   }
 }
 
