@@ -1,11 +1,14 @@
 /// The locks that know their owner, beside the mutexes that do not: locked and unlocked again by
-/// one thread that no other disturbs.
+/// one thread that no other disturbs. And a counter without a plug-in, beside the processor's
+/// addition.
 
 #include <benchmark/benchmark.h>
 #include <pthread.h>
 
+#include <atomic>
 #include <mutex>
 
+#include "Tarvo/Counters.h"
 #include "Tarvo/Locking.h"
 
 namespace {
@@ -37,5 +40,24 @@ BENCHMARK(LockAndUnlock<Tarvo::Locking::Lock>);
 BENCHMARK(LockAndUnlock<std::mutex>);
 BENCHMARK(LockAndUnlock<Tarvo::Locking::RecursiveLock>);
 BENCHMARK(LockAndUnlock<RecursivePthreadMutex>);
+
+void CounterInc(benchmark::State& state) {
+  Tarvo::Counter counter("bench_total");
+  for (auto _ : state) {
+    counter.valueInc();
+    benchmark::ClobberMemory();
+  }
+}
+BENCHMARK(CounterInc);
+
+void AtomicInc(benchmark::State& state) {
+  std::atomic<unsigned long> counter{0};
+  for (auto _ : state) {
+    counter.fetch_add(1, std::memory_order_relaxed);
+    benchmark::ClobberMemory();
+  }
+  benchmark::DoNotOptimize(counter.load());
+}
+BENCHMARK(AtomicInc);
 
 }  // namespace
