@@ -78,6 +78,12 @@ class TARVO_EXPORT FileDescriptorTask : public _TaskBase, private Platform::FdEv
   virtual void taskExecuteReadable() = 0;
   virtual void taskExecuteWritable() = 0;
 
+  /// For taskExecuteReadable(), when a read has just returned EAGAIN: nothing is left to read, so
+  /// the kernel need not be asked after the run. Not after a read that returned less than it might:
+  /// the end of a stream may be behind that, and would not be reported. Outside of that body it
+  /// fails an assertion.
+  void taskReadDrained();
+
   /// Called by the event loop, once until the direction has run: schedule the direction. An
   /// override calls these, or schedules the direction later.
   void readFdEvent(int fd) override;
@@ -150,6 +156,7 @@ class TARVO_EXPORT FileDescriptorTask : public _TaskBase, private Platform::FdEv
   void _taskExecuteReadable();
   void _taskExecuteWritable();
 
+  bool readDrained_ = false;
   bool taskWatchReadable_ = false;
   bool taskWatchWritable_ = false;
   bool writeRunWanted_ = false;  // asked for, and neither run nor taken back

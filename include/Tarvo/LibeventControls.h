@@ -103,6 +103,7 @@ class TARVO_EXPORT LibeventFdControl : public Impl::DeferredFdControl {
   void clearEvents() override;
 
   void readServed(std::size_t steps, unsigned urgency) noexcept override;
+  void readDrained() noexcept override;
   bool namesOtherFile() const override;
 
  private:

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "Tarvo/detail/DeferredFdControl.h"
+#include "platform/ThreadLoop.h"
 
 namespace Tarvo::Impl {
 
@@ -12,8 +13,8 @@ namespace Tarvo::Impl {
 std::shared_ptr<DeferredFdControl> getDeferredFdControl(Platform::FdEventHandler* handler,
                                                         std::function<void()> forgotten);
 
-/// Whether the thread has served reports that it is to ask about.
-bool anyReadsPutOff() noexcept;
+/// Whether the thread may have served reports that it is to ask about.
+inline bool anyReadsPutOff() noexcept { return threadWords->readsPutOff; }
 /// A step of the root has ended, with something put off. What is as urgent as `next`, or less, may
 /// wait for as many steps as it was put off for; what is more urgent is asked for now.
 void stepEnds(unsigned next) noexcept;

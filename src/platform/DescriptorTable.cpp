@@ -18,13 +18,6 @@ DescriptorTable& descriptorTable() {
   return *static_cast<DescriptorTable*>(table.get());
 }
 
-bool anyReadsPutOff() noexcept {
-  ThreadLoop* loop = ThreadLoop::find();
-  if (loop == nullptr) return false;
-  const void* table = loop->part(ThreadLoop::Part::descriptors).get();
-  return table != nullptr && static_cast<const DescriptorTable*>(table)->servedReads().any();
-}
-
 void stepEnds(unsigned next) noexcept { descriptorTable().servedReads().stepEnds(next); }
 
 FileIdentity FileIdentity::of(int fd) {

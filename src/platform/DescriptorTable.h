@@ -68,7 +68,6 @@ class DescriptorTable {
   static void leave(LibeventFdControl& control) noexcept;
 
   ServedReads& servedReads() { return servedReads_; }
-  const ServedReads& servedReads() const { return servedReads_; }
 
  private:
   std::unordered_map<int, Descriptor> descriptors_;  // by number, as long as they are watched

@@ -154,6 +154,10 @@ void LibeventFdControl::readServed(std::size_t steps, unsigned urgency) noexcept
   delFd();
 }
 
+void LibeventFdControl::readDrained() noexcept {
+  if (!edge()) readServed(0, 0);  // an edge that comes will be reported by itself
+}
+
 bool LibeventFdControl::namesOtherFile() const {
   const Impl::FileIdentity now = Impl::FileIdentity::of(fd_);
   return descriptor_ != nullptr && !(now == Impl::FileIdentity() || now == descriptor_->file);

@@ -10,6 +10,7 @@
 
 #include "Tarvo/LibeventControls.h"
 #include "platform/DescriptorTable.h"
+#include "platform/ThreadLoop.h"
 
 namespace Tarvo::Impl {
 
@@ -21,7 +22,11 @@ void ServedReads::add(LibeventFdControl& control, std::size_t steps, unsigned ur
   }
   steps_ = std::min(steps_, steps);
   urgency_ = std::min(urgency_, urgency);
-  if (steps_ == 0) ask();
+  if (steps_ == 0) {
+    ask();
+  } else {
+    threadWords->readsPutOff = true;
+  }
 }
 
 void ServedReads::remove(LibeventFdControl& control) noexcept {
@@ -36,6 +41,7 @@ void ServedReads::remove(LibeventFdControl& control) noexcept {
 
 void ServedReads::stepEnds(unsigned next) noexcept {
   if (any() && (--steps_ == 0 || next > urgency_)) ask();
+  threadWords->readsPutOff = any();
 }
 
 void ServedReads::ask() noexcept {

@@ -30,6 +30,8 @@ struct LoopWords {
   bool dispatching = false;
   std::uint8_t attention = nothing;
 
+  /// Descriptors that were read may wait to be asked about.
+  bool readsPutOff = false;
   /// The present notification tells what the kernel or a timer reported. There are only so many of
   /// these in a turn of the loop, so what they ask for may still come in the same turn.
   bool fresh = false;

@@ -192,6 +192,10 @@ void FileDescriptorTask::_taskExecuteReadable() {
     // Also when the run was refused or threw. One that is queued already will look by itself.
     ~Served() {
       if (task.readTask_->taskScheduled()) return;
+      if (task.readDrained_) {
+        task.fdControl_->readDrained();
+        return;
+      }
       // Others may get ahead of it by an eighth of the queue, no more. The members of a group all
       // run in one step of the root.
       const TaskScheduler& scheduler = *task.taskScheduler();
@@ -203,8 +207,14 @@ void FileDescriptorTask::_taskExecuteReadable() {
   } const served{*this};
   TARVO_ASSERT(taskWatchReadable_, "ReadTask should only run if taskWatchReadable");
   TARVO_ASSERT(executingTask_ == nullptr, "Executing task already set");
+  readDrained_ = false;
   const Executing executing(*this, *readTask_);
   taskExecuteReadable();
+}
+
+void FileDescriptorTask::taskReadDrained() {
+  TARVO_ASSERT(&executingTask() == readTask_.get(), "{}: not reading", *this);
+  readDrained_ = true;
 }
 
 void FileDescriptorTask::_taskExecuteWritable() {

@@ -547,4 +547,23 @@ TEST_F(FdTaskTest, LosesAndMixesUpNothing) {
   }
 }
 
+TEST_F(FdTaskTest, ADrainedDescriptorIsNotAskedButReportsWhatComes) {
+  const SocketPair sockets;
+  const auto drained = makeFd("a");
+  drained->appetite = 1;
+  drained->onRead = [&] { drained->taskReadDrained(); };
+  EXPECT_THROW(drained->taskReadDrained(), Tarvo::AssertException);
+  drained->taskWatchFdIs(sockets.ends[0]);
+  send(sockets, "ab");
+  settle();
+  EXPECT_EQ(drained->got, "a") << "the kernel was asked";
+  send(sockets, "c");
+  settle();
+  EXPECT_EQ(drained->got, "ab");
+  drained->onRead = nullptr;
+  send(sockets, "d");
+  settle();
+  EXPECT_EQ(drained->got, "abcd");
+}
+
 }  // namespace

@@ -19,6 +19,8 @@ class TARVO_EXPORT DeferredFdControl : public Platform::FdControl {
   /// and it is cheaper to ask for several descriptors together: that may be put off until so many
   /// steps of the thread's root have ended. A lower urgency is a more urgent one.
   virtual void readServed(std::size_t steps, unsigned urgency) noexcept = 0;
+  /// Tells that the report was served and nothing is left to read.
+  virtual void readDrained() noexcept = 0;
   /// Whether the descriptor was closed and its number now stands for another file. (Files without
   /// an identity of their own, such as an eventfd, look all the same.)
   virtual bool namesOtherFile() const = 0;
