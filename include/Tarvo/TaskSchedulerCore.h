@@ -181,10 +181,10 @@ class TARVO_EXPORT TaskScheduler : public std::enable_shared_from_this<TaskSched
   };
 
   String schedulerName_;
-  std::unique_ptr<TaskNameIndex> nameIndex_;
   TaskSchedulerRoot* root_;
   const ThreadCheck* threadCheck_;
   std::shared_ptr<TaskSchedulerHistory> history_;
+  std::unique_ptr<TaskNameIndex> nameIndex_;  // its names live in the history's cache
   RegisteredTasks registeredTasks_;
   TaskRunQueues runQueues_;
   std::map<TaskPriority, unsigned int> tasksPerPriority_;

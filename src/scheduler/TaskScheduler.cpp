@@ -17,10 +17,10 @@ TaskScheduler::TaskScheduler(const String& name, TaskSchedulerRoot* root,
                              const ThreadCheck& threadCheck,
                              std::shared_ptr<TaskSchedulerHistory> history)
     : schedulerName_(name),
-      nameIndex_(std::make_unique<TaskNameIndex>(history->cache())),
       root_(root),
       threadCheck_(&threadCheck),
       history_(std::move(history)),
+      nameIndex_(std::make_unique<TaskNameIndex>(history_->cache())),
       lastRunRequestTime_(TaskClock::now()),
       nameCache_(history_, &history_->cache()),
       schedulerNameRef_(*nameCache_, name) {
@@ -37,9 +37,7 @@ TaskScheduler::TaskScheduler(const String& name, const TaskScheduler& parent)
   nameIndex_->completedMaxIs(parent.completedTaskRecordsMax());
 }
 
-TaskScheduler::~TaskScheduler() {
-  nameIndex_.reset();  // its names live in the history's cache
-}
+TaskScheduler::~TaskScheduler() = default;
 
 bool TaskScheduler::resetStatsInProgress() const { return root_->resetStatsInProgress(); }
 
