@@ -4,6 +4,7 @@
 /// What tests of files, processes and traces begin with.
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <unistd.h>
 

@@ -2,7 +2,6 @@
 
 #include <ctime>
 #include <fstream>
-#include <iomanip>
 
 #include "Tarvo/Thread.h"
 #include "Tarvo/Trace.h"
@@ -55,22 +54,21 @@ TEST_F(TraceLineTest, DateAndTimeAreThoseOfTheMoment) {
     timeval moment;
     gettimeofday(&moment, nullptr);  // the clock of the line: another one may lag behind
     std::tm local;
-    std::ostringstream text;
-    text << std::put_time(localtime_r(&moment.tv_sec, &local), "%Y-%m-%d %H:%M:%S");
-    return text.str();
+    char text[30];
+    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S.", localtime_r(&moment.tv_sec, &local));
+    return String(text);
   };
   // The last ones agree in all that the C library shows of a zone.
-  for (const char* zone : {"Europe/Berlin", "Africa/Lagos", "Asia/Kolkata", "UTC",
-                           "Australia/Sydney", "Australia/Brisbane", "Australia/Sydney"}) {
+  for (const char* zone : {"Europe/Berlin", "Africa/Lagos", "Asia/Kolkata", "Australia/Sydney",
+                           "Australia/Brisbane", "Australia/Sydney"}) {
     setenv("TZ", zone, 1);
     tzset();
-    String before;
-    String written;
+    String before, written;
     do {
       before = now();
       written = line("date,time");
     } while (before != now());  // until both saw one second
-    EXPECT_EQ(written.substr(0, before.size() + 1), before + ".") << zone;
+    EXPECT_THAT(written, StartsWith(before)) << zone;
   }
   unsetenv("TZ");
   tzset();
@@ -92,30 +90,6 @@ TEST_F(TraceLineTest, AFormatIsTakenWholeOrNotAtAll) {
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "0 0 0 0 0 1 0 0\n0 0 0 0 0 0 0 0\n");
 }
 
-TEST_F(TraceLineTest, StatementsAreSilentUnlessTheirLevelIsOn) {
-  setTraceFormat("level,func-name");
-  int evaluated = 0;
-  const auto value = [&] { return ++evaluated; };
-  const Tarvo::Debuggable debuggable(handler);
-  const std::shared_ptr<Tarvo::Platform::DebugHandler> none;
-  EXPECT_EQ(captured([&] {
-              TARVO_TRACE(handler, 2, "{}", value());
-              TARVO_TRACE(none, 1, "{}", value());
-              TARVO_TRACE_STREAM(debuggable, 0, value());
-              TARVO_TRACE(getDebugHandler("Temporary"), 1, "{}", value());
-            }),
-            "");
-  EXPECT_EQ(evaluated, 0);
-  EXPECT_EQ(
-      captured([&] {
-        TARVO_TRACE(debuggable, 1, "{} of {}", value(), 2);
-        TARVO_TRACE_STREAM(*handler, 1, "value " << value());
-      }),
-      "1 TestBody TraceLineTest_StatementsAreSilentUnlessTheirLevelIsOn_Test::TestBody() 1 of 2\n"
-      "1 TestBody TraceLineTest_StatementsAreSilentUnlessTheirLevelIsOn_Test::TestBody() value "
-      "2\n");
-}
-
 /// Has no text: throws, or ends a thread that is cancelled.
 struct Unshowable {
   friend std::ostream& operator<<(std::ostream&, const Unshowable&) {
@@ -124,19 +98,30 @@ struct Unshowable {
   }
 };
 
-TEST_F(TraceLineTest, AnArgumentThatThrowsCostsNothingButItsText) {
-  setTraceFormat("level");
-  const String shown = "::TestBody() x  (an argument cannot be shown)";
-  const String text = captured([&] {
-    TARVO_TRACE(handler, 1, "x {}", Unshowable());
-    TARVO_TRACE_STREAM(handler, 1, "x " << Unshowable());
-  });
-  EXPECT_THAT(text, EndsWith(shown + "\n"));
-  EXPECT_EQ(text.substr(0, text.size() / 2), text.substr(text.size() / 2));
+TEST_F(TraceLineTest, StatementsEvaluateWhatIsOnAndSurviveIt) {
+  setTraceFormat("level,func-name");
+  int evaluated = 0;
+  const auto value = [&] { return ++evaluated; };
+  const Tarvo::Debuggable debuggable(handler);
+  const std::shared_ptr<Tarvo::Platform::DebugHandler> none;
+  const String begin =
+      "1 TestBody TraceLineTest_StatementsEvaluateWhatIsOnAndSurviveIt_Test::TestBody() ";
+  const String unshown = "x  (an argument cannot be shown)";
+  EXPECT_EQ(captured([&] {
+              TARVO_TRACE(handler, 2, "{}", value());
+              TARVO_TRACE(none, 1, "{}", value());
+              TARVO_TRACE_STREAM(debuggable, 0, value());
+              TARVO_TRACE(getDebugHandler("Temporary"), 1, "{}", value());
+              TARVO_TRACE(debuggable, 1, "{} of {}", value(), 2);
+              TARVO_TRACE_STREAM(*handler, 1, "value " << value());
+              TARVO_TRACE(handler, 1, "x {}", Unshowable());
+              TARVO_TRACE_STREAM(handler, 1, "x " << Unshowable());
+            }),
+            fmt::format("{0}1 of 2\n{0}value 2\n{0}{1}\n{0}{1}\n", begin, unshown));
   EXPECT_THAT(failureOf([&] { TARVO_ASSERT(false, "x {}", Unshowable()); }),
               EndsWith("(\"x {}\")"));
   EXPECT_THAT(failureOf([&] { TARVO_ASSERT_STREAM(handler, 2, false, "x " << Unshowable()); }),
-              EndsWith("() x  (an argument cannot be shown)\")"));
+              EndsWith("() " + unshown + "\")"));
 }
 
 TEST_F(TraceLineTest, AThreadIsCancelledBesideItsLinesNotInThem) {
@@ -158,10 +143,7 @@ TEST_F(TraceLineTest, AThreadIsCancelledBesideItsLinesNotInThem) {
               cancelled([&] { TARVO_FAIL("x {}", Unshowable()); });
             }),
             "one\none\none\none\n");
-  traceTo("/dev/null");
-  cancelled([] { pthread_testcancel(); });
-  traceTo(nullptr);
-  EXPECT_EQ(unwound, 5);
+  EXPECT_EQ(unwound, 4);
 }
 
 TEST_F(TraceLineTest, MessagesAreDrivenByTheirLength) {
