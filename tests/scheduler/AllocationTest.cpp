@@ -12,16 +12,22 @@ struct ReadingTask : Tarvo::FileDescriptorTask {
   char last = 0;
 };
 
-TEST_F(SchedulerFixture, SteadyWorkOfEveryKindOfTaskAllocatesNothing) {
+struct AllocationTest : SchedulerFixture {
+  std::shared_ptr<ReadingTask> makeReader() {
+    return std::make_shared<ReadingTask>(root, TaskPriority::normal, "reader");
+  }
+  std::shared_ptr<Tarvo::TaskGroup> group =
+      std::make_shared<Tarvo::TaskGroup>("g", TaskPriority::high, false, root);
+  TestTaskPtr other = make("other");
+};
+
+TEST_F(AllocationTest, SteadyWorkOfEveryKindOfTaskDoesWithout) {
   log.reserve(10000);
   const SocketPair pair;
-  const auto plain = make("plain");
-  const auto other = make("other");
-  const auto group = std::make_shared<Tarvo::TaskGroup>("g", TaskPriority::high, false, root);
-  const auto normal = TaskPriority::normal;
-  const auto member = std::make_shared<TestTask>(group, normal, "member", log);
-  const auto timer = std::make_shared<Logged<Tarvo::TimerTask>>(root, normal, "timer", log);
-  const auto reader = std::make_shared<ReadingTask>(root, normal, "reader");
+  const auto plain = make("plain"), member = make("member", TaskPriority::low, nullptr, group);
+  const auto timer =
+      std::make_shared<Logged<Tarvo::TimerTask>>(root, TaskPriority::normal, "timer", log);
+  const auto reader = makeReader();
   reader->taskWatchFdIs(pair.ends[0]);
   unsigned long counted = 0;
   for (int round = 0; round < 600; ++round) {
@@ -31,22 +37,21 @@ TEST_F(SchedulerFixture, SteadyWorkOfEveryKindOfTaskAllocatesNothing) {
     timer->scheduleTaskDelay(1000.0 + round);
     timer->scheduleTaskDelay(0);
     ASSERT_EQ(write(pair.ends[1], "x", 1), 1);
-    for (int pass = 0; pass < 8; ++pass) Platform::doEventLoop(0.0);
+    runTurns(8);
   }
   EXPECT_EQ(allocations, counted);
   EXPECT_EQ(log.size(), 3 * 600U);
   EXPECT_EQ(reader->taskRunCountReadable(), 600U);
 }
 
-TEST_F(SchedulerFixture, ADescriptorThatFindsNoMemoryIsFreeForTheNextTry) {
-  const auto normal = TaskPriority::normal;
+TEST_F(AllocationTest, ADescriptorThatFindsNoMemoryIsFreeForTheNextTry) {
   for (const bool shared : {false, true}) {
     bool refused = true;
     for (unsigned long nth = 1; refused; ++nth) {
       refused = false;
       const SocketPair pair;
-      auto first = std::make_shared<ReadingTask>(root, normal, "first");
-      const auto second = std::make_shared<ReadingTask>(root, normal, "second");
+      auto first = makeReader();
+      const auto second = makeReader();
       if (shared) first->taskWatchFdIs(pair.ends[0]);
       refusedAllocation = nth;
       try {
@@ -59,26 +64,23 @@ TEST_F(SchedulerFixture, ADescriptorThatFindsNoMemoryIsFreeForTheNextTry) {
       second->taskWatchFdIs(pair.ends[0]);
       first.reset();
       ASSERT_EQ(write(pair.ends[1], "x", 1), 1);
-      for (int pass = 0; pass < 4; ++pass) Platform::doEventLoop(0.0);
+      runTurns(4);
       EXPECT_EQ(second->last, 'x') << nth;
     }
   }
 }
 
-TEST_F(SchedulerFixture, ABodyThatThrowsNeedsNoMemory) {
-  const auto group = std::make_shared<Tarvo::TaskGroup>("g", TaskPriority::high, false, root);
-  const auto other = make("other");
+TEST_F(AllocationTest, ABodyThatThrowsNeedsNone) {
   testing::internal::CaptureStderr();  // the traces of what was thrown
   for (unsigned long n = 1; n < 8; ++n) {
-    auto thrower = std::make_shared<TestTask>(group, TaskPriority::normal, "thrower", log);
+    auto thrower = make("thrower", TaskPriority::normal, nullptr, group);
     thrower->body = [&](TestTask&) {
       thrower.reset();  // its last reference but the scheduler's
       refusedAllocation = n;
       if (n % 2 == 0) throw std::bad_alloc();
       throw 5;
     };
-    thrower->scheduleTask();
-    other->scheduleTask();
+    for (const auto& task : {thrower, other}) task->scheduleTask();
     if (n % 2 == 0) {
       EXPECT_THROW(runLoop(), std::bad_alloc);
     } else {

@@ -6,7 +6,6 @@
 namespace {
 
 using namespace testsupport;
-using Tarvo::TaskClock;
 using Type = Tarvo::TaskSchedulerEventType;
 
 struct History : SchedulerFixture {
@@ -16,46 +15,38 @@ struct History : SchedulerFixture {
     for (std::string line; std::getline(text, line);) all.push_back(line);
     return all;
   }
+  template <typename Who>
+  void insert(long ns, Type type, const Who& who) {
+    root->history().insert(Tarvo::TaskClock::time_point(std::chrono::nanoseconds(ns)), type,
+                           who.get());
+  }
 };
 
 TEST_F(History, ShowsTheNewestFirstWithAges) {
   root->historyEntryCountIs(3);
-  const auto start = TaskClock::time_point(std::chrono::nanoseconds(1'000'000));
   {
     const auto task = make("poll");
-    for (int i = 0; i < 5; ++i) {
-      const auto type = i == 3 ? Type::runStart : Type::schedule;
-      root->history().insert(start + std::chrono::nanoseconds(i * 1999), type, task.get());
-    }
-  }  // two more: idle marks nothing, the task is deleted
-  root->history().insert(start + std::chrono::nanoseconds(9'997), Type::schedulerTestYieldRatioOff,
-                         root.get());
-  const std::string header =
-      "Last 3 scheduler events, absolute timestamp and relative to last event";
-  const auto shown = lines();
-  ASSERT_EQ(shown.size(), 6U);
-  EXPECT_EQ(shown[0], header);
-  EXPECT_EQ(shown[1], std::string(header.size(), '-'));
-  EXPECT_EQ(
-      shown[2],
-      "               1009997 ns since boot          0 \u00b5s schedulerTestYieldRatioOff root");
-  EXPECT_THAT(shown[3],
-              testing::MatchesRegex(" +[0-9]+ ns since boot +-?[0-9]+ \u00b5s delete       poll"));
-  EXPECT_EQ(shown[4], "               1007996 ns since boot          2 \u00b5s schedule     poll")
+    for (int i = 0; i < 5; ++i) insert(1'000'000 + i * 1999, Type::schedule, task);
+  }  // one more: the task is deleted
+  insert(1'009'997, Type::schedulerTestYieldRatioOff, root);
+  using testing::MatchesRegex;
+  EXPECT_THAT(
+      lines(),
+      ElementsAre("Last 3 scheduler events, absolute timestamp and relative to last event",
+                  MatchesRegex("-+"),
+                  "               1009997 ns since boot          0 \u00b5s "
+                  "schedulerTestYieldRatioOff root",
+                  MatchesRegex(" +[0-9]+ ns since boot +-?[0-9]+ \u00b5s delete       poll"),
+                  "               1007996 ns since boot          2 \u00b5s schedule     poll", ""))
       << "a dead task keeps its name, an age loses its fraction";
 }
 
 TEST_F(History, KeepsTheNewestWhenItShrinksAndNothingAtZero) {
   const auto task = make("t");
-  root->clearHistory();
-  for (int i = 0; i < 150; ++i) {
-    root->history().insert(TaskClock::time_point(std::chrono::nanoseconds(i)), Type::busy,
-                           task.get());
-  }
+  for (int i = 0; i < 150; ++i) insert(i, Type::busy, task);
   EXPECT_EQ(root->historyEntryCount(), 100U);
   root->historyEntryCountIs(2);
-  EXPECT_THAT(lines()[2], HasSubstr(" 149 ns"));
-  EXPECT_THAT(lines()[3], HasSubstr(" 148 ns"));
+  EXPECT_THAT(lines()[2] + lines()[3], testing::ContainsRegex(" 149 ns.* 148 ns"));
   root->historyEntryCountIs(0);
   task->scheduleTask();
   EXPECT_EQ(lines().size(), 3U);
@@ -70,18 +61,6 @@ TEST_F(History, KeepsTheNewestWhenItShrinksAndNothingAtZero) {
   ASSERT_GT(read(pair.ends[0], buffer.data(), buffer.size()), 0);
   EXPECT_EQ(buffer.data(), root->historyRenderTextForDebugToString());
   EXPECT_EQ(write(pair.ends[1], "", 1), 1) << "still open";
-}
-
-TEST_F(History, RefusesEventsOfTheOtherKind) {
-  const auto task = make("t");
-  const auto failure = [&](int type, auto* who) {
-    return failureOf(
-        [&] { root->history().insert(TaskClock::now(), static_cast<Type>(type), who); });
-  };
-  EXPECT_THAT(failure(15, task.get()), HasSubstr("EventType: 15"));
-  EXPECT_THAT(failure(2, root.get()), HasSubstr("EventType: 2"));
-  EXPECT_THAT(failure(24, task.get()), HasSubstr("unexpected eventType=24"));
-  EXPECT_THAT(failure(255, root.get()), HasSubstr("unexpected eventType=255"));
 }
 
 }  // namespace

@@ -41,11 +41,23 @@ struct SchedulerFixture : LoopFixture {
     EXPECT_EQ(root.use_count(), 1);
   }
   TestTaskPtr make(const std::string& name, TaskPriority priority = TaskPriority::normal,
-                   TestTask::Body body = nullptr) {
-    return std::allocate_shared<TestTask>(Tarvo::Allocator<TestTask>(), root, priority, name, log,
-                                          std::move(body));
+                   TestTask::Body body = nullptr,
+                   std::shared_ptr<Tarvo::TaskScheduler> scheduler = nullptr) {
+    if (scheduler == nullptr) scheduler = root;
+    return std::allocate_shared<TestTask>(Tarvo::Allocator<TestTask>(), scheduler, priority, name,
+                                          log, std::move(body));
   }
   static void runLoop() { Platform::doEventLoop(); }
+  static void runTurns(int count) {
+    for (; count > 0; --count) Platform::doEventLoop(0.0);
+  }
+  template <typename Done>
+  static void runUntil(Done done) {
+    for (int turn = 0; !done(); ++turn) {
+      ASSERT_LT(turn, 100'000) << "it never comes";
+      Platform::doEventLoop(0.0);
+    }
+  }
   /// The display names of the history's events, the oldest first.
   RunLog events() const {
     RunLog names;
