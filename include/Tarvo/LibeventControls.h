@@ -11,6 +11,7 @@
 #include <event2/event.h>
 #include <event2/event_struct.h>
 
+#include <boost/intrusive/set_hook.hpp>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -26,7 +27,17 @@ namespace Tarvo {
 namespace Impl {
 class DescriptorTable;
 class ServedReads;
+class VirtualTimers;
 struct Descriptor;
+
+/// A timer that was set under fast forward.
+struct VirtualTimer : boost::intrusive::set_base_hook<> {
+  explicit VirtualTimer(event& timerEvent) : ev(timerEvent) {}
+
+  event& ev;                         // what the base gets when it is due
+  timeval due{0, 0};                 // on the clock of those that wait
+  VirtualTimers* waitsIn = nullptr;  // null when it does not wait
+};
 }  // namespace Impl
 
 /// A one-shot timer on the event base.
@@ -58,6 +69,7 @@ class TARVO_EXPORT LibeventTimerControl : public Platform::TimerControl {
   Platform::TimeoutHandler* handler_;
   Platform::EventPriority priority_;
   event event_;
+  Impl::VirtualTimer virtual_{event_};
   Impl::Lifeline lifeline_;
 };
 

@@ -50,6 +50,14 @@ inline double toSeconds(const timeval& tv) {
   return static_cast<double>(tv.tv_sec) + static_cast<double>(tv.tv_usec) / 1e6;
 }
 
+/// a + b, with microseconds from 0 to a million.
+inline timeval sum(const timeval& a, const timeval& b) {
+  timeval s{a.tv_sec + b.tv_sec, a.tv_usec + b.tv_usec};
+  for (; s.tv_usec < 0; s.tv_usec += 1000000) --s.tv_sec;
+  for (; s.tv_usec >= 1000000; s.tv_usec -= 1000000) ++s.tv_sec;
+  return s;
+}
+
 /// a - b, borrowing a second where the microseconds need it.
 inline timeval difference(const timeval& a, const timeval& b) {
   timeval d{a.tv_sec - b.tv_sec, a.tv_usec - b.tv_usec};

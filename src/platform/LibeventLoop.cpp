@@ -16,6 +16,7 @@
 #include "platform/EventTime.h"
 #include "platform/LibeventBase.h"
 #include "platform/VirtualTime.h"
+#include "platform/VirtualTimers.h"
 
 namespace Tarvo {
 
@@ -147,6 +148,7 @@ int eventLoopTimeout(double seconds) {
 
 int eventLoopFastForward(const timeval* delta) {
   applyFastForwardDelta(delta);
+  if (auto* timers = Impl::ThreadLoop::own().virtualTimers()) timers->activateDue();
   const EvLoopBreak loopBreak(timeval{0, 0});
   return dispatch(Limit::some);
 }

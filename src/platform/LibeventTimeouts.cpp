@@ -13,6 +13,8 @@
 
 #include "Tarvo/LibeventFactory.h"
 #include "platform/EventTime.h"
+#include "platform/LibeventBase.h"
+#include "platform/VirtualTimers.h"
 
 namespace Tarvo::Impl {
 
@@ -20,7 +22,6 @@ namespace {
 
 // An event of a common-timeout queue keeps a mark and the queue's number above its microseconds.
 constexpr long microsecondsMask = 0x000fffff;
-constexpr suseconds_t microsecondsPerSecond = 1000000;
 
 bool hasTimeout(const event* ev) { return (ev->ev_evcallback.evcb_flags & EVLIST_TIMEOUT) != 0; }
 bool isInternal(const event* ev) { return (ev->ev_evcallback.evcb_flags & EVLIST_INTERNAL) != 0; }
@@ -44,13 +45,8 @@ int subtract(const event_base*, const event* visited, void* arg) {
   const auto& delta = *static_cast<const timeval*>(arg);
   timeval& expiry = const_cast<event*>(visited)->ev_timeout;
   const suseconds_t mark = expiry.tv_usec & ~microsecondsMask;
-  suseconds_t microseconds = (expiry.tv_usec & microsecondsMask) - delta.tv_usec;
-  expiry.tv_sec -= delta.tv_sec;
-  for (; microseconds < 0; microseconds += microsecondsPerSecond) --expiry.tv_sec;
-  for (; microseconds >= microsecondsPerSecond; microseconds -= microsecondsPerSecond) {
-    ++expiry.tv_sec;
-  }
-  expiry.tv_usec = mark | microseconds;
+  expiry = sum(storedExpiry(*visited), {-delta.tv_sec, -delta.tv_usec});
+  expiry.tv_usec |= mark;
   return 0;
 }
 
@@ -124,6 +120,16 @@ timeval storedExpiry(const event& ev) {
   return {ev.ev_timeout.tv_sec, ev.ev_timeout.tv_usec & microsecondsMask};
 }
 
+timeval baseNow(event_base* base) {
+  event probe;
+  event_assign(&probe, base, -1, 0, nullptr, nullptr);
+  eventPrioritySet(&probe, Platform::eventPriorityDefault);
+  addTimeout(probe, timeval{0, 0});
+  const timeval now = storedExpiry(probe);
+  deleteEvent(probe);
+  return now;
+}
+
 }  // namespace Tarvo::Impl
 
 int event_base_get_first_timeout(event_base* base, timeval* out) {
@@ -134,4 +140,7 @@ int event_base_get_first_timeout(event_base* base, timeval* out) {
 void event_base_timeout_subtract_offset(event_base* base, const timeval* delta) {
   Tarvo::Impl::requireKnownLayout();
   Tarvo::Impl::shift(base, *delta);
+  Tarvo::Impl::ThreadLoop* loop = Tarvo::Impl::ThreadLoop::find();
+  if (loop == nullptr || loop->base() != base) return;
+  if (Tarvo::Impl::VirtualTimers* timers = loop->virtualTimers()) timers->jumpBy(*delta);
 }

@@ -4,11 +4,15 @@
 #include <sys/time.h>
 
 struct event;
+struct event_base;
 
 namespace Tarvo::Impl {
 
 /// The absolute expiry that a base keeps in a pending event, on the base's own clock.
 timeval storedExpiry(const event& ev);
+
+/// The present on that clock: what the base gives an event without delay.
+timeval baseNow(event_base* base);
 
 }  // namespace Tarvo::Impl
 

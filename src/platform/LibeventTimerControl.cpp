@@ -9,6 +9,7 @@
 #include "platform/EventTime.h"
 #include "platform/LibeventBase.h"
 #include "platform/Notification.h"
+#include "platform/VirtualTimers.h"
 
 namespace Tarvo {
 
@@ -37,6 +38,7 @@ void LibeventTimerControl::setTimeout(double seconds) {
   // The base counts from the time it read at the start of its turn, which may be long ago.
   if (timerisset(&delay)) {
     event_base_update_cache_time(event_get_base(&event_));
+    if (leFastForward()) return Impl::ThreadLoop::own().makeVirtualTimers().add(virtual_, delay);
   } else {
     ++Impl::threadWords->dueTimersArmed;
   }
@@ -68,14 +70,16 @@ void LibeventTimerControl::bind() {
 
 void LibeventTimerControl::delTimeout() {
   TARVO_TRACE(libeventTrace, 9, "Timer {} del timeout", this);
+  if (virtual_.waitsIn != nullptr) virtual_.waitsIn->remove(virtual_);
   Impl::deleteEvent(event_);
 }
 
 bool LibeventTimerControl::armed() const {
-  return event_pending(&event_, EV_TIMEOUT, nullptr) != 0;
+  return virtual_.waitsIn != nullptr || event_pending(&event_, EV_TIMEOUT, nullptr) != 0;
 }
 
 double LibeventTimerControl::remainingTimeout() const {
+  if (virtual_.waitsIn != nullptr) return virtual_.waitsIn->remaining(virtual_);
   timeval when;
   if (event_pending(&event_, EV_TIMEOUT, &when) == 0) {
     return std::numeric_limits<double>::infinity();

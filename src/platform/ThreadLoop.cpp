@@ -12,6 +12,7 @@
 #include "Tarvo/LibeventFactory.h"
 #include "Tarvo/TimerWheel.h"
 #include "platform/EventTime.h"
+#include "platform/VirtualTimers.h"
 
 namespace Tarvo::Impl {
 
@@ -30,6 +31,8 @@ ThreadLoop& ThreadLoop::make() {
   return *loop.release();
 }
 
+ThreadLoop::ThreadLoop() = default;
+
 void ThreadLoop::threadEnds(void* loop) { delete static_cast<ThreadLoop*>(loop); }
 
 ThreadLoop::~ThreadLoop() {
@@ -40,6 +43,7 @@ ThreadLoop::~ThreadLoop() {
   } else {
     letGoOfParts();
   }
+  virtualTimers_.reset();
   while (wheels_ != nullptr) remove(*wheels_);
   threadWords = &noLoop;
 }
@@ -67,6 +71,7 @@ void ThreadLoop::free() {
   for (TimerWheel* wheel = wheels_; wheel != nullptr; wheel = wheel->nextOfThread_) {
     wheel->masterExpiry_ = std::numeric_limits<double>::infinity();  // it goes with the base
   }
+  virtualTimers_.reset();
   usableBase = nullptr;
   event_base_free(std::exchange(base_, nullptr));
   owner_ = Owner::loop;
@@ -84,6 +89,11 @@ void ThreadLoop::rebuild() {
 void ThreadLoop::offsetIs(const timeval& offset) {
   offset_ = offset;
   virtualOffset = toSeconds(offset);
+}
+
+VirtualTimers& ThreadLoop::makeVirtualTimers() {
+  if (virtualTimers_ == nullptr) virtualTimers_ = std::make_unique<VirtualTimers>(base_);
+  return *virtualTimers_;
 }
 
 /// Set while the base runs its events.
@@ -153,9 +163,13 @@ bool ThreadLoop::onlyEmptyWheelsLeft() {
   for (const TimerWheel* wheel = wheels_; wheel != nullptr; wheel = wheel->nextOfThread_) {
     if (wheel->armedForNothing()) ++unwanted;
   }
-  if (unwanted == 0) attention &= static_cast<std::uint8_t>(~wheelMayBeEmpty);
+  if (unwanted == 0) {
+    attention &= static_cast<std::uint8_t>(~wheelMayBeEmpty);
+    return false;
+  }
   constexpr unsigned all = EVENT_BASE_COUNT_ADDED | EVENT_BASE_COUNT_VIRTUAL;
-  return unwanted != 0 && event_base_get_num_events(base_, all) == unwanted;
+  const int beside = virtualTimers_ == nullptr ? 0 : virtualTimers_->uncounted();
+  return event_base_get_num_events(base_, all) + beside == unwanted;
 }
 
 void ThreadLoop::add(TimerWheel& wheel) {

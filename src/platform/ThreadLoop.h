@@ -20,6 +20,8 @@ class TimerWheel;
 
 namespace Impl {
 
+class VirtualTimers;
+
 /// What is read on every road through the loop. A thread that has no loop reads the words of none.
 struct LoopWords {
   /// What must be looked at when a notification is over.
@@ -83,6 +85,11 @@ class ThreadLoop : public LoopWords {
   const timeval& offset() const { return offset_; }
   void offsetIs(const timeval& offset);
 
+  /// Null until one was set.
+  VirtualTimers* virtualTimers() { return virtualTimers_.get(); }
+  /// REQUIRES: a base.
+  VirtualTimers& makeVirtualTimers();
+
   /// Runs the base and throws what a notification left. Without a limit it also ends when only
   /// the master timers of empty wheels are left.
   enum class Limit : std::uint8_t { some, none };
@@ -102,7 +109,7 @@ class ThreadLoop : public LoopWords {
  private:
   struct Dispatching;
 
-  ThreadLoop() = default;
+  ThreadLoop();
   [[gnu::cold, gnu::noinline]] static ThreadLoop& make();
   static void threadEnds(void* loop);
   void letGoOfParts();
@@ -117,7 +124,8 @@ class ThreadLoop : public LoopWords {
   timeval offset_{0, 0};
   std::exception_ptr kept_;
   KeptObject* keptObjects_ = nullptr;
-  TimerWheel* wheels_ = nullptr;  // linked by their own members
+  std::unique_ptr<VirtualTimers> virtualTimers_;  // of the present base
+  TimerWheel* wheels_ = nullptr;                  // linked by their own members
   std::array<std::shared_ptr<void>, 4> parts_;
 };
 

@@ -31,18 +31,6 @@ std::unordered_set<void (*)()>& notifiers() {
   return instance;
 }
 
-/// The present on the clock by which the base stores expiries: what it gives an event without
-/// delay.
-timeval baseNow(event_base* base) {
-  event probe;
-  event_assign(&probe, base, -1, 0, nullptr, nullptr);
-  eventPrioritySet(&probe, Platform::eventPriorityDefault);
-  Impl::addTimeout(probe, timeval{0, 0});
-  const timeval now = Impl::storedExpiry(probe);
-  Impl::deleteEvent(probe);
-  return now;
-}
-
 }  // namespace
 
 void setLeFastForward(bool on) {
@@ -87,7 +75,7 @@ bool Impl::delayToFirstTimer(timeval* out) {
     TARVO_TRACE(libeventTrace, 9, "no timers");
     return false;
   }
-  const timeval now = baseNow(base);
+  const timeval now = Impl::baseNow(base);
   if (!Impl::isEarlier(now, first)) {
     TARVO_TRACE(libeventTrace, 9, "first timer expired at {} now {} return zero delta", first, now);
     *out = {0, 0};

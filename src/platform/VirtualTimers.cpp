@@ -1,0 +1,88 @@
+#include "platform/VirtualTimers.h"
+
+#include <event2/event.h>
+
+#include <algorithm>
+
+#include "Tarvo/LibeventFactory.h"
+#include "platform/LibeventBase.h"
+#include "platform/LibeventTimeouts.h"
+#include "platform/Notification.h"
+
+namespace Tarvo::Impl {
+
+VirtualTimers::VirtualTimers(event_base* base) : base_(base) {
+  event_assign(&first_, base, -1, 0, firstIsDue, this);
+  eventPrioritySet(&first_, Platform::eventPriorityDefault);
+}
+
+VirtualTimers::~VirtualTimers() {
+  deleteEvent(first_);
+  while (!timers_.empty()) unlink(*timers_.begin());
+}
+
+timeval VirtualTimers::now() const { return sum(baseNow(base_), jumped_); }
+
+void VirtualTimers::add(VirtualTimer& timer, const timeval& delay) {
+  timer.due = sum(now(), delay);
+  // First what may fail.
+  if (timers_.empty() || isEarlier(timer.due, timers_.begin()->due)) expect(timer);
+  timers_.insert(timer);
+  timer.waitsIn = this;
+}
+
+void VirtualTimers::remove(VirtualTimer& timer) {
+  const bool wasFirst = &timer == &*timers_.begin();
+  unlink(timer);
+  // An event that is not expected is about to be served, and then looks for the first itself.
+  if (wasFirst && expecting()) expectFirst();
+}
+
+double VirtualTimers::remaining(const VirtualTimer& timer) const {
+  return std::max(0.0, toSeconds(difference(timer.due, now())));
+}
+
+void VirtualTimers::activateDue() {
+  const timeval present = now();
+  while (!timers_.empty() && !isEarlier(present, timers_.begin()->due)) {
+    VirtualTimer& timer = *timers_.begin();
+    timer.ev.ev_timeout = difference(timer.due, jumped_);
+    event_active(&timer.ev, EV_TIMEOUT, 0);
+    unlink(timer);
+  }
+  try {
+    expectFirst();
+  } catch (const MemoryResourceException&) {
+    event_active(&first_, EV_TIMEOUT, 0);  // and the next turn tries again
+    throw;
+  }
+}
+
+int VirtualTimers::uncounted() const {
+  return static_cast<int>(timers_.size()) - (expecting() ? 1 : 0);
+}
+
+void VirtualTimers::firstIsDue(int, short, void* arg) {
+  runNotification([arg] { static_cast<VirtualTimers*>(arg)->activateDue(); });
+}
+
+bool VirtualTimers::expecting() const { return event_pending(&first_, EV_TIMEOUT, nullptr) != 0; }
+
+void VirtualTimers::expect(const VirtualTimer& timer) {
+  addTimeout(first_, difference(timer.due, now()));
+}
+
+void VirtualTimers::expectFirst() {
+  if (timers_.empty()) {
+    deleteEvent(first_);
+  } else {
+    expect(*timers_.begin());
+  }
+}
+
+void VirtualTimers::unlink(VirtualTimer& timer) {
+  timers_.erase(timers_.iterator_to(timer));
+  timer.waitsIn = nullptr;
+}
+
+}  // namespace Tarvo::Impl
