@@ -66,13 +66,13 @@ class Background::Digest : public Tarvo::TimerTask {
   }
 
  private:
-  static constexpr std::size_t sliceSize = 16 << 10;
-
+  // What is appended during a round has its turn in the next one.
   void taskExecute() override {
-    // What is appended during the round has its turn in the next one.
-    if (place_ == Log::Place()) lastChunk_ = log().lastChunk();
-    while (nextRecord()) {
-      digestSlice();
+    const Store& store = background_.store_;
+    if (place_.chunk == 0) lastChunk_ = store.log().lastChunk();
+    while (const Record* record = store.log().next(place_)) {
+      if (record->chunk > lastChunk_) break;
+      if (store.holds(*record)) digest(*record);
       if (taskShouldYield()) return scheduleTask();
     }
     if (lastChunk_ != 0) ++background_.digestRounds_;
@@ -80,39 +80,14 @@ class Background::Digest : public Tarvo::TimerTask {
     scheduleTaskJitterUp(5ms, 100);
   }
 
-  // Compaction may have taken the record away between two runs, in the midst of its digest.
-  bool nextRecord() {
-    const Log::Place before = place_;
-    const bool found = log().find(place_) && place_.chunk <= lastChunk_;
-    if (place_ != before) begin(place_);
-    return found;
+  void digest(const Record& record) {
+    taskWorkCountInc(record.valueSize);
+    if (checksum(record.value()) != record.checksum) ++background_.corruptValues_;
   }
-
-  void digestSlice() {
-    const Log::Record record = log().at(place_);
-    if (!background_.store_.holds(place_, record.key)) return begin(log().after(place_));
-    const std::string_view slice = record.value.substr(done_, sliceSize);
-    sum_ = checksum(slice, sum_);
-    done_ += slice.size();
-    taskWorkCountInc(slice.size());
-    if (done_ < record.value.size()) return;
-    if (sum_ != record.sum) ++background_.corruptValues_;
-    begin(log().after(place_));
-  }
-
-  void begin(Log::Place place) {
-    place_ = place;
-    done_ = 0;
-    sum_ = checksumOfNothing;
-  }
-
-  const Log& log() const { return background_.store_.log(); }
 
   Background& background_;
   Log::Place place_;
   std::uint64_t lastChunk_ = 0;
-  std::size_t done_ = 0;  // of the value at place_
-  std::uint64_t sum_ = checksumOfNothing;
 };
 
 Background::Background(const std::shared_ptr<Tarvo::TaskScheduler>& scheduler, Store& store)
@@ -134,9 +109,10 @@ void Background::onIs(bool on) {
   digest_->taskSuspendedIs(!on);
 }
 
-void Background::garbageIs(std::size_t bytes) {
-  if (bytes < garbageWorthWhile) return;
-  compaction_->taskSuspendedIs(!on_ && bytes < garbageLimit);
+void Background::storeChanged() {
+  const std::size_t garbage = store_.log().garbageBytes();
+  if (garbage < garbageWorthWhile || !store_.log().wastefulChunk()) return;
+  compaction_->taskSuspendedIs(!on_ && garbage < garbageLimit);
   if (!compaction_->taskSuspended()) compaction_->scheduleTask();
 }
 

@@ -24,8 +24,8 @@ class Background {
   /// too much garbage.
   bool on() const { return on_; }
   void onIs(bool on);
-  /// Tells how much garbage there is, after each change of the store.
-  void garbageIs(std::size_t bytes);
+  /// Told after each change of the store, which may have made garbage.
+  void storeChanged();
 
   /// Ends the members; the group stays, for their figures.
   void stop();

@@ -1,5 +1,6 @@
 #include "Connection.h"
 
+#include <fmt/format.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -11,7 +12,6 @@
 namespace kv {
 
 using namespace std::chrono_literals;
-using Tarvo::TaskPriority;
 
 namespace {
 
@@ -19,56 +19,47 @@ constexpr auto requestQuantum = 1ms;
 constexpr std::size_t outputLimit = 256 << 10;  // above it nothing more is served
 constexpr std::size_t kept = 1 << 20;           // buffers above this are given back when empty
 
-/// Empties a buffer of which everything was used.
-void reuse(std::string& buffer, std::size_t& used) {
+void giveBack(std::string& buffer) {
   buffer.clear();
-  used = 0;
   if (buffer.capacity() > kept) buffer.shrink_to_fit();
 }
 
+bool failed(ssize_t result) { return result < 0 && errno != EAGAIN && errno != EINTR; }
+
 }  // namespace
 
-/// Of normal priority, so that what a client has sent in time is read before it is called idle,
-/// however late the thread is.
-class Connection::Idle : public Tarvo::TimerTask {
- public:
-  Idle(std::shared_ptr<Tarvo::TaskScheduler> scheduler, Connection& connection)
-      : TimerTask(std::move(scheduler), TaskPriority::normal, "idle"), connection_(connection) {}
-
- private:
-  void taskExecute() override {
-    taskWorkCountInc(1);
-    connection_.leave("idle, dropped");
-  }
-
-  Connection& connection_;
-};
-
+// The timer is less urgent than the connection, so that what a client has sent in time is read
+// before it is called idle, however late the thread is.
 Connection::Connection(std::shared_ptr<Tarvo::TaskScheduler> scheduler, Descriptor socket,
-                       Commands& commands, Clients& clients, double idleSeconds,
-                       const Tarvo::Debuggable& trace)
-    : FileDescriptorTask(std::move(scheduler), TaskPriority::high,
+                       Commands& commands, double idleSeconds, Left left)
+    : FileDescriptorTask(std::move(scheduler), Tarvo::TaskPriority::high,
                          fmt::format("client {}", socket.get())),
-      Debuggable(trace),
+      Debuggable("Kv"),
       commands_(commands),
-      clients_(clients),
+      left_(std::move(left)),
       idleSeconds_(idleSeconds),
       socket_(std::move(socket)),
-      idle_(std::make_shared<Idle>(taskScheduler(), *this)) {
+      idleTimer_(std::make_shared<Timer>(taskScheduler(), "idle", [this] { idle(); })) {
   taskStatsNameIs("client");  // one record for all that come and go
   taskQuantumIs(requestQuantum);
   taskWatchFdIs(fd());
-  idle_->scheduleTaskDelay(idleSeconds_);
+  idleTimer_->scheduleTaskDelay(idleSeconds_);
+  commands_.clientCame();
 }
 
-Connection::~Connection() { taskWatchFdDel(); }
+Connection::~Connection() {
+  taskWatchFdDel();
+  commands_.clientLeft();
+}
 
 void Connection::taskExecuteReadable() {
-  drained_ = false;
-  if (refused_) {
-    discardInput();
+  const std::string_view input = takeIn();
+  const std::size_t served = serve(input);
+  if (in_.empty()) {
+    in_ = input.substr(served);
   } else {
-    serve();
+    in_.erase(0, served);
+    if (in_.empty()) giveBack(in_);
   }
   giveOut();
   settle();
@@ -79,100 +70,79 @@ void Connection::taskExecuteWritable() {
   settle();
 }
 
-void Connection::serve() {
+/// What is to be served: what was left, and, where that is no whole request, what one read gives.
+std::string_view Connection::takeIn() {
+  static std::array<char, 64 << 10> buffer;  // one thread, and nothing stays in it
+  if (!starved_) return in_;
+  const ssize_t got = read(fd(), buffer.data(), buffer.size());
+  ended_ = ended_ || got == 0;
+  broken_ = failed(got);
+  if (got <= 0) return in_;
+  const std::string_view input(buffer.data(), static_cast<std::size_t>(got));
+  return in_.empty() ? input : in_.append(input);
+}
+
+/// How much of the input needs no further attention.
+std::size_t Connection::serve(std::string_view input) {
+  std::size_t served = 0;
   starved_ = false;
-  bool servedAny = false;
-  while (unsent() < outputLimit && !refused_) {
-    if (serveOne()) {
-      servedAny = true;
-    } else if (!refused_ && !takeIn()) {
-      starved_ = true;
+  while (unsent() < outputLimit && !session_.over) {
+    const Parsed parsed = parseRequest(input.substr(served), words_);
+    starved_ = parsed.outcome == Parsed::Outcome::incomplete;
+    if (starved_) return served;
+    if (parsed.outcome == Parsed::Outcome::malformed) {
+      TARVO_TRACE(*this, 1, "client {}: {}", fd(), parsed.fault);
+      Writer(out_).error(fmt::format("ERR {}", parsed.fault));
+      session_.over = true;
       break;
     }
-    if (taskShouldYield()) break;
+    if (!words_.empty()) commands_.execute(words_, session_, out_);
+    active_ = true;
+    served += parsed.size;
+    taskWorkCountInc(1);
+    if (taskShouldYield()) return served;
   }
-  if (served_ == in_.size()) reuse(in_, served_);
-  if (servedAny && !refused_) idle_->scheduleTaskDelay(idleSeconds_);
-}
-
-bool Connection::serveOne() {
-  const Parsed parsed = parseRequest(unserved());
-  switch (parsed.outcome) {
-    case Parsed::Outcome::incomplete:
-      return false;
-    case Parsed::Outcome::malformed:
-      refuse(parsed.fault);
-      return false;
-    case Parsed::Outcome::whole:
-      break;
-  }
-  if (!commands_.execute(parsed.request, out_)) refused_ = true;
-  served_ += parsed.request.size;
-  taskWorkCountInc(1);
-  return true;
-}
-
-bool Connection::takeIn() {
-  static std::array<char, 64 << 10> buffer;  // one thread, and nothing stays in it
-  if (drained_ || ended_) return false;
-  const ssize_t got = read(fd(), buffer.data(), buffer.size());
-  if (got < 0 && errno == EINTR) return takeIn();
-  drained_ = got < static_cast<ssize_t>(buffer.size());
-  ended_ = got == 0;
-  broken_ = got < 0 && errno != EAGAIN;
-  if (got <= 0) return false;
-  in_.erase(0, std::exchange(served_, 0));
-  in_.append(buffer.data(), static_cast<std::size_t>(got));
-  return true;
-}
-
-void Connection::refuse(std::string_view fault) {
-  TARVO_TRACE(*this, 1, "client {}: {}", fd(), fault);
-  refused_ = true;
-  out_.append("ERROR ").append(fault).append("\n");
-}
-
-// Closing a socket with input in it would take the answer away from the client.
-void Connection::discardInput() {
-  do {
-    reuse(in_, served_);
-    if (taskShouldYield()) return;
-  } while (takeIn());
-  starved_ = true;
+  if (!session_.over) return served;
+  starved_ = true;  // what else comes is thrown away: to leave it there would cost the answer
+  return input.size();
 }
 
 void Connection::giveOut() {
-  while (unsent() > 0 && !broken_) {
-    const ssize_t put = send(fd(), out_.data() + sent_, unsent(), MSG_NOSIGNAL);
-    if (put < 0 && errno == EINTR) continue;
-    broken_ = put < 0 && errno != EAGAIN;
-    if (put < 0) return;
-    sent_ += static_cast<std::size_t>(put);
-    if (!refused_) idle_->scheduleTaskDelay(idleSeconds_);
-  }
-  reuse(out_, sent_);
+  if (unsent() == 0) return;
+  const ssize_t put = send(fd(), out_.data() + sent_, unsent(), MSG_NOSIGNAL);
+  broken_ = failed(put);
+  if (put <= 0) return;
+  sent_ += static_cast<std::size_t>(put);
+  active_ = !session_.over;
+  if (unsent() > 0) return;
+  giveBack(out_);
+  sent_ = 0;
 }
 
 /// Decides what the connection waits for next.
 void Connection::settle() {
-  const bool allServed = ended_ && starved_;
+  const bool done = ended_ && starved_;
   if (broken_) return leave("broken");
   if (unsent() > 0) {
     taskWatchWritableIs(true);
-  } else if (allServed) {
+  } else if (done) {
     return leave("done");
-  } else if (refused_) {
+  } else if (session_.over) {
     shutdown(fd(), SHUT_WR);
   }
-  const bool reads = !allServed && (refused_ || unsent() < outputLimit);
-  taskWatchReadableIs(reads);
+  const bool reads = !done && unsent() < outputLimit;
+  if (reads != taskWatchReadable()) taskWatchReadableIs(reads);
   if (reads && !starved_) scheduleTaskReadable();
+}
+
+void Connection::idle() {
+  if (!std::exchange(active_, false)) return leave("idle, dropped");
+  idleTimer_->scheduleTaskDelay(idleSeconds_);
 }
 
 void Connection::leave(const char* how) {
   TARVO_TRACE(*this, 1, "client {}: {}", fd(), how);
-  idle_->stopTimerTask();
-  clients_.left(*this);
+  left_(*this);
 }
 
 }  // namespace kv

@@ -1,28 +1,32 @@
 /// An in-memory key-value service on one thread: tasks of high priority serve the clients, a task
 /// group of low priority cleans up behind them.
 ///
-///     KvService [idle-seconds [directory]]
+///     KvService [idle-seconds [directory [port]]]
 ///
 /// prints "port N", serves until SIGTERM, then tells what it did, and leaves stats.json and
 /// timeline.json in the directory.
 ///
-/// Request.h says what clients may ask. TRACE=Kv/01 shows clients coming and going.
+/// It speaks RESP2, so that redis-cli, redis-benchmark and the client libraries of redis work on
+/// it; Commands.cpp has the table of what it understands. TRACE=Kv/01 shows clients coming and
+/// going.
 
+#include <fmt/format.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <iostream>
 #include <memory>
+#include <sstream>
 #include <string>
 
 #include "Background.h"
 #include "Commands.h"
 #include "Descriptor.h"
 #include "Listener.h"
-#include "Report.h"
 #include "Store.h"
 #include "Tarvo/TaskScheduler.h"
 
@@ -63,24 +67,25 @@ class StopSignals : public Tarvo::FileDescriptorTask {
 
 class Service {
  public:
-  Service(double idleSeconds, std::string directory)
+  Service(double idleSeconds, std::string directory, int port)
       : directory_(std::move(directory)),
         signals_(std::make_shared<StopSignals>(root_)),
         background_(root_, store_),
-        commands_(store_, background_),
-        listener_(std::make_shared<kv::Listener>(root_, commands_, idleSeconds)) {
+        commands_(*root_, store_, background_),
+        listener_(std::make_shared<kv::Listener>(root_, commands_, idleSeconds, port)) {
     if (!directory_.empty()) root_->historyEntryCountIs(20'000);  // the last second, about
   }
 
   /// Returns when it was told to stop.
   void run() {
-    std::printf("port %d\n", listener_->port());
+    fmt::print("port {}\n", listener_->port());
     std::fflush(stdout);
     try {
       Tarvo::Platform::doEventLoop();
     } catch (const Stopped&) {
-      lastEvents_ = kv::lastEvents(*root_, 12);  // before the end fills the history
-      if (!directory_.empty()) kv::leaveFiles(*root_, directory_);
+      lastEvents_ = lastEvents(12);  // before the end fills the history
+      leaveFile("stats.json", root_->statsRenderJson());
+      leaveFile("timeline.json", root_->timelineRenderJson());
     }
     listener_.reset();
     background_.stop();
@@ -90,11 +95,36 @@ class Service {
   void report() const {
     root_->statsRenderTextForDebug(std::cout);
     std::cout << std::flush;
-    kv::printStore(store_, background_);
-    std::printf("the last events, the newest first:\n%s", lastEvents_.c_str());
+    const auto megabytes = [](std::size_t bytes) { return static_cast<double>(bytes) / 1e6; };
+    fmt::print(
+        "data    {} keys, {:.1f} MB in {:.1f} MB of memory; {:.0f} MB of garbage given back\n",
+        store_.keyCount(), megabytes(store_.valueBytes()), megabytes(store_.log().bytes()),
+        megabytes(store_.freedBytes()));
+    const auto digest = background_.group().completedTaskStatForTest("digest");
+    const double work = digest ? static_cast<double>(digest->taskTotalRunTime()) / 1e6 : 0;
+    fmt::print("digest  {} rounds over all data in {:.1f} ms of work; {} values corrupt\n",
+               background_.digestRounds(), work, background_.corruptValues());
+    fmt::print("the last events, the newest first:\n{}", lastEvents_);
   }
 
  private:
+  void leaveFile(const char* name, const std::string& text) const {
+    if (directory_.empty()) return;
+    std::ofstream file(directory_ + "/" + name, std::ios::trunc);
+    file << text;
+    if (!file.flush()) fmt::print(stderr, "cannot write {} in {}\n", name, directory_);
+  }
+
+  std::string lastEvents(int count) const {
+    std::istringstream history(root_->historyRenderTextForDebugToString());
+    std::string events;
+    std::string line;
+    for (int number = -2; number < count && std::getline(history, line); ++number) {
+      if (number >= 0 && !line.empty()) events += line + "\n";  // behind two lines of heading
+    }
+    return events;
+  }
+
   std::string directory_;
   std::shared_ptr<Tarvo::TaskSchedulerRoot> root_ = Tarvo::schedulerRootTarvo();
   std::shared_ptr<StopSignals> signals_;
@@ -109,12 +139,12 @@ class Service {
 
 int main(int argc, char** argv) {
   const double idleSeconds = argc > 1 ? std::strtod(argv[1], nullptr) : 30.0;
-  if (!(idleSeconds > 0) || argc > 3) {
-    std::fprintf(stderr, "usage: KvService [idle-seconds [directory]]\n");
+  if (!(idleSeconds > 0) || argc > 4) {
+    std::fprintf(stderr, "usage: KvService [idle-seconds [directory [port]]]\n");
     return 2;
   }
   try {
-    Service service(idleSeconds, argc > 2 ? argv[2] : "");
+    Service service(idleSeconds, argc > 2 ? argv[2] : "", argc > 3 ? std::atoi(argv[3]) : 0);
     service.run();
     service.report();
     return 0;

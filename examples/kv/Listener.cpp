@@ -16,39 +16,30 @@ using Tarvo::TaskPriority;
 
 namespace {
 
-constexpr int backlog = 128;
+constexpr int backlog = 511;
 constexpr auto retryDelay = 100ms;
 
 }  // namespace
 
-/// Looks for clients again after a while without room for them.
-class Listener::Retry : public Tarvo::TimerTask {
- public:
-  Retry(const std::shared_ptr<Tarvo::TaskScheduler>& scheduler, Listener& listener)
-      : TimerTask(scheduler, TaskPriority::normal, "accept again"), listener_(listener) {}
-
- private:
-  void taskExecute() override { listener_.resume(); }
-
-  Listener& listener_;
-};
-
 Listener::Listener(const std::shared_ptr<Tarvo::TaskScheduler>& scheduler, Commands& commands,
-                   double idleSeconds)
+                   double idleSeconds, int port)
     : FileDescriptorTask(scheduler, TaskPriority::high, "listener"),
       Debuggable("Kv"),
       commands_(commands),
       idleSeconds_(idleSeconds),
       socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0), "socket"),
-      retry_(std::make_shared<Retry>(scheduler, *this)) {
+      retry_(std::make_shared<Timer>(scheduler, "accept again", [this] { resume(); })) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<std::uint16_t>(port));
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  const int on = 1;
+  setsockopt(socket_.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
   auto* raw = reinterpret_cast<sockaddr*>(&address);
   if (bind(socket_.get(), raw, sizeof address) != 0) failWith("bind");
   if (listen(socket_.get(), backlog) != 0) failWith("listen");
   taskWatchFdIs(socket_.get());
-  TARVO_TRACE(*this, 0, "serving on port {}", port());
+  TARVO_TRACE(*this, 0, "serving on port {}", this->port());
 }
 
 Listener::~Listener() { taskWatchFdDel(); }
@@ -73,10 +64,10 @@ void Listener::taskExecuteReadable() {
 void Listener::admit(Descriptor socket) {
   const int on = 1;
   setsockopt(socket.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-  const auto connection = std::make_shared<Connection>(taskScheduler(), std::move(socket),
-                                                       commands_, *this, idleSeconds_, *this);
+  const auto connection =
+      std::make_shared<Connection>(taskScheduler(), std::move(socket), commands_, idleSeconds_,
+                                   [this](Connection& over) { left(over); });
   connections_.emplace(connection->fd(), connection);
-  ++acceptedCount_;
   taskWorkCountInc(1);
   TARVO_TRACE(*this, 1, "client {}: accepted, {} connected", connection->fd(), connections_.size());
 }

@@ -8,36 +8,34 @@
 #include "Descriptor.h"
 #include "Tarvo/TaskScheduler.h"
 #include "Tarvo/Trace.h"
+#include "Timer.h"
 
 namespace kv {
 
-/// Accepts clients on a port of the loopback interface and owns their connections.
-class Listener : public Tarvo::FileDescriptorTask, public Clients, public Tarvo::Debuggable {
+/// Accepts clients on a port of the loopback interface, any free one for port 0, and owns their
+/// connections.
+class Listener : public Tarvo::FileDescriptorTask, Tarvo::Debuggable {
  public:
   Listener(const std::shared_ptr<Tarvo::TaskScheduler>& scheduler, Commands& commands,
-           double idleSeconds);
+           double idleSeconds, int port);
   ~Listener() override;
 
   int port() const;
-  unsigned int acceptedCount() const { return acceptedCount_; }
 
  private:
-  class Retry;
-
   void taskExecuteReadable() override;
   void taskExecuteWritable() override {}
   void admit(Descriptor socket);
   void acceptFailed(int error);
-  void left(Connection& connection) override;
+  void left(Connection& connection);
   void pause();
   void resume();
 
   Commands& commands_;
   double idleSeconds_;
   Descriptor socket_;
-  unsigned int acceptedCount_ = 0;
   std::map<int, std::shared_ptr<Connection>> connections_;
-  std::shared_ptr<Retry> retry_;
+  std::shared_ptr<Timer> retry_;
 };
 
 }  // namespace kv

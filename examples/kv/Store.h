@@ -28,16 +28,22 @@ class Store {
   static constexpr Tarvo::Time forever = std::numeric_limits<Tarvo::Time>::infinity();
 
   /// False when there is no room for it; what stood under the key stays then.
-  bool set(std::string_view key, std::string_view value, Tarvo::Time timeToLive = forever);
+  bool set(std::string_view key, std::string_view value, Tarvo::Time expiry = forever);
   /// A view that is good until the next change.
   std::optional<std::string_view> get(std::string_view key) const;
   bool erase(std::string_view key);
+  void clear();
+
+  /// When the key's life ends. The setter is false without the key.
+  std::optional<Tarvo::Time> expiry(std::string_view key) const;
+  bool expiryIs(std::string_view key, Tarvo::Time expiry);
 
   std::size_t keyCount() const { return entries_.size(); }
+  std::size_t expiringCount() const { return expiries_.size(); }
   std::size_t valueBytes() const { return valueBytes_; }
   const Log& log() const { return log_; }
-  /// Whether the record there is what its key stands for.
-  bool holds(Log::Place place, std::string_view key) const;
+  /// Whether the record is what its key stands for.
+  bool holds(const Record& record) const;
 
   /// Removes one key whose time has come; false when there is none.
   bool expireOne();
@@ -47,9 +53,11 @@ class Store {
   std::size_t freedBytes() const { return freedBytes_; }
 
  private:
+  static constexpr std::size_t entryBytes = 128;  // beside the record, about
+
   struct Entry {
-    Log::Place place;
-    Tarvo::Time expiry;
+    const Record* record = nullptr;
+    Tarvo::Time expiry = forever;
   };
   struct Hash : std::hash<std::string_view> {
     using is_transparent = void;
@@ -57,17 +65,20 @@ class Store {
   using Entries = std::unordered_map<std::string, Entry, Hash, std::equal_to<>>;
   using Expiry = std::pair<Tarvo::Time, const std::string*>;  // the key in entries_
 
-  void forget(const Entries::value_type& entry);
+  const Entry* find(std::string_view key) const;
+  void expiryIs(Entries::value_type& entry, Tarvo::Time expiry);
   void remove(Entries::iterator entry);
-  void release(std::uint64_t chunk);
 
   Log log_;
   Entries entries_;
   std::set<Expiry> expiries_;
   std::size_t valueBytes_ = 0;
   std::size_t freedBytes_ = 0;
-  std::optional<Log::Place> compacting_;  // where, in a wasteful chunk
+  Log::Place compacting_;  // in a wasteful chunk
 };
+
+/// What records keep of their value.
+std::uint64_t checksum(std::string_view value);
 
 }  // namespace kv
 

@@ -3,135 +3,162 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 #include <utility>
 
 namespace kv {
 
-using Verb = Sent::Verb;
-
 namespace {
 
 constexpr std::size_t bulkDepth = 16;  // requests on their way at a time
-
-/// The number after the first word of an answer, or the second one after it.
-std::size_t numberIn(std::string_view line, int which) {
-  for (int word = 0; word < which; ++word) {
-    line.remove_prefix(std::min(line.find(' '), line.size() - 1) + 1);
-  }
-  std::size_t number = 0;
-  std::from_chars(line.data(), line.data() + line.size(), number);
-  return number;
-}
+constexpr std::size_t mortalKeys = 8;
 
 }  // namespace
 
 Worker::Worker(std::shared_ptr<Tarvo::TaskScheduler> scheduler, int port, unsigned int number,
                const std::vector<File>& files, Foreman& foreman)
-    : FileDescriptorTask(std::move(scheduler), Tarvo::TaskPriority::normal, "worker"),
+    : Client(std::move(scheduler), port, "worker"),
       number_(number),
       foreman_(foreman),
-      keys_(number, files),
-      socket_(port),
+      fileCount_(files.size()),
       random_(number + 1) {
-  taskWatchFdIs(socket_.fd());
-}
-
-Worker::~Worker() { taskWatchFdDel(); }
-
-void Worker::begin() {
-  ask();
-  sendAll();
-}
-
-void Worker::taskExecuteReadable() {
-  const bool open = socket_.takeIn(in_);
-  while (takeAnswer()) {
+  for (const File& file : files) {
+    keys_.push_back({fmt::format("c{}/{}", number, file.name), &file});
   }
-  if (!open) return foreman_.failed(fmt::format("connection {} was closed", number_));
-  ask();
-  if (foreman_.phase() == Phase::over && pending_.empty()) return foreman_.left(*this);
-  sendAll();
-}
-
-void Worker::taskExecuteWritable() { sendAll(); }
-
-void Worker::sendAll() {
-  if (!socket_.flush()) taskWatchWritableIs(true);
-}
-
-// Answers.
-
-bool Worker::takeAnswer() {
-  const std::size_t end = in_.find('\n');
-  if (end == std::string::npos || pending_.empty()) return false;
-  const std::string_view line = std::string_view(in_).substr(0, end);
-  std::size_t size = end + 1;
-  std::string_view value;
-  if (line.starts_with("VALUE ")) {
-    const std::size_t length = numberIn(line, 1);
-    if (in_.size() - size < length + 1) return false;
-    value = std::string_view(in_).substr(size, length);
-    size += length + 1;
-  }
-  const Pending pending = std::move(pending_.front());
-  pending_.pop_front();
-  const Tarvo::Time now = Tarvo::time();
-  foreman_.answered(pending.phase, now - pending.time);
-  if (!isRight(pending, line, value, now) || in_[size - 1] != '\n') {
-    foreman_.wrong(fmt::format("connection {}: wrong answer \"{}\" to {}", number_, line,
-                               pending.sent ? keys_.name(pending.sent->key) : pending.control));
-  }
-  in_.erase(0, size);
-  return true;
-}
-
-bool Worker::isRight(const Pending& pending, std::string_view line, std::string_view value,
-                     Tarvo::Time now) {
-  if (pending.sent) return keys_.isRight(*pending.sent, line, value, now);
-  if (!pending.control.starts_with("COUNT")) return line == "OK";
-  return line.starts_with("COUNT ") && foreman_.isCount(numberIn(line, 1), numberIn(line, 2));
-}
-
-// Requests.
-
-void Worker::ask() {
-  while (askNext()) {
+  for (std::size_t mortal = 0; mortal < mortalKeys; ++mortal) {
+    keys_.push_back({fmt::format("c{}/mortal{}", number, mortal), &files[mortal % files.size()]});
   }
 }
 
-/// True when it asked for something and more may follow at once.
-bool Worker::askNext() {
-  if (foreman_.phase() != phase_) {
-    phase_ = foreman_.phase();
-    next_ = 0;
-    finished_ = false;
+// What a key stands for.
+
+std::string Worker::Key::heading(unsigned int ofVersion) const {
+  return fmt::format("{} version {}\n", name, ofVersion);
+}
+
+bool Worker::Key::mayBeThere(Tarvo::Time sent) const {
+  return present && (life == 0 || sent - setAnswered < life);
+}
+
+bool Worker::Key::mayBeGone(Tarvo::Time answered) const {
+  return !present || (life != 0 && answered - setSent >= life);
+}
+
+bool Worker::Key::isValue(std::string_view value) const {
+  const std::string begin = heading(version);
+  return value.starts_with(begin) && value.substr(begin.size()) == file->contents;
+}
+
+std::size_t Worker::keyCount() const {
+  return static_cast<std::size_t>(std::ranges::count_if(keys_, &Key::lasts));
+}
+
+std::size_t Worker::valueBytes() const {
+  std::size_t bytes = 0;
+  for (const Key& key : keys_) {
+    if (key.lasts()) bytes += key.heading(key.version).size() + key.file->contents.size();
   }
-  if (phase_ == Phase::over) return false;
-  if (phase_ == Phase::quiet || phase_ == Phase::busy) {
-    if (pending_.empty()) askMix();
-    return false;
+  return bytes;
+}
+
+// Requests and what their answers must be.
+
+void Worker::ask(std::initializer_list<std::string_view> words, Check right) {
+  Writer(unsent_).request(words);
+  const std::string_view subject = words.size() > 1 ? words.begin()[1] : "";
+  pending_.push_back(
+      {phase_, Tarvo::time(), fmt::format("{} {}", *words.begin(), subject), std::move(right)});
+}
+
+void Worker::get(Key& key) {
+  ask({"GET", key.name}, [&key, sent = Tarvo::time()](const Answer& answer, Tarvo::Time now) {
+    if (!answer.none) return answer.type == '$' && key.mayBeThere(sent) && key.isValue(answer.text);
+    const bool right = key.mayBeGone(now);
+    key.present = false;
+    return right;
+  });
+}
+
+void Worker::set(Key& key, unsigned int milliseconds) {
+  const unsigned int version = ++key.versions;
+  Check right = [&key, version, milliseconds, sent = Tarvo::time()](const Answer& answer,
+                                                                    Tarvo::Time now) {
+    key.present = true;
+    key.version = version;
+    key.life = milliseconds / 1e3;
+    key.setSent = sent;
+    key.setAnswered = now;
+    return answer.is('+', "OK");
+  };
+  const std::string value = key.heading(version) + key.file->contents;
+  if (milliseconds == 0) return ask({"SET", key.name, value}, std::move(right));
+  ask({"SET", key.name, value, "PX", std::to_string(milliseconds)}, std::move(right));
+}
+
+void Worker::del(Key& key) {
+  ask({"DEL", key.name}, [&key, sent = Tarvo::time()](const Answer& answer, Tarvo::Time now) {
+    const bool there = answer.is(':', "1");
+    const bool right = there ? key.mayBeThere(sent) : answer.is(':', "0") && key.mayBeGone(now);
+    key.present = false;
+    return right;
+  });
+}
+
+void Worker::count() {
+  ask({"DBSIZE"}, [this](const Answer& answer, Tarvo::Time) {
+    return answer.is(':', std::to_string(foreman_.keyCount()));
+  });
+  ask({"INFO"}, [this](const Answer& answer, Tarvo::Time) {
+    const std::string bytes = fmt::format("\r\nvalue_bytes:{}\r\n", foreman_.valueBytes());
+    return answer.type == '$' && answer.text.find(bytes) != std::string_view::npos;
+  });
+}
+
+void Worker::heard(std::string_view bytes) {
+  in_ += bytes;
+  std::string_view rest = in_;
+  while (const auto answer = parseAnswer(rest)) {
+    if (pending_.empty()) return foreman_.failed("an answer that nobody asked for");
+    const Pending pending = std::move(pending_.front());
+    pending_.pop_front();
+    const Tarvo::Time now = Tarvo::time();
+    foreman_.answered(pending.phase, now - pending.sent);
+    if (!pending.right(*answer, now)) {
+      foreman_.wrong(fmt::format("connection {}: wrong answer {}{} to {}", number_, answer->type,
+                                 answer->text.substr(0, 80), pending.request));
+    }
+    rest.remove_prefix(answer->size);
   }
-  if (next_ < partOfPhase()) {
-    if (pending_.size() >= bulkDepth) return false;
-    askForPart(next_++);
-    return true;
-  }
-  if (!pending_.empty()) return false;
-  if (!std::exchange(finished_, true)) {
-    foreman_.finished();  // perhaps the last one: the phase may be another now
-    return true;
-  }
-  askForKey({Verb::get, anyFile(), Tarvo::time()});
-  return false;
+  in_.erase(0, in_.size() - rest.size());
+  proceed();
+  send();
+}
+
+void Worker::closed() { foreman_.failed(fmt::format("connection {} was closed", number_)); }
+
+// The phases.
+
+void Worker::begin(Phase phase) {
+  phase_ = phase;
+  next_ = 0;
+  finished_ = false;
+  proceed();
+  send();
+}
+
+void Worker::proceed() {
+  while (next_ < partOfPhase() && pending_.size() < bulkDepth) askForPart(next_++);
+  if (!pending_.empty()) return;
+  if (phase_ == Phase::quiet || phase_ == Phase::busy) return askMix();
+  if (!std::exchange(finished_, true)) foreman_.finished();  // after the last one's the next begins
+  if (pending_.empty() && phase_ != Phase::over) get(anyFile());
 }
 
 std::size_t Worker::partOfPhase() const {
   switch (phase_) {
     case Phase::load:
-      return keys_.fileCount();
+      return fileCount_;
     case Phase::verify:
-      return 2 * keys_.size() - keys_.fileCount();
+      return keys_.size() + mortalKeys;
     case Phase::switchOff:
     case Phase::switchOn:
     case Phase::count:
@@ -142,51 +169,38 @@ std::size_t Worker::partOfPhase() const {
 }
 
 void Worker::askForPart(std::size_t number) {
-  const Tarvo::Time now = Tarvo::time();
+  const Check ok = [](const Answer& answer, Tarvo::Time) { return answer.is('+', "OK"); };
   switch (phase_) {
     case Phase::load:
-      return askForKey(keys_.nextVersion(number, now));
+      return set(keys_[number]);
     case Phase::verify:
       // At the end the mortal ones are deleted, so that there is no doubt about the count.
-      if (number < keys_.size()) return askForKey({Verb::get, number, now});
-      return askForKey({Verb::del, number - keys_.size() + keys_.fileCount(), now});
+      return number < keys_.size() ? get(keys_[number]) : del(keys_[number - mortalKeys]);
     case Phase::switchOff:
-      return askControl("BACKGROUND off\n");
+      return ask({"CONFIG", "SET", "background", "off"}, ok);
     case Phase::switchOn:
-      return askControl("BACKGROUND on\n");
+      return ask({"CONFIG", "SET", "background", "on"}, ok);
     default:
-      return askControl("COUNT\n");
+      return count();
   }
 }
 
 void Worker::askMix() {
-  const Tarvo::Time now = Tarvo::time();
   const auto percent = random_() % 100;
-  if (percent < 80) return askForKey({Verb::get, anyFile(), now});
-  if (percent < 90) return askForKey(keys_.nextVersion(anyFile(), now));
+  Key& key = anyFile();
+  if (percent < 80) return get(key);
+  if (percent < 90) return set(key);
   if (percent >= 93) return askMortal();
-  const std::size_t key = anyFile();
-  askForKey({Verb::del, key, now});
-  askForKey({Verb::get, key, now});
+  del(key);
+  get(key);
 }
 
 void Worker::askMortal() {
-  const Tarvo::Time now = Tarvo::time();
-  const std::size_t key = keys_.fileCount() + random_() % (keys_.size() - keys_.fileCount());
-  if (random_() % 2 != 0) return askForKey({Verb::get, key, now});
+  Key& key = keys_[fileCount_ + random_() % mortalKeys];
+  if (random_() % 2 != 0) return get(key);
   const auto milliseconds = static_cast<unsigned int>(1 + random_() % 100);
   const bool lasting = random_() % 8 == 0;
-  askForKey(keys_.nextVersion(key, now, lasting ? 0 : milliseconds));
-}
-
-void Worker::askForKey(Sent sent) {
-  socket_.put(keys_.requestText(sent));
-  pending_.push_back({phase_, sent.time, sent, {}});
-}
-
-void Worker::askControl(const char* text) {
-  socket_.put(text);
-  pending_.push_back({phase_, Tarvo::time(), std::nullopt, text});
+  set(key, lasting ? 0 : milliseconds);
 }
 
 }  // namespace kv

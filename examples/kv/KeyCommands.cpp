@@ -1,0 +1,138 @@
+#include <algorithm>
+#include <cmath>
+
+#include "Commands.h"
+#include "Tarvo/Platform.h"
+
+namespace kv {
+
+namespace {
+
+constexpr std::size_t answerLimit = 64 << 20;
+constexpr std::string_view noRoom = "OOM no room for the value";
+constexpr double longestLife = 1e9;  // seconds
+
+}  // namespace
+
+void Commands::get(Call& call) {
+  const auto value = store_.get(call.words[1]);
+  value ? call.answer.bulk(*value) : call.answer.none();
+}
+
+void Commands::set(Call& call) {
+  const Words& words = call.words;
+  Tarvo::Time expiry = Store::forever;
+  bool onlyNew = false;
+  bool onlyOld = false;
+  for (std::size_t word = 3; word < words.size(); ++word) {
+    const bool seconds = is(words[word], "ex");
+    if (is(words[word], "nx")) {
+      onlyNew = true;
+    } else if (is(words[word], "xx")) {
+      onlyOld = true;
+    } else if ((seconds || is(words[word], "px")) && word + 1 < words.size() &&
+               expiry == Store::forever) {
+      const auto life = call.number(++word);
+      if (!life) return;
+      const double length = static_cast<double>(*life) * (seconds ? 1 : 1e-3);
+      if (length <= 0 || length > longestLife) {
+        return call.answer.error("ERR invalid expire time in 'set' command");
+      }
+      expiry = Tarvo::time() + length;
+    } else {
+      return call.syntaxError();
+    }
+  }
+  if (onlyNew && onlyOld) return call.syntaxError();
+  if ((onlyNew || onlyOld) && store_.get(words[1]).has_value() != onlyOld) {
+    return call.answer.none();
+  }
+  if (!store_.set(words[1], words[2], expiry)) return call.answer.error(noRoom);
+  background_.storeChanged();
+  call.answer.simple("OK");
+}
+
+void Commands::mget(Call& call) {
+  const std::size_t before = call.answer.size();
+  call.answer.array(call.words.size() - 1);
+  for (const std::string_view key : std::span(call.words).subspan(1)) {
+    const auto value = store_.get(key);
+    value ? call.answer.bulk(*value) : call.answer.none();
+    if (call.answer.size() - before > answerLimit) {
+      call.answer.sizeIs(before);
+      return call.answer.error("ERR the answer is too big");
+    }
+  }
+}
+
+void Commands::mset(Call& call) {
+  if (call.words.size() % 2 == 0) {
+    return call.answer.error("ERR wrong number of arguments for 'mset' command");
+  }
+  bool room = true;
+  for (std::size_t word = 1; word < call.words.size() && room; word += 2) {
+    room = store_.set(call.words[word], call.words[word + 1]);
+  }
+  background_.storeChanged();
+  room ? call.answer.simple("OK") : call.answer.error(noRoom);
+}
+
+void Commands::del(Call& call) {
+  const auto keys = std::span(call.words).subspan(1);
+  call.answer.integer(std::ranges::count_if(keys, [&](auto key) { return store_.erase(key); }));
+  background_.storeChanged();
+}
+
+void Commands::exists(Call& call) {
+  const auto keys = std::span(call.words).subspan(1);
+  call.answer.integer(
+      std::ranges::count_if(keys, [&](auto key) { return store_.get(key).has_value(); }));
+}
+
+void Commands::incrby(Call& call) {
+  if (const auto difference = call.number(2)) add(call, *difference);
+}
+
+void Commands::add(Call& call, std::int64_t difference) {
+  const std::string_view key = call.words[1];
+  const auto text = store_.get(key);
+  const auto before = numberOf(text.value_or("0"));
+  if (!before) return call.answer.error("ERR value is not an integer or out of range");
+  std::int64_t sum = 0;
+  if (__builtin_add_overflow(*before, difference, &sum)) {
+    return call.answer.error("ERR increment or decrement would overflow");
+  }
+  const Tarvo::Time expiry = store_.expiry(key).value_or(Store::forever);
+  if (!store_.set(key, std::to_string(sum), expiry)) return call.answer.error(noRoom);
+  background_.storeChanged();
+  call.answer.integer(sum);
+}
+
+void Commands::expireIn(Call& call, double unit) {
+  const auto life = call.number(2);
+  if (!life) return;
+  const double seconds = static_cast<double>(*life) * unit;
+  if (seconds > longestLife) return call.answer.error("ERR invalid expire time");
+  const bool there = seconds > 0 ? store_.expiryIs(call.words[1], Tarvo::time() + seconds)
+                                 : store_.erase(call.words[1]);
+  background_.storeChanged();
+  call.answer.integer(there ? 1 : 0);
+}
+
+void Commands::lifeLeft(Call& call, double unit) {
+  const auto expiry = store_.expiry(call.words[1]);
+  if (!expiry) return call.answer.integer(-2);
+  if (*expiry == Store::forever) return call.answer.integer(-1);
+  call.answer.integer(std::llround((*expiry - Tarvo::time()) / unit));
+}
+
+void Commands::dbsize(Call& call) {
+  call.answer.integer(static_cast<std::int64_t>(store_.keyCount()));
+}
+
+void Commands::flushdb(Call& call) {
+  store_.clear();
+  call.answer.simple("OK");
+}
+
+}  // namespace kv
