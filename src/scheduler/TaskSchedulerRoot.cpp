@@ -100,7 +100,8 @@ TaskClock::time_point TaskSchedulerRoot::rootStep(TaskClock::time_point now) {
 }
 
 unsigned TaskSchedulerRoot::nextUrgency() const {
-  unsigned urgency = callbackControl_->pendingCallback() ? 0 : TaskPriority::oneBeyondLast;
+  const bool stepFollows = inSlice_ ? stepWanted_ : callbackControl_->pendingCallback();
+  unsigned urgency = stepFollows ? 0 : TaskPriority::oneBeyondLast;
   while (urgency < TaskPriority::oneBeyondLast && !hasTaskToRun(urgency)) ++urgency;
   return urgency;
 }
