@@ -1,5 +1,6 @@
 #include <Tarvo/CheckIncompat.h>
 #include <Tarvo/Exception.h>
+#include <Tarvo/Symbols.h>
 #include <Tarvo/TaskScheduler.h>
 #include <Tarvo/Trace.h>
 
@@ -24,7 +25,10 @@ int main() {
     Tarvo::Platform::doEventLoop();
   } catch (const Tarvo::RuntimeException& e) {
     std::puts(e.msg().c_str());
-    return 0;
+    return Tarvo::Symbols().of(reinterpret_cast<const void*>(&Tarvo::checkIncompat)).function ==
+                   "Tarvo::checkIncompat()"
+               ? 0
+               : 2;
   }
   return 1;
 }

@@ -1,0 +1,11 @@
+namespace known {
+struct Place {
+  static int here(int x) {
+    return x + 1;  // line 4
+  }
+};
+}  // namespace known
+extern "C" int (*knownPlace())(int);
+int (*knownPlace())(int) { return known::Place::here; }
+extern "C" int f(int x);
+int f(int x) { return x; }

@@ -1,0 +1,124 @@
+#include "Tarvo/Symbols.h"
+
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+#include <sys/auxv.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "Tarvo/Mappings.h"
+#include "Tarvo/Util.h"
+#include "support/ChildProcess.h"
+
+namespace {
+
+using Tarvo::Symbols;
+using testing::EndsWith;
+using testing::HasSubstr;
+
+void run(const std::string& command) { ASSERT_EQ(std::system(command.c_str()), 0) << command; }
+
+class SymbolsTest : public testing::Test {
+ protected:
+  SymbolsTest() : folder(testing::TempDir() + "symbols" + std::to_string(getpid()) + "/") {
+    std::filesystem::create_directories(folder + ".debug");
+    std::filesystem::copy_file(SYMBOLS_MODULE, module);
+  }
+  ~SymbolsTest() override { std::filesystem::remove_all(folder); }
+
+  void open() {
+    library = dlopen(module.c_str(), RTLD_NOW);
+    const auto find = reinterpret_cast<void* (*)()>(dlsym(library, "knownPlace"));
+    place = find();
+  }
+  void expectKnown(const Tarvo::Symbol& symbol, int line = 3) const {
+    EXPECT_EQ(symbol.function, "known::Place::here(int)");
+    EXPECT_THAT(symbol.file, EndsWith("tests/util/SymbolsModule.cpp"));
+    EXPECT_EQ(symbol.line, line);
+    EXPECT_EQ(symbol.module, module);
+  }
+
+  const std::string folder;
+  const std::string module = folder + "module.so";
+  void* library = nullptr;
+  void* place = nullptr;
+};
+
+TEST_F(SymbolsTest, NamesCodeFromTheModuleAndFromASeparateDebugFile) {
+  open();
+  Symbols symbols;
+  expectKnown(symbols.of(place));
+  expectKnown(symbols.of(static_cast<char*>(place) + 8), 4);
+  EXPECT_EQ(symbols.of(dlsym(library, "f")).function, "f") << "which is also a type when mangled";
+  EXPECT_EQ(symbols.of(reinterpret_cast<void*>(getauxval(AT_SYSINFO_EHDR))).module, "[vdso]");
+  EXPECT_EQ(symbols.of(nullptr).text(), "0x0");
+  const auto text = symbols.of(place).text();
+  EXPECT_THAT(text, testing::ContainsRegex("^known::Place::here\\(int\\) at /.*Module.cpp:3 in "));
+  dlclose(library);
+
+  const auto debug = folder + ".debug/module.debug";
+  run("objcopy --only-keep-debug " + module + " " + debug + " && strip " + module +
+      " && objcopy --add-gnu-debuglink=" + debug + " " + module);
+  open();
+  expectKnown(Symbols().of(place));
+  run("echo >>" + debug);  // another file than the link means
+  EXPECT_EQ(Symbols().of(place).line, 0);
+  dlclose(library);
+}
+
+TEST_F(SymbolsTest, RemembersAClosedModuleButNoOtherFileUnderItsName) {
+  open();
+  Symbols read;
+  Symbols unread;
+  Symbols replaced;
+  expectKnown(read.of(place));
+  EXPECT_FALSE(read.of(place).closed);
+  dlclose(library);
+  for (auto* symbols : {&read, &unread}) {
+    const auto symbol = symbols->of(place);
+    expectKnown(symbol);
+    EXPECT_TRUE(symbol.closed);
+  }
+  EXPECT_EQ(Symbols().of(place).module, "");
+  std::filesystem::rename(module, folder + "old");
+  std::filesystem::copy_file(SYMBOLS_MODULE, module);  // equal, but who knows
+  const auto symbol = replaced.of(place);
+  EXPECT_EQ(symbol.module, module);
+  EXPECT_EQ(symbol.function, "");
+  expectKnown(read.of(place));
+  std::filesystem::rename(folder + "old", module);
+  open();
+  EXPECT_FALSE(read.of(place).closed);
+  dlclose(library);
+}
+
+TEST_F(SymbolsTest, NamesThousandsInOneCall) {
+  open();
+  std::vector<std::uintptr_t> addresses;
+  for (std::uintptr_t i = 0; i < 40000; ++i) {  // more than the answers that are kept
+    addresses.push_back(reinterpret_cast<std::uintptr_t>(&std::system) - 20000 + i);
+    if (i % 10000 == 0) addresses.push_back(reinterpret_cast<std::uintptr_t>(place));
+  }
+  Symbols symbols;
+  for (int round = 0; round < 2; ++round) {
+    const auto all = symbols.of(addresses);
+    ASSERT_EQ(all.size(), addresses.size());
+    for (std::size_t i = 0; i < all.size(); ++i) ASSERT_EQ(all[i].address, addresses[i]);
+    for (std::size_t i = 1; i < all.size(); i += 10001) expectKnown(all[i]);
+  }
+  dlclose(library);
+}
+
+TEST_F(SymbolsTest, IsLoadedWhenWantedAndMissingIsAnError) {
+  const auto program = testsupport::runProgram(STACK_REPORT);
+  EXPECT_THAT(program.out, HasSubstr("::fail() in "));
+  std::filesystem::copy_file(LIBRARY, folder + "libTarvo.so.0.1");
+  const auto alone = testsupport::runProgram("LD_LIBRARY_PATH=" + folder + " " STACK_REPORT);
+  EXPECT_EQ(alone.exitCode, 0);
+  EXPECT_THAT(alone.out, HasSubstr("cannot load libTarvoSymbols.so.0.1, which reads symbols: lib"));
+  const auto child = testsupport::runProgram("LD_TRACE_LOADED_OBJECTS=1 " STACK_REPORT);
+  EXPECT_THAT(child.out, testing::AllOf(HasSubstr("libTarvo.so"), Not(HasSubstr("libdw"))));
+}
+
+}  // namespace
