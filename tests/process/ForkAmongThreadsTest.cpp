@@ -81,17 +81,18 @@ TEST(ForkAmongThreadsTest, RegistriesChangeAsAWholeOnly) {
     const char* name() override { return "whole"; }
   } plugin;
   std::shared_ptr<Tarvo::Platform::DebugHandler> handler;
-  const auto printerIs = [](auto printer) { Tarvo::introspectionPrinterIs("Whole", printer); };
-  const auto printer = [](const void*) { return String(); };
+  const auto addPrinter = [] {
+    Tarvo::introspectionPrinterIs("Whole", [](const void*) { return String(); });
+  };
   const std::function<void()> changes[]{[&] { handler = getDebugHandler("Whole"); },
                                         [] { Tarvo::Platform::setupTarvoDebug("Whole/1"); },
                                         [] { Tarvo::Platform::clearTarvoDebug("Whole/1"); },
                                         [] { Tarvo::Platform::setupTarvoDebug("Whol*/1"); },
                                         [] { Tarvo::Platform::clearTarvoDebug("Whol*/1"); },
                                         [&] { handler.reset(); },
-                                        [&] { printerIs(printer); },
-                                        [&] { printerIs(printer); },
-                                        [&] { printerIs(nullptr); },
+                                        addPrinter,
+                                        addPrinter,  // in the first one's stead
+                                        [] { Tarvo::introspectionPrinterIs("Whole", {}); },
                                         [] { Tarvo::Platform::registerPlugin(&plugin); }};
   for (const auto& change : changes) {
     std::atomic<pid_t> tid{0};

@@ -1,12 +1,8 @@
-#include <sys/wait.h>
-
 #include <latch>
-#include <thread>
 
-#include "Tarvo/Debug.h"
 #include "Tarvo/ForkHandler.h"
-#include "support/ChildProcess.h"
 #include "support/LoopFixture.h"
+#include "support/Test.h"
 
 namespace {
 
@@ -22,11 +18,11 @@ struct ForkTest : LoopFixture {
       Platform::getCallbackControl(&callbackHandler);
   std::shared_ptr<Platform::FdControl> events = Platform::getFdControl(&fdHandler);
 
-  void arm() {
+  ForkTest() {
     timer->setTimeout(0.2);
     callback->requestCallback();
     events->setFd(pair.ends[0]);
-    ASSERT_EQ(write(pair.ends[1], "x", 1), 1);
+    EXPECT_EQ(write(pair.ends[1], "x", 1), 1);
   }
   /// Serves everything that was armed; 0 when all of it came.
   int serveAll() {
@@ -36,7 +32,6 @@ struct ForkTest : LoopFixture {
 };
 
 TEST_F(ForkTest, AChildRebuildsItsLoopWhileAThreadOfTheParentHeldTheGlobalLock) {
-  arm();
   std::latch held(1);
   std::latch done(1);
   std::jthread holder([&] {
@@ -49,19 +44,17 @@ TEST_F(ForkTest, AChildRebuildsItsLoopWhileAThreadOfTheParentHeldTheGlobalLock) 
     if (!Platform::isForkedChild()) return 2;
     Tarvo::leForkReinit();
     Platform::setTraceFormat("pid,handle");
-    const auto trace = Platform::getDebugHandler("Child");
-    Platform::dumpDebugMsg("traced", 6, 0, trace.get(), "", "", 0);
+    Platform::dumpDebugMsg("traced", 6, 0, getDebugHandler("Child").get(), "", "", 0);
     return serveAll();
   });
   done.count_down();
   EXPECT_EQ(child.exitCode, 0);
-  EXPECT_THAT(child.err, testing::MatchesRegex("[0-9]+ Child traced\n"));
+  EXPECT_THAT(child.err, MatchesRegex("[0-9]+ Child traced\n"));
   EXPECT_FALSE(Platform::isForkedChild());
   EXPECT_EQ(serveAll(), 0);  // the parent is undisturbed
 }
 
 TEST_F(ForkTest, AChildThatOnlyCleansUpLeavesTheParentInPeace) {
-  arm();
   Platform::LocoGuard guard;  // and held by the forking thread itself it stays held
   const auto child = runForked([&] {
     if (!Platform::loco().owns_lock()) return 1;

@@ -18,20 +18,13 @@ extern "C" [[gnu::visibility("default")]] char* secure_getenv(const char* name) 
 
 namespace {
 
-/// Traces while the process's static objects are destroyed.
+/// Traces while the process's static objects are destroyed, or those of a thread.
 struct LastWords {
   std::shared_ptr<Tarvo::Platform::DebugHandler> handler;
   ~LastWords() {
     if (handler) TARVO_TRACE(handler, 1, "last words");
   }
 } lastWords;
-
-/// Traces while its thread ends.
-struct ThreadWords {
-  std::shared_ptr<Tarvo::Platform::DebugHandler> handler =
-      Tarvo::Platform::getDebugHandler("Thread");
-  ~ThreadWords() { TARVO_TRACE(handler, 1, "thread words"); }
-};
 
 /// Cannot even be described.
 struct Unspeakable : std::exception {
@@ -51,8 +44,8 @@ void run(const std::string& what) {
   if (what == "exit") {
     lastWords.handler = Tarvo::Platform::getDebugHandler("Exit");
     std::jthread([] {
-      thread_local ThreadWords words;
-      words.handler->name();
+      thread_local LastWords words;
+      words.handler = Tarvo::Platform::getDebugHandler("Thread");
     });
   }
   if (what == "throw") Tarvo::throwOnAssertFailIs(true);

@@ -57,7 +57,7 @@ struct TraceFileTest : TempFolder {
 
 TEST_F(TraceFileTest, IsEmptiedByTheFirstToOpenIt) {
   const String childs =
-      "Thread ThreadWords::~ThreadWords() thread words\n"
+      "Thread LastWords::~LastWords() last words\n"
       "Exit LastWords::~LastWords() last words\n";
   EXPECT_EQ(afterChild(" PRIVILEGED=1"), "old") << "a privileged process follows its caller";
   EXPECT_EQ(afterChild(), childs) << "also while thread and process end";

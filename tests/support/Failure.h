@@ -5,17 +5,6 @@
 
 namespace testsupport {
 
-/// The message of the assertion that `body` fails, or "nothing failed".
-template <typename Body>
-Tarvo::String failureOf(Body body) {
-  try {
-    body();
-  } catch (const Tarvo::AssertException& e) {
-    return e.msg();
-  }
-  return "nothing failed";
-}
-
 /// The message of the run-time exception that `body` throws, or "nothing failed".
 template <typename Thrown = Tarvo::RuntimeException, typename Body>
 Tarvo::String errorOf(Body body) {
@@ -25,6 +14,12 @@ Tarvo::String errorOf(Body body) {
     return e.msg();
   }
   return "nothing failed";
+}
+
+/// The message of the assertion that `body` fails, or "nothing failed".
+template <typename Body>
+Tarvo::String failureOf(Body body) {
+  return errorOf<Tarvo::AssertException>(body);
 }
 
 }  // namespace testsupport
