@@ -30,12 +30,11 @@ bool failed(ssize_t result) { return result < 0 && errno != EAGAIN && errno != E
 
 // The timer is less urgent than the connection, so that what a client has sent in time is read
 // before it is called idle, however late the thread is.
-Connection::Connection(std::shared_ptr<Tarvo::TaskScheduler> scheduler, Descriptor socket,
-                       Commands& commands, double idleSeconds, Left left)
-    : FileDescriptorTask(std::move(scheduler), Tarvo::TaskPriority::high,
+Connection::Connection(Service& service, Descriptor socket, double idleSeconds, Left left)
+    : FileDescriptorTask(service.root, Tarvo::TaskPriority::high,
                          fmt::format("client {}", socket.get())),
       Debuggable("Kv"),
-      commands_(commands),
+      service_(service),
       left_(std::move(left)),
       idleSeconds_(idleSeconds),
       socket_(std::move(socket)),
@@ -44,12 +43,13 @@ Connection::Connection(std::shared_ptr<Tarvo::TaskScheduler> scheduler, Descript
   taskQuantumIs(requestQuantum);
   taskWatchFdIs(fd());
   idleTimer_->scheduleTaskDelay(idleSeconds_);
-  commands_.clientCame();
+  ++service_.clients;
+  ++service_.clientsAccepted;
 }
 
 Connection::~Connection() {
   taskWatchFdDel();
-  commands_.clientLeft();
+  --service_.clients;
 }
 
 void Connection::taskExecuteReadable() {
@@ -96,7 +96,7 @@ std::size_t Connection::serve(std::string_view input) {
       session_.over = true;
       break;
     }
-    if (!words_.empty()) commands_.execute(words_, session_, out_);
+    if (!words_.empty()) execute(service_, session_, words_, out_);
     active_ = true;
     served += parsed.size;
     taskWorkCountInc(1);

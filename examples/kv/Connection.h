@@ -28,8 +28,7 @@ class Connection : public Tarvo::FileDescriptorTask, Tarvo::Debuggable {
   using Left = std::function<void(Connection&)>;
 
   /// Drops a client that was idle for that long, and at the latest after twice the time.
-  Connection(std::shared_ptr<Tarvo::TaskScheduler> scheduler, Descriptor socket, Commands& commands,
-             double idleSeconds, Left left);
+  Connection(Service& service, Descriptor socket, double idleSeconds, Left left);
   ~Connection() override;
 
   int fd() const { return socket_.get(); }
@@ -47,7 +46,7 @@ class Connection : public Tarvo::FileDescriptorTask, Tarvo::Debuggable {
 
   std::size_t unsent() const { return out_.size() - sent_; }
 
-  Commands& commands_;
+  Service& service_;
   Left left_;
   double idleSeconds_;
   Descriptor socket_;

@@ -1,7 +1,11 @@
 #ifndef TARVO_EXAMPLES_KV_DESCRIPTOR_H
 #define TARVO_EXAMPLES_KV_DESCRIPTOR_H
 
+#include <arpa/inet.h>
 #include <fmt/format.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -33,6 +37,20 @@ class Descriptor {
  private:
   int fd_;
 };
+
+inline sockaddr_in loopback(int port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<std::uint16_t>(port));
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  return address;
+}
+
+/// Small messages do not wait for more.
+inline void sendAtOnce(const Descriptor& socket) {
+  const int on = 1;
+  setsockopt(socket.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+}
 
 }  // namespace kv
 

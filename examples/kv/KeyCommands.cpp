@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 #include "Commands.h"
@@ -12,14 +13,12 @@ constexpr std::size_t answerLimit = 64 << 20;
 constexpr std::string_view noRoom = "OOM no room for the value";
 constexpr double longestLife = 1e9;  // seconds
 
-}  // namespace
-
-void Commands::get(Call& call) {
-  const auto value = store_.get(call.words[1]);
+void get(Call& call) {
+  const auto value = call.service.store.get(call.words[1]);
   value ? call.answer.bulk(*value) : call.answer.none();
 }
 
-void Commands::set(Call& call) {
+void set(Call& call) {
   const Words& words = call.words;
   Tarvo::Time expiry = Store::forever;
   bool onlyNew = false;
@@ -44,19 +43,19 @@ void Commands::set(Call& call) {
     }
   }
   if (onlyNew && onlyOld) return call.syntaxError();
-  if ((onlyNew || onlyOld) && store_.get(words[1]).has_value() != onlyOld) {
+  if ((onlyNew || onlyOld) && call.service.store.get(words[1]).has_value() != onlyOld) {
     return call.answer.none();
   }
-  if (!store_.set(words[1], words[2], expiry)) return call.answer.error(noRoom);
-  background_.storeChanged();
+  if (!call.service.store.set(words[1], words[2], expiry)) return call.answer.error(noRoom);
+  call.service.background.storeChanged();
   call.answer.simple("OK");
 }
 
-void Commands::mget(Call& call) {
+void mget(Call& call) {
   const std::size_t before = call.answer.size();
   call.answer.array(call.words.size() - 1);
   for (const std::string_view key : std::span(call.words).subspan(1)) {
-    const auto value = store_.get(key);
+    const auto value = call.service.store.get(key);
     value ? call.answer.bulk(*value) : call.answer.none();
     if (call.answer.size() - before > answerLimit) {
       call.answer.sizeIs(before);
@@ -65,74 +64,89 @@ void Commands::mget(Call& call) {
   }
 }
 
-void Commands::mset(Call& call) {
+void mset(Call& call) {
   if (call.words.size() % 2 == 0) {
     return call.answer.error("ERR wrong number of arguments for 'mset' command");
   }
   bool room = true;
   for (std::size_t word = 1; word < call.words.size() && room; word += 2) {
-    room = store_.set(call.words[word], call.words[word + 1]);
+    room = call.service.store.set(call.words[word], call.words[word + 1]);
   }
-  background_.storeChanged();
+  call.service.background.storeChanged();
   room ? call.answer.simple("OK") : call.answer.error(noRoom);
 }
 
-void Commands::del(Call& call) {
-  const auto keys = std::span(call.words).subspan(1);
-  call.answer.integer(std::ranges::count_if(keys, [&](auto key) { return store_.erase(key); }));
-  background_.storeChanged();
-}
-
-void Commands::exists(Call& call) {
+void del(Call& call) {
   const auto keys = std::span(call.words).subspan(1);
   call.answer.integer(
-      std::ranges::count_if(keys, [&](auto key) { return store_.get(key).has_value(); }));
+      std::ranges::count_if(keys, [&](auto key) { return call.service.store.erase(key); }));
+  call.service.background.storeChanged();
 }
 
-void Commands::incrby(Call& call) {
-  if (const auto difference = call.number(2)) add(call, *difference);
+void exists(Call& call) {
+  const auto keys = std::span(call.words).subspan(1);
+  call.answer.integer(std::ranges::count_if(
+      keys, [&](auto key) { return call.service.store.get(key).has_value(); }));
 }
 
-void Commands::add(Call& call, std::int64_t difference) {
+void add(Call& call, std::int64_t difference) {
   const std::string_view key = call.words[1];
-  const auto text = store_.get(key);
+  const auto text = call.service.store.get(key);
   const auto before = numberOf(text.value_or("0"));
   if (!before) return call.answer.error("ERR value is not an integer or out of range");
   std::int64_t sum = 0;
   if (__builtin_add_overflow(*before, difference, &sum)) {
     return call.answer.error("ERR increment or decrement would overflow");
   }
-  const Tarvo::Time expiry = store_.expiry(key).value_or(Store::forever);
-  if (!store_.set(key, std::to_string(sum), expiry)) return call.answer.error(noRoom);
-  background_.storeChanged();
+  const Tarvo::Time expiry = call.service.store.expiry(key).value_or(Store::forever);
+  if (!call.service.store.set(key, std::to_string(sum), expiry)) return call.answer.error(noRoom);
+  call.service.background.storeChanged();
   call.answer.integer(sum);
 }
 
-void Commands::expireIn(Call& call, double unit) {
+void expireIn(Call& call, double unit) {
   const auto life = call.number(2);
   if (!life) return;
   const double seconds = static_cast<double>(*life) * unit;
   if (seconds > longestLife) return call.answer.error("ERR invalid expire time");
-  const bool there = seconds > 0 ? store_.expiryIs(call.words[1], Tarvo::time() + seconds)
-                                 : store_.erase(call.words[1]);
-  background_.storeChanged();
+  const bool there = seconds > 0
+                         ? call.service.store.expiryIs(call.words[1], Tarvo::time() + seconds)
+                         : call.service.store.erase(call.words[1]);
+  call.service.background.storeChanged();
   call.answer.integer(there ? 1 : 0);
 }
 
-void Commands::lifeLeft(Call& call, double unit) {
-  const auto expiry = store_.expiry(call.words[1]);
+void lifeLeft(Call& call, double unit) {
+  const auto expiry = call.service.store.expiry(call.words[1]);
   if (!expiry) return call.answer.integer(-2);
   if (*expiry == Store::forever) return call.answer.integer(-1);
   call.answer.integer(std::llround((*expiry - Tarvo::time()) / unit));
 }
 
-void Commands::dbsize(Call& call) {
-  call.answer.integer(static_cast<std::int64_t>(store_.keyCount()));
-}
+constexpr std::array commands{
+    // The most frequent ones stand first.
+    Command{"get", 2, get},
+    Command{"set", -3, set},
+    Command{"mget", -2, mget},
+    Command{"mset", -3, mset},
+    Command{"incr", 2, [](Call& call) { add(call, 1); }},
+    Command{"decr", 2, [](Call& call) { add(call, -1); }},
+    Command{"incrby", 3,
+            [](Call& call) {
+              if (const auto by = call.number(2)) add(call, *by);
+            }},
+    Command{"del", -2, del},
+    Command{"exists", -2, exists},
+    Command{"expire", 3, [](Call& call) { expireIn(call, 1); }},
+    Command{"pexpire", 3, [](Call& call) { expireIn(call, 1e-3); }},
+    Command{"ttl", 2, [](Call& call) { lifeLeft(call, 1); }},
+    Command{"pttl", 2, [](Call& call) { lifeLeft(call, 1e-3); }},
+    Command{"dbsize", 1, [](Call& call) { call.answer.count(call.service.store.keyCount()); }},
+    Command{"flushdb", 1, [](Call& call) { call.service.store.clear(), call.answer.simple("OK"); }},
+};
 
-void Commands::flushdb(Call& call) {
-  store_.clear();
-  call.answer.simple("OK");
-}
+}  // namespace
+
+std::span<const Command> keyCommands() { return commands; }
 
 }  // namespace kv

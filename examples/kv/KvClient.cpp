@@ -3,9 +3,9 @@
 ///     KvClient port connections seconds < list
 ///
 /// The list names files, whose contents become values, one path a line. The load is a mix of
-/// requests, for so many seconds without the service's background work and for so many with it.
-/// The service must be fresh and have no other clients.
-/// Exits non-zero when an answer was wrong or missing. Worker.h tells what happens when.
+/// requests, for so many seconds without the service's background work and for so many with it,
+/// while some odd clients behave badly beside it. The service must be fresh and have no other
+/// clients. Exits non-zero when an answer was wrong or missing.
 
 #include <fmt/format.h>
 
@@ -18,11 +18,15 @@
 #include <string>
 #include <vector>
 
-#include "LoadTest.h"
-#include "Tarvo/Exception.h"
+#include "Measurement.h"
+#include "OddClient.h"
+#include "Worker.h"
+
+namespace kv {
 
 namespace {
 
+constexpr double patience = 60;  // seconds for what must come to an end
 constexpr std::size_t fileLimit = 500'000;
 constexpr std::size_t sumLimit = 8'000'000;
 constexpr std::size_t nameLimit = 200;
@@ -36,8 +40,8 @@ std::string keyOf(std::size_t number, std::string path) {
 
 /// Leaves out what cannot be read or is too large for the service, and what is beyond some
 /// megabytes altogether.
-std::vector<kv::File> readFiles(std::istream& list) {
-  std::vector<kv::File> files;
+std::vector<File> readFiles(std::istream& list) {
+  std::vector<File> files;
   std::size_t sum = 0;
   for (std::string path; std::getline(list, path);) {
     std::ifstream file(path, std::ios::binary);
@@ -52,7 +56,102 @@ std::vector<kv::File> readFiles(std::istream& list) {
   return files;
 }
 
+/// Workers that go through the same phases together.
+class LoadTest {
+ public:
+  LoadTest(int port, unsigned int workers, const std::vector<File>& files) {
+    for (auto& script : {halfRequest(), nonsense(), lateReader()}) {
+      oddClients_.push_back(std::make_shared<OddClient>(scheduler_, port, script));
+    }
+    for (unsigned int number = 0; number < workers; ++number) {
+      workers_.push_back(std::make_shared<Worker>(scheduler_, port, number, files, score_));
+    }
+  }
+
+  /// False when anything was wrong.
+  bool run(double seconds) {
+    finish(Worker::Phase::load);
+    backgroundIs("off");
+    Measurement quiet = measure(seconds);
+    backgroundIs("on");
+    Measurement busy = measure(seconds);
+    finish(Worker::Phase::verify);
+    for (const auto& client : oddClients_) waitFor([&] { return client->dropped(); });
+    checkCount();
+    finish(Worker::Phase::rest);
+
+    Measurement::printHeading();
+    quiet.print("off");
+    busy.print("on");
+    for (const auto& client : oddClients_) {
+      fmt::print("{}\n", client->text());
+      score_.wrong += client->isRight() ? 0 : 1;
+    }
+    fmt::print("{} answers checked byte for byte, {} wrong; {} keys stored, {:.1f} MB\n",
+               score_.answers, score_.wrong, keys_, static_cast<double>(bytes_) / 1e6);
+    return score_.wrong == 0;
+  }
+
+ private:
+  template <typename Condition>
+  void waitFor(const Condition& condition) {
+    const Tarvo::Time end = Tarvo::time() + patience;
+    while (!condition()) {
+      if (Tarvo::time() > end) Tarvo::RuntimeException::throwException("no end of it");
+      Tarvo::Platform::doEventLoop(0.005);
+    }
+  }
+
+  void begin(Worker::Phase phase) {
+    for (const auto& worker : workers_) worker->phaseIs(phase);
+  }
+
+  void finish(Worker::Phase phase) {
+    begin(phase);
+    waitFor([&] { return std::ranges::all_of(workers_, &Worker::finished, toWorker); });
+  }
+
+  Measurement measure(double seconds) {
+    score_.latencies.clear();
+    begin(Worker::Phase::mix);
+    const Tarvo::Time start = Tarvo::time();
+    Tarvo::Platform::doEventLoop(seconds);
+    return {Tarvo::time() - start, std::move(score_.latencies)};
+  }
+
+  void backgroundIs(const char* state) {
+    workers_.front()->ask({"CONFIG", "SET", "background", state},
+                          [](const Answer& answer, auto) { return answer.is('+', "OK"); });
+    finish(Worker::Phase::read);
+  }
+
+  /// Whether the service has what all workers together have stored.
+  void checkCount() {
+    for (const auto& worker : workers_) {
+      keys_ += worker->keyCount();
+      bytes_ += worker->valueBytes();
+    }
+    workers_.front()->ask({"DBSIZE"}, [this](const Answer& answer, auto) {
+      return answer.is(':', std::to_string(keys_));
+    });
+    workers_.front()->ask({"INFO"}, [this](const Answer& answer, auto) {
+      return answer.text.find(fmt::format("\r\nvalue_bytes:{}\r\n", bytes_)) != std::string::npos;
+    });
+  }
+
+  static Worker& toWorker(const std::shared_ptr<Worker>& worker) { return *worker; }
+
+  std::shared_ptr<Tarvo::TaskScheduler> scheduler_ = Tarvo::schedulerRootTarvo();
+  Score score_;
+  std::vector<std::shared_ptr<Worker>> workers_;
+  std::vector<std::shared_ptr<OddClient>> oddClients_;
+  std::size_t keys_ = 0;
+  std::size_t bytes_ = 0;
+};
+
 }  // namespace
+
+}  // namespace kv
 
 int main(int argc, char** argv) {
   const double seconds = argc == 4 ? std::strtod(argv[3], nullptr) : 0;
@@ -61,16 +160,14 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: KvClient port connections seconds < list-of-files\n");
     return 2;
   }
+  const std::vector<kv::File> files = kv::readFiles(std::cin);
+  if (files.empty()) {
+    std::fprintf(stderr, "KvClient: the list names no file\n");
+    return 2;
+  }
   try {
-    const std::vector<kv::File> files = readFiles(std::cin);
-    if (files.empty()) {
-      std::fprintf(stderr, "KvClient: the list names no file\n");
-      return 2;
-    }
-    kv::LoadTest test(std::atoi(argv[1]), static_cast<unsigned>(connections), seconds, files);
-    const bool right = test.run();
-    test.printSummary();
-    return right ? 0 : 1;
+    kv::LoadTest test(std::atoi(argv[1]), static_cast<unsigned>(connections), files);
+    return test.run(seconds) ? 0 : 1;
   } catch (const Tarvo::Exception& e) {
     std::fprintf(stderr, "KvClient: %s\n", e.msg().c_str());
     return 1;

@@ -20,14 +20,11 @@
 #include <fstream>
 #include <iostream>
 #include <memory>
-#include <sstream>
 #include <string>
 
-#include "Background.h"
 #include "Commands.h"
 #include "Descriptor.h"
 #include "Listener.h"
-#include "Store.h"
 #include "Tarvo/TaskScheduler.h"
 
 namespace {
@@ -65,75 +62,44 @@ class StopSignals : public Tarvo::FileDescriptorTask {
   kv::Descriptor signals_;
 };
 
-class Service {
- public:
-  Service(double idleSeconds, std::string directory, int port)
-      : directory_(std::move(directory)),
-        signals_(std::make_shared<StopSignals>(root_)),
-        background_(root_, store_),
-        commands_(*root_, store_, background_),
-        listener_(std::make_shared<kv::Listener>(root_, commands_, idleSeconds, port)) {
-    if (!directory_.empty()) root_->historyEntryCountIs(20'000);  // the last second, about
-  }
+void leaveFile(const std::string& path, const std::string& text) {
+  std::ofstream file(path, std::ios::trunc);
+  file << text;
+  if (!file.flush()) fmt::print(stderr, "cannot write {}\n", path);
+}
 
-  /// Returns when it was told to stop.
-  void run() {
-    fmt::print("port {}\n", listener_->port());
-    std::fflush(stdout);
-    try {
-      Tarvo::Platform::doEventLoop();
-    } catch (const Stopped&) {
-      lastEvents_ = lastEvents(12);  // before the end fills the history
-      leaveFile("stats.json", root_->statsRenderJson());
-      leaveFile("timeline.json", root_->timelineRenderJson());
+void report(const kv::Service& service) {
+  const auto megabytes = [](std::size_t bytes) { return static_cast<double>(bytes) / 1e6; };
+  const kv::Store& store = service.store;
+  const kv::Digest& digest = service.background.digest();
+  service.root->statsRenderTextForDebug(std::cout);
+  std::cout << std::flush;
+  fmt::print("data    {} keys, {:.1f} MB in {:.1f} MB of memory; {:.0f} MB of garbage given back\n",
+             store.keyCount(), megabytes(store.valueBytes()), megabytes(store.log().bytes()),
+             megabytes(store.freedBytes()));
+  fmt::print("digest  {} rounds over all data; {} values corrupt\n", digest.rounds(),
+             digest.corruptValues());
+}
+
+/// Returns when it was told to stop.
+void serve(double idleSeconds, const std::string& directory, int port) {
+  kv::Service service;
+  const auto signals = std::make_shared<StopSignals>(service.root);
+  auto listener = std::make_shared<kv::Listener>(service, idleSeconds, port);
+  if (!directory.empty()) service.root->historyEntryCountIs(20'000);  // the last second, about
+  fmt::print("port {}\n", listener->port());
+  std::fflush(stdout);
+  try {
+    Tarvo::Platform::doEventLoop();
+  } catch (const Stopped&) {
+    if (!directory.empty()) {
+      leaveFile(directory + "/stats.json", service.root->statsRenderJson());
+      leaveFile(directory + "/timeline.json", service.root->timelineRenderJson());
     }
-    listener_.reset();
-    background_.stop();
-    signals_.reset();
   }
-
-  void report() const {
-    root_->statsRenderTextForDebug(std::cout);
-    std::cout << std::flush;
-    const auto megabytes = [](std::size_t bytes) { return static_cast<double>(bytes) / 1e6; };
-    fmt::print(
-        "data    {} keys, {:.1f} MB in {:.1f} MB of memory; {:.0f} MB of garbage given back\n",
-        store_.keyCount(), megabytes(store_.valueBytes()), megabytes(store_.log().bytes()),
-        megabytes(store_.freedBytes()));
-    const auto digest = background_.group().completedTaskStatForTest("digest");
-    const double work = digest ? static_cast<double>(digest->taskTotalRunTime()) / 1e6 : 0;
-    fmt::print("digest  {} rounds over all data in {:.1f} ms of work; {} values corrupt\n",
-               background_.digestRounds(), work, background_.corruptValues());
-    fmt::print("the last events, the newest first:\n{}", lastEvents_);
-  }
-
- private:
-  void leaveFile(const char* name, const std::string& text) const {
-    if (directory_.empty()) return;
-    std::ofstream file(directory_ + "/" + name, std::ios::trunc);
-    file << text;
-    if (!file.flush()) fmt::print(stderr, "cannot write {} in {}\n", name, directory_);
-  }
-
-  std::string lastEvents(int count) const {
-    std::istringstream history(root_->historyRenderTextForDebugToString());
-    std::string events;
-    std::string line;
-    for (int number = -2; number < count && std::getline(history, line); ++number) {
-      if (number >= 0 && !line.empty()) events += line + "\n";  // behind two lines of heading
-    }
-    return events;
-  }
-
-  std::string directory_;
-  std::shared_ptr<Tarvo::TaskSchedulerRoot> root_ = Tarvo::schedulerRootTarvo();
-  std::shared_ptr<StopSignals> signals_;
-  kv::Store store_;
-  kv::Background background_;
-  kv::Commands commands_;
-  std::shared_ptr<kv::Listener> listener_;
-  std::string lastEvents_;
-};
+  listener.reset();
+  report(service);
+}
 
 }  // namespace
 
@@ -144,9 +110,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   try {
-    Service service(idleSeconds, argc > 2 ? argv[2] : "", argc > 3 ? std::atoi(argv[3]) : 0);
-    service.run();
-    service.report();
+    serve(idleSeconds, argc > 2 ? argv[2] : "", argc > 3 ? std::atoi(argv[3]) : 0);
     return 0;
   } catch (const Tarvo::Exception& e) {
     std::fprintf(stderr, "KvService: %s\n", e.msg().c_str());

@@ -1,8 +1,13 @@
 #ifndef TARVO_EXAMPLES_KV_LISTENER_H
 #define TARVO_EXAMPLES_KV_LISTENER_H
 
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <chrono>
 #include <map>
 #include <memory>
+#include <utility>
 
 #include "Connection.h"
 #include "Descriptor.h"
@@ -12,26 +17,96 @@
 
 namespace kv {
 
+using namespace std::chrono_literals;
+
 /// Accepts clients on a port of the loopback interface, any free one for port 0, and owns their
 /// connections.
 class Listener : public Tarvo::FileDescriptorTask, Tarvo::Debuggable {
  public:
-  Listener(const std::shared_ptr<Tarvo::TaskScheduler>& scheduler, Commands& commands,
-           double idleSeconds, int port);
-  ~Listener() override;
+  Listener(Service& service, double idleSeconds, int port)
+      : FileDescriptorTask(service.root, Tarvo::TaskPriority::high, "listener"),
+        Debuggable("Kv"),
+        service_(service),
+        idleSeconds_(idleSeconds),
+        socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0), "socket"),
+        retry_(std::make_shared<Timer>(service.root, "accept again", [this] { resume(); })) {
+    const int on = 1;
+    setsockopt(socket_.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    const sockaddr_in address = loopback(port);
+    const auto* raw = reinterpret_cast<const sockaddr*>(&address);
+    if (bind(socket_.get(), raw, sizeof address) != 0) failWith("bind");
+    if (listen(socket_.get(), SOMAXCONN) != 0) failWith("listen");
+    taskWatchFdIs(socket_.get());
+    TARVO_TRACE(*this, 0, "serving on port {}", this->port());
+  }
+  ~Listener() override { taskWatchFdDel(); }
 
-  int port() const;
+  int port() const {
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+    if (getsockname(socket_.get(), reinterpret_cast<sockaddr*>(&address), &size) != 0) {
+      failWith("getsockname");
+    }
+    return ntohs(address.sin_port);
+  }
 
  private:
-  void taskExecuteReadable() override;
+  void taskExecuteReadable() override {
+    do {
+      const int fd = accept4(socket_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+      if (fd < 0) return acceptFailed(errno);
+      admit(Descriptor(fd, "accept"));
+    } while (!taskShouldYield());
+  }
   void taskExecuteWritable() override {}
-  void admit(Descriptor socket);
-  void acceptFailed(int error);
-  void left(Connection& connection);
-  void pause();
-  void resume();
 
-  Commands& commands_;
+  void admit(Descriptor socket) {
+    sendAtOnce(socket);
+    const auto connection = std::make_shared<Connection>(service_, std::move(socket), idleSeconds_,
+                                                         [this](Connection& over) { left(over); });
+    connections_.emplace(connection->fd(), connection);
+    taskWorkCountInc(1);
+    TARVO_TRACE(*this, 1, "client {}: accepted, {} connected", connection->fd(),
+                connections_.size());
+  }
+
+  void acceptFailed(int error) {
+    switch (error) {
+      case EMFILE:
+      case ENFILE:
+      case ENOBUFS:
+      case ENOMEM:
+        return pause();
+      case EBADF:
+      case EINVAL:
+      case ENOTSOCK:
+      case EOPNOTSUPP:
+        errno = error;
+        failWith("accept");
+      default:  // nobody there, or gone again
+        return;
+    }
+  }
+
+  // Whoever waits would be reported again and again while there is no descriptor for him.
+  void pause() {
+    TARVO_TRACE(*this, 0, "no room for another client, {} connected", connections_.size());
+    taskWatchReadableIs(false);
+    retry_->scheduleTaskDelay(100ms);
+  }
+
+  void resume() {
+    retry_->stopTimerTask();
+    taskWatchReadableIs(true);
+  }
+
+  // The connection may be destroyed by this.
+  void left(Connection& connection) {
+    connections_.erase(connection.fd());
+    resume();
+  }
+
+  Service& service_;
   double idleSeconds_;
   Descriptor socket_;
   std::map<int, std::shared_ptr<Connection>> connections_;

@@ -1,26 +1,33 @@
 #ifndef TARVO_EXAMPLES_KV_MEASUREMENT_H
 #define TARVO_EXAMPLES_KV_MEASUREMENT_H
 
-#include <vector>
+#include <fmt/format.h>
 
-#include "Tarvo/TaskTime.h"
+#include <algorithm>
+#include <cstddef>
+#include <vector>
 
 namespace kv {
 
 /// How fast a service answered for some time.
-class Measurement {
- public:
-  void begin(Tarvo::Time now) { begin_ = now; }
-  void end(Tarvo::Time now) { end_ = now; }
-  void answered(double latency) { latencies_.push_back(static_cast<float>(latency)); }
+struct Measurement {
+  double seconds = 0;
+  std::vector<float> latencies = {};  // seconds
 
-  static void printHeading(const char* title);
-  void print(const char* title) const;
-
- private:
-  Tarvo::Time begin_ = 0;
-  Tarvo::Time end_ = 0;
-  std::vector<float> latencies_;  // seconds
+  static void printHeading() {
+    fmt::print("{:<16} {:>10} {:>8} {:>8} {:>8} {:>8} {:>8}\n", "background work", "requests/s",
+               "p50 ms", "p90 ms", "p99 ms", "p99.9 ms", "max ms");
+  }
+  void print(const char* title) {
+    std::ranges::sort(latencies);
+    const auto count = static_cast<double>(latencies.size());
+    fmt::print("{:<16} {:>10.0f}", title, count / seconds);
+    for (const double part : {0.5, 0.9, 0.99, 0.999, 1.0}) {
+      const auto rank = std::min(static_cast<std::size_t>(part * count), latencies.size() - 1);
+      fmt::print(" {:>8.2f}", latencies.empty() ? 0 : static_cast<double>(latencies[rank]) * 1e3);
+    }
+    fmt::print("\n");
+  }
 };
 
 }  // namespace kv

@@ -64,6 +64,7 @@ class Writer {
   void simple(std::string_view text) { line('+', text); }
   void error(std::string_view text) { line('-', text); }
   void integer(std::int64_t value) { number(':', value); }
+  void count(std::size_t value) { integer(static_cast<std::int64_t>(value)); }
   void bulk(std::string_view bytes);
   void none() { line('$', "-1"); }
   void array(std::size_t count) { number('*', static_cast<std::int64_t>(count)); }

@@ -11,25 +11,25 @@
 
 namespace kv {
 
-void Commands::ping(Call& call) {
+namespace {
+
+void ping(Call& call) {
   if (call.words.size() > 2) return call.syntaxError();
   call.words.size() == 2 ? call.answer.bulk(call.words[1]) : call.answer.simple("PONG");
 }
 
-void Commands::echo(Call& call) { call.answer.bulk(call.words[1]); }
-
-void Commands::select(Call& call) {
+void select(Call& call) {
   const auto number = call.number(1);
   if (!number) return;
   *number == 0 ? call.answer.simple("OK") : call.answer.error("ERR DB index is out of range");
 }
 
-void Commands::quit(Call& call) {
+void quit(Call& call) {
   call.session.over = true;
   call.answer.simple("OK");
 }
 
-void Commands::client(Call& call) {
+void client(Call& call) {
   if (call.words.size() == 3 && is(call.words[1], "setname")) {
     call.session.name = call.words[2];
     call.answer.simple("OK");
@@ -40,13 +40,23 @@ void Commands::client(Call& call) {
   }
 }
 
+void configSet(Call& call) {
+  if (call.words.size() != 4 || !is(call.words[2], "background")) {
+    return call.answer.error("ERR Unknown option or number of arguments for CONFIG SET");
+  }
+  const bool on = is(call.words[3], "on");
+  if (!on && !is(call.words[3], "off")) return call.answer.error("ERR on or off?");
+  call.service.background.onIs(on);
+  call.answer.simple("OK");
+}
+
 // CONFIG SET background on|off is the one setting that there is; the others say what is so.
-void Commands::config(Call& call) {
+void config(Call& call) {
   if (is(call.words[1], "set")) return configSet(call);
   if (!is(call.words[1], "get") || call.words.size() != 3) return call.syntaxError();
   const std::array<std::pair<const char*, std::string>, 5> settings{{
       {"appendonly", "no"},
-      {"background", background_.on() ? "on" : "off"},
+      {"background", call.service.background.on() ? "on" : "off"},
       {"databases", "1"},
       {"maxmemory", std::to_string(Store::sizeLimit)},
       {"save", ""},
@@ -61,17 +71,8 @@ void Commands::config(Call& call) {
   for (const std::string_view word : found) call.answer.bulk(word);
 }
 
-void Commands::configSet(Call& call) {
-  if (call.words.size() != 4 || !is(call.words[2], "background")) {
-    return call.answer.error("ERR Unknown option or number of arguments for CONFIG SET");
-  }
-  const bool on = is(call.words[3], "on");
-  if (!on && !is(call.words[3], "off")) return call.answer.error("ERR on or off?");
-  background_.onIs(on);
-  call.answer.simple("OK");
-}
-
-void Commands::info(Call& call) {
+void info(Call& call) {
+  const Service& service = call.service;
   std::string text = fmt::format(
       "# Server\r\nprocess_id:{}\r\n"
       "# Clients\r\nconnected_clients:{}\r\n"
@@ -79,15 +80,49 @@ void Commands::info(Call& call) {
       "# Memory\r\nused_memory:{}\r\ngarbage_bytes:{}\r\nvalue_bytes:{}\r\nmaxmemory:{}\r\n"
       "# Background\r\nbackground:{}\r\ndigest_rounds:{}\r\ncorrupt_values:{}\r\nfreed_bytes:{}\r\n"
       "# Keyspace\r\ndb0:keys={},expires={},avg_ttl=0\r\n# Tasks\r\n",
-      getpid(), clients_, clientsAccepted_, executed_, store_.log().bytes(),
-      store_.log().garbageBytes(), store_.valueBytes(), Store::sizeLimit,
-      background_.on() ? "on" : "off", background_.digestRounds(), background_.corruptValues(),
-      store_.freedBytes(), store_.keyCount(), store_.expiringCount());
-  for (const char c : root_.statsRenderTextForDebugToString()) {
+      getpid(), service.clients, service.clientsAccepted, service.executed,
+      service.store.log().bytes(), service.store.log().garbageBytes(), service.store.valueBytes(),
+      Store::sizeLimit, service.background.on() ? "on" : "off",
+      service.background.digest().rounds(), service.background.digest().corruptValues(),
+      service.store.freedBytes(), service.store.keyCount(), service.store.expiringCount());
+  for (const char c : service.root->statsRenderTextForDebugToString()) {
     if (c == '\n') text += '\r';
     text += c;
   }
   call.answer.bulk(text);
 }
+
+// For each: name, number of words, no flags, no places of keys.
+void command(Call& call) {
+  const auto tables = {keyCommands(), serverCommands()};
+  const std::size_t count = keyCommands().size() + serverCommands().size();
+  if (call.words.size() == 2 && is(call.words[1], "count")) return call.answer.count(count);
+  if (call.words.size() > 1) return call.answer.array(0);  // no documentation
+  call.answer.array(count);
+  for (const auto& table : tables) {
+    for (const Command& command : table) {
+      call.answer.array(6);
+      call.answer.bulk(command.name);
+      call.answer.integer(command.words);
+      call.answer.array(0);
+      for (int place = 0; place < 3; ++place) call.answer.integer(0);
+    }
+  }
+}
+
+constexpr std::array commands{
+    Command{"ping", -1, ping},
+    Command{"echo", 2, [](Call& call) { call.answer.bulk(call.words[1]); }},
+    Command{"select", 2, select},
+    Command{"quit", 1, quit},
+    Command{"client", -2, client},
+    Command{"command", -1, command},
+    Command{"config", -2, config},
+    Command{"info", -1, info},
+};
+
+}  // namespace
+
+std::span<const Command> serverCommands() { return commands; }
 
 }  // namespace kv

@@ -1,9 +1,6 @@
 #include "Worker.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
-#include <utility>
 
 namespace kv {
 
@@ -11,14 +8,15 @@ namespace {
 
 constexpr std::size_t bulkDepth = 16;  // requests on their way at a time
 constexpr std::size_t mortalKeys = 8;
+constexpr std::size_t faultsShown = 5;
 
 }  // namespace
 
 Worker::Worker(std::shared_ptr<Tarvo::TaskScheduler> scheduler, int port, unsigned int number,
-               const std::vector<File>& files, Foreman& foreman)
+               const std::vector<File>& files, Score& score)
     : Client(std::move(scheduler), port, "worker"),
       number_(number),
-      foreman_(foreman),
+      score_(score),
       fileCount_(files.size()),
       random_(number + 1) {
   for (const File& file : files) {
@@ -31,8 +29,8 @@ Worker::Worker(std::shared_ptr<Tarvo::TaskScheduler> scheduler, int port, unsign
 
 // What a key stands for.
 
-std::string Worker::Key::heading(unsigned int ofVersion) const {
-  return fmt::format("{} version {}\n", name, ofVersion);
+std::string Worker::Key::value(unsigned int ofVersion) const {
+  return fmt::format("{} version {}\n{}", name, ofVersion, file->contents);
 }
 
 bool Worker::Key::mayBeThere(Tarvo::Time sent) const {
@@ -43,20 +41,13 @@ bool Worker::Key::mayBeGone(Tarvo::Time answered) const {
   return !present || (life != 0 && answered - setSent >= life);
 }
 
-bool Worker::Key::isValue(std::string_view value) const {
-  const std::string begin = heading(version);
-  return value.starts_with(begin) && value.substr(begin.size()) == file->contents;
-}
-
 std::size_t Worker::keyCount() const {
   return static_cast<std::size_t>(std::ranges::count_if(keys_, &Key::lasts));
 }
 
 std::size_t Worker::valueBytes() const {
   std::size_t bytes = 0;
-  for (const Key& key : keys_) {
-    if (key.lasts()) bytes += key.heading(key.version).size() + key.file->contents.size();
-  }
+  for (const Key& key : keys_) bytes += key.lasts() ? key.value(key.version).size() : 0;
   return bytes;
 }
 
@@ -71,7 +62,7 @@ void Worker::ask(std::initializer_list<std::string_view> words, Check right) {
 
 void Worker::get(Key& key) {
   ask({"GET", key.name}, [&key, sent = Tarvo::time()](const Answer& answer, Tarvo::Time now) {
-    if (!answer.none) return answer.type == '$' && key.mayBeThere(sent) && key.isValue(answer.text);
+    if (!answer.none) return key.mayBeThere(sent) && answer.is('$', key.value(key.version));
     const bool right = key.mayBeGone(now);
     key.present = false;
     return right;
@@ -89,7 +80,7 @@ void Worker::set(Key& key, unsigned int milliseconds) {
     key.setAnswered = now;
     return answer.is('+', "OK");
   };
-  const std::string value = key.heading(version) + key.file->contents;
+  const std::string value = key.value(version);
   if (milliseconds == 0) return ask({"SET", key.name, value}, std::move(right));
   ask({"SET", key.name, value, "PX", std::to_string(milliseconds)}, std::move(right));
 }
@@ -103,104 +94,75 @@ void Worker::del(Key& key) {
   });
 }
 
-void Worker::count() {
-  ask({"DBSIZE"}, [this](const Answer& answer, Tarvo::Time) {
-    return answer.is(':', std::to_string(foreman_.keyCount()));
-  });
-  ask({"INFO"}, [this](const Answer& answer, Tarvo::Time) {
-    const std::string bytes = fmt::format("\r\nvalue_bytes:{}\r\n", foreman_.valueBytes());
-    return answer.type == '$' && answer.text.find(bytes) != std::string_view::npos;
-  });
-}
+// Answers.
 
 void Worker::heard(std::string_view bytes) {
   in_ += bytes;
   std::string_view rest = in_;
   while (const auto answer = parseAnswer(rest)) {
-    if (pending_.empty()) return foreman_.failed("an answer that nobody asked for");
-    const Pending pending = std::move(pending_.front());
-    pending_.pop_front();
-    const Tarvo::Time now = Tarvo::time();
-    foreman_.answered(pending.phase, now - pending.sent);
-    if (!pending.right(*answer, now)) {
-      foreman_.wrong(fmt::format("connection {}: wrong answer {}{} to {}", number_, answer->type,
-                                 answer->text.substr(0, 80), pending.request));
-    }
+    answered(*answer);
     rest.remove_prefix(answer->size);
   }
   in_.erase(0, in_.size() - rest.size());
   proceed();
-  send();
 }
 
-void Worker::closed() { foreman_.failed(fmt::format("connection {} was closed", number_)); }
+void Worker::answered(const Answer& answer) {
+  if (pending_.empty()) failWith("an answer that nobody asked for");
+  const Pending pending = std::move(pending_.front());
+  pending_.pop_front();
+  const Tarvo::Time now = Tarvo::time();
+  ++score_.answers;
+  if (pending.phase == Phase::mix) {
+    score_.latencies.push_back(static_cast<float>(now - pending.sent));
+  }
+  if (pending.right(answer, now) || ++score_.wrong > faultsShown) return;
+  fmt::print("connection {}: wrong answer {}{} to {}\n", number_, answer.type,
+             answer.text.substr(0, 80), pending.request);
+}
+
+void Worker::closed() { failWith("connection lost"); }
 
 // The phases.
 
-void Worker::begin(Phase phase) {
+void Worker::phaseIs(Phase phase) {
   phase_ = phase;
   next_ = 0;
   finished_ = false;
   proceed();
-  send();
 }
 
 void Worker::proceed() {
   while (next_ < partOfPhase() && pending_.size() < bulkDepth) askForPart(next_++);
-  if (!pending_.empty()) return;
-  if (phase_ == Phase::quiet || phase_ == Phase::busy) return askMix();
-  if (!std::exchange(finished_, true)) foreman_.finished();  // after the last one's the next begins
-  if (pending_.empty() && phase_ != Phase::over) get(anyFile());
+  if (pending_.empty() && phase_ == Phase::mix) askMix();
+  finished_ = finished_ || pending_.empty();
+  if (pending_.empty() && phase_ != Phase::rest) get(anyFile());
+  send();
 }
 
 std::size_t Worker::partOfPhase() const {
-  switch (phase_) {
-    case Phase::load:
-      return fileCount_;
-    case Phase::verify:
-      return keys_.size() + mortalKeys;
-    case Phase::switchOff:
-    case Phase::switchOn:
-    case Phase::count:
-      return number_ == 0 ? 1 : 0;
-    default:
-      return 0;
-  }
+  if (phase_ == Phase::load) return fileCount_;
+  return phase_ == Phase::verify ? keys_.size() + mortalKeys : 0;
 }
 
 void Worker::askForPart(std::size_t number) {
-  const Check ok = [](const Answer& answer, Tarvo::Time) { return answer.is('+', "OK"); };
-  switch (phase_) {
-    case Phase::load:
-      return set(keys_[number]);
-    case Phase::verify:
-      // At the end the mortal ones are deleted, so that there is no doubt about the count.
-      return number < keys_.size() ? get(keys_[number]) : del(keys_[number - mortalKeys]);
-    case Phase::switchOff:
-      return ask({"CONFIG", "SET", "background", "off"}, ok);
-    case Phase::switchOn:
-      return ask({"CONFIG", "SET", "background", "on"}, ok);
-    default:
-      return count();
-  }
+  if (phase_ == Phase::load) return set(keys_[number]);
+  // At the end the mortal ones are deleted, so that there is no doubt about the count.
+  number < keys_.size() ? get(keys_[number]) : del(keys_[number - mortalKeys]);
 }
 
 void Worker::askMix() {
   const auto percent = random_() % 100;
   Key& key = anyFile();
+  Key& mortal = keys_[fileCount_ + random_() % mortalKeys];
   if (percent < 80) return get(key);
   if (percent < 90) return set(key);
-  if (percent >= 93) return askMortal();
-  del(key);
-  get(key);
-}
-
-void Worker::askMortal() {
-  Key& key = keys_[fileCount_ + random_() % mortalKeys];
-  if (random_() % 2 != 0) return get(key);
-  const auto milliseconds = static_cast<unsigned int>(1 + random_() % 100);
-  const bool lasting = random_() % 8 == 0;
-  set(key, lasting ? 0 : milliseconds);
+  if (percent < 93) {
+    del(key);
+    return get(key);
+  }
+  if (percent < 96) return get(mortal);
+  set(mortal, random_() % 8 == 0 ? 0 : static_cast<unsigned int>(1 + random_() % 100));
 }
 
 }  // namespace kv

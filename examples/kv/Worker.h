@@ -1,7 +1,7 @@
 #ifndef TARVO_EXAMPLES_KV_WORKER_H
 #define TARVO_EXAMPLES_KV_WORKER_H
 
-/// One connection that sends requests, as the phase has it, and checks every answer.
+/// One connection that sends requests and checks every answer.
 ///
 /// The keys of a worker are used by nobody else, so it knows for each answer whether it is right,
 /// byte for byte. Each file has a key. Its value tells the key, a version and the file's contents.
@@ -15,7 +15,6 @@
 #include <deque>
 #include <functional>
 #include <initializer_list>
-#include <memory>
 #include <random>
 #include <string>
 #include <string_view>
@@ -31,41 +30,33 @@ struct File {
   std::string contents;
 };
 
-/// What the workers are doing. Whoever has finished its part of a phase goes on reading its keys
-/// until the others have too.
-enum class Phase : std::uint8_t {
-  load,       // each file once
-  switchOff,  // the background work
-  quiet,      // a mix of requests, for some time, without background work
-  switchOn,
-  busy,    // the same mix, with it
-  verify,  // each key once
-  odd,     // until the odd clients are through
-  count,   // what the service says it has
-  over,    // until the last answers are there
-};
-
-/// Whom workers report to.
-class Foreman {
- public:
-  virtual ~Foreman() = default;
-  /// A worker has done its part of the phase.
-  virtual void finished() = 0;
-  virtual void answered(Phase sentIn, double latency) = 0;
-  /// An answer was not right.
-  virtual void wrong(const std::string& what) = 0;
-  virtual void failed(const std::string& why) = 0;
-  /// What all workers together have stored.
-  virtual std::size_t keyCount() const = 0;
-  virtual std::size_t valueBytes() const = 0;
+/// What all workers have found out.
+struct Score {
+  std::size_t answers = 0;
+  std::size_t wrong = 0;
+  std::vector<float> latencies = {};  // of the mix, in seconds
 };
 
 class Worker : public Client {
  public:
-  Worker(std::shared_ptr<Tarvo::TaskScheduler> scheduler, int port, unsigned int number,
-         const std::vector<File>& files, Foreman& foreman);
+  /// Whoever has finished its part goes on reading its keys, until it is to rest.
+  enum class Phase : std::uint8_t {
+    load,    // each file once
+    mix,     // of requests, without end
+    verify,  // each key once; after it nobody writes
+    read,    // one key after the other
+    rest,
+  };
+  using Check = std::function<bool(const Answer&, Tarvo::Time now)>;
 
-  void begin(Phase phase);
+  Worker(std::shared_ptr<Tarvo::TaskScheduler> scheduler, int port, unsigned int number,
+         const std::vector<File>& files, Score& score);
+
+  void phaseIs(Phase phase);
+  /// Whether all of the phase is asked for and answered.
+  bool finished() const { return finished_; }
+  /// Sends a request, whose answer must pass the check.
+  void ask(std::initializer_list<std::string_view> words, Check right);
 
   /// How many keys have a value without end, and the bytes of those values.
   std::size_t keyCount() const;
@@ -83,13 +74,11 @@ class Worker : public Client {
     Tarvo::Time setSent = 0;
     Tarvo::Time setAnswered = 0;
 
-    std::string heading(unsigned int ofVersion) const;
+    std::string value(unsigned int ofVersion) const;
     bool lasts() const { return present && life == 0; }
     bool mayBeThere(Tarvo::Time sent) const;
     bool mayBeGone(Tarvo::Time answered) const;
-    bool isValue(std::string_view value) const;
   };
-  using Check = std::function<bool(const Answer&, Tarvo::Time now)>;
   struct Pending {
     Phase phase;
     Tarvo::Time sent;
@@ -99,26 +88,24 @@ class Worker : public Client {
 
   void heard(std::string_view bytes) override;
   void closed() override;
+  void answered(const Answer& answer);
 
   void proceed();
   std::size_t partOfPhase() const;
   void askForPart(std::size_t number);
   void askMix();
-  void askMortal();
-  void ask(std::initializer_list<std::string_view> words, Check right);
   void get(Key& key);
   void set(Key& key, unsigned int milliseconds = 0);
   void del(Key& key);
-  void count();
   Key& anyFile() { return keys_[random_() % fileCount_]; }
 
   unsigned int number_;
-  Foreman& foreman_;
+  Score& score_;
   std::size_t fileCount_;
   std::vector<Key> keys_;  // those of files come first, then those whose values may end
   std::string in_;
   std::deque<Pending> pending_;
-  Phase phase_ = Phase::over;
+  Phase phase_ = Phase::rest;
   std::size_t next_ = 0;   // of its part of the phase
   bool finished_ = false;  // with its part of the phase
   std::minstd_rand random_;
