@@ -41,7 +41,7 @@ class TARVO_EXPORT TaskSchedulerRoot : public TaskScheduler, private Platform::C
   void requestSchedulerRun() override;
   void handleTaskForceYieldInTest() override;
   void taskRegister(TaskImpl* task) override;
-  /// Called by the event loop: one run step.
+  /// Called by the event loop: a slice of run steps.
   void callback() override;
 
   /// Joins or leaves virtual time when the root follows it, then runs one task.

@@ -1,7 +1,5 @@
 #include "platform/SchedulerCallback.h"
 
-#include <algorithm>
-
 #include "Tarvo/Allocator.h"
 #include "Tarvo/LibeventFactory.h"
 #include "platform/ThreadLoop.h"
@@ -34,7 +32,11 @@ SchedulerCallback::Slice::Slice(const SchedulerCallback& callback, TimePoint now
                                 std::chrono::nanoseconds length)
     // Timers that were armed before the request became active with it.
     : dueTimersArmed_(callback.dueTimersArmed_),
-      end_(std::min(threadWords->endOfLoop, now + length)) {}
+      end_(length < threadWords->endOfLoop - now ? now + length : threadWords->endOfLoop) {
+  // A loop that was told to end does so after the present turn.
+  event_base* base = threadWords->usableBase;
+  if (base != nullptr && event_base_got_exit(base) != 0) end_ = now;
+}
 
 bool SchedulerCallback::Slice::goesOn(TimePoint now) const {
   event_base* base = threadWords->usableBase;  // null after a fork

@@ -135,7 +135,7 @@ void ThreadLoop::throwKept() {
 }
 
 void ThreadLoop::keepObject(KeptObject& place, std::shared_ptr<void> object) noexcept {
-  if (!dispatching) return;
+  if (!dispatching || object == nullptr) return;
   if (place.object == nullptr) place.next = std::exchange(keptObjects_, &place);
   // One that was kept here before has seen its exception handled.
   place.object.swap(object);

@@ -186,7 +186,8 @@ TaskClock::time_point TaskScheduler::runStep(TaskClock::time_point now) {
     requestNextRun(end);
   } catch (...) {
     // The exception passes through this scheduler on its way to the loop.
-    Impl::ThreadLoop::own().keepObject(kept_, std::exchange(currentlyRunning_, {}).task);
+    done = std::exchange(currentlyRunning_, {}).task;
+    Impl::ThreadLoop::own().keepObject(kept_, done);
     requestNextRun(TaskClock::now());  // the others, or the one that finds that there are none
     throw;
   }

@@ -11,6 +11,7 @@
 #include "Tarvo/Allocator.h"
 #include "Tarvo/FdToStream.h"
 #include "Tarvo/Thread.h"
+#include "platform/Notification.h"
 #include "platform/SchedulerCallback.h"
 #include "platform/ThreadLoop.h"
 #include "scheduler/SchedulerTrace.h"
@@ -63,16 +64,22 @@ void TaskSchedulerRoot::runSliceIs(TaskTimeDuration length) {
 }
 
 void TaskSchedulerRoot::callback() {
-  if (runSlice_ == 0) return handleSchedulerRun();
+  sanityCheckCurrentRunningThread();
   const auto self = weak_from_this().lock();  // a body may drop the last reference
   auto now = TaskClock::now();
   inSlice_ = true;
   try {
     now = takeSteps(now);
+  } catch (abi::__forced_unwind&) {
+    inSlice_ = false;
+    throw;
   } catch (...) {
     inSlice_ = false;
     if (stepWanted_) requestNextRun(TaskClock::now());
-    throw;
+    if (self == nullptr || self.use_count() > 1) throw;
+    // The callback control will ask this root what to do with the exception, and it is about to go.
+    Impl::keepExceptionForLoop();
+    return;
   }
   inSlice_ = false;
   if (stepWanted_) requestNextRun(now);

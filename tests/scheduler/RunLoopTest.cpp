@@ -100,17 +100,38 @@ TEST_F(RunLoop, TheSlipIsTheLongestLatencyOfAStep) {
 }
 
 TEST_F(RunLoop, AThrowingTaskMayTakeItsSchedulerAlong) {
-  auto own = Tarvo::schedulerRootTarvoNonShared("own");
-  const std::weak_ptr<Tarvo::TaskSchedulerRoot> gone = own;
+  std::weak_ptr<Tarvo::TaskSchedulerRoot> gone;
   TestTaskPtr task;
-  const auto end = [&](TestTask&) {
+  const auto dropAndThrow = [&](TestTask&) {
     task.reset();
     throw std::runtime_error("bad");
   };
-  task = make("t", TaskPriority::low, end, std::move(own));
+  for (const int way : {0, 1, 2}) {
+    auto own = Tarvo::schedulerRootTarvoNonShared("own");
+    auto* const unowned = own.get();
+    gone = own;
+    task = make("t", TaskPriority::low, dropAndThrow, std::move(own));
+    task->scheduleTask();
+    if (way == 0) event_base_loop(Tarvo::leInit(), EVLOOP_ONCE);  // which keeps the exception
+    EXPECT_THROW(way == 1 ? unowned->handleSchedulerRun() : runLoop(), std::runtime_error);
+    EXPECT_TRUE(gone.expired());
+    runLoop();
+  }
+}
+
+TEST_F(RunLoop, ATaskThatNobodySharesIsRefusedAndMayGo) {
+  auto own = Tarvo::schedulerRootTarvoNonShared("own");
+  auto unshared = std::make_unique<TestTask>(own, TaskPriority::low, "unshared", log);
+  const auto task = make("t", TaskPriority::normal, [&](TestTask&) {
+    for (int time = 0; time < 2; ++time) {
+      unshared->scheduleTask();
+      EXPECT_THROW(own->handleSchedulerRun(), std::bad_weak_ptr);
+    }
+    unshared.reset();
+    own.reset();
+  });
   task->scheduleTask();
-  EXPECT_THROW(runLoop(), std::runtime_error);
-  EXPECT_TRUE(gone.expired());
+  runLoop();
 }
 
 TEST_F(RunLoop, ThreadsHaveRootsOfTheirOwn) {
@@ -142,6 +163,7 @@ TEST_F(RunLoop, MisuseEndsTheProcessEvenWhenAssertionsThrow) {
   EXPECT_DEATH(std::jthread([&] { task->scheduleTask(); }),
                "Executing in wrong thread [0-9]+\\(.*\\) pid [0-9]+ scheduler "
                "belongs to thread [0-9]+\\(.*\\) pid [0-9]+");
+  EXPECT_DEATH(std::jthread([&] { root->callback(); }), "Executing in wrong thread");
   root->threadSanityDisabledIs(true);
   std::jthread([&] { task->taskWorkCountInc(1); }).join();
   EXPECT_EQ(task->taskWorkCountTotal(), 1U);
