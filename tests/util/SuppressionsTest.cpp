@@ -1,0 +1,33 @@
+#include <gmock/gmock.h>
+
+#include "support/ChildProcess.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+TEST(SuppressionsTest, ValgrindSeesNothingOfTheLibraryAndAllOfTheProgram) {
+  const std::string valgrind =
+      "valgrind --error-exitcode=9 --leak-check=full --show-leak-kinds=all "
+      "--errors-for-leak-kinds=all --suppressions=" SUPPRESSIONS "valgrind.supp " NEVER_FREED;
+  const auto quiet = testsupport::runProgram(valgrind);
+  EXPECT_EQ(quiet.exitCode, 0) << quiet.err;
+  const auto losing = testsupport::runProgram(valgrind + " lose");
+  EXPECT_EQ(losing.exitCode, 9) << losing.err;
+  EXPECT_THAT(losing.err, HasSubstr(" 777 bytes in 1 blocks are definitely lost"));
+  EXPECT_THAT(losing.err, HasSubstr(" 555 bytes in 1 blocks are still reachable"));
+}
+
+TEST(SuppressionsTest, LeakSanitizerSeesNothingOfTheLibraryAndAllOfTheProgram) {
+  const std::string options =
+      "LSAN_OPTIONS=fast_unwind_on_malloc=0:suppressions=" SUPPRESSIONS "lsan.supp:use_globals=";
+  const auto strict = testsupport::runProgram(options + "0 " NEVER_FREED "leak");
+  EXPECT_THAT(strict.err, HasSubstr("Suppressions used"));
+  EXPECT_THAT(strict.err, Not(HasSubstr("libTarvo.so")));
+  const auto losing = testsupport::runProgram(options + "1 " NEVER_FREED "leak lose");
+  EXPECT_THAT(losing.err, HasSubstr("Direct leak of 777 byte(s)"));
+  EXPECT_THAT(losing.err, Not(HasSubstr("Direct leak of 555 byte(s)")));
+}
+
+}  // namespace
