@@ -17,23 +17,22 @@ struct DirNodeTest : TempFolder {
 
 TEST_F(DirNodeTest, FindsFilesAndLinksByTheEndOfTheirNames) {
   std::filesystem::create_directories(folder + "/c.json");
-  for (const char* name : {"/a.json", "/b.txt", "/.json", "/json", "/\xff\xfe.json"}) {
+  for (const char* name : {"/.json", "/json", "/\xff\xfe.json"})
     std::ofstream(folder + name) << "x";
-  }
   std::filesystem::create_symlink("nowhere", folder + "/d.json");
   std::filesystem::create_symlink("c.json", folder + "/e.json");
   node.pathIs(folder);
-  EXPECT_THAT(node.findFiles(".json"), testing::UnorderedElementsAre(
-                                           "a.json", ".json", "\xff\xfe.json", "d.json", "e.json"));
+  EXPECT_THAT(node.findFiles(".json"),
+              testing::UnorderedElementsAre(".json", "\xff\xfe.json", "d.json", "e.json"));
   EXPECT_EQ(node.readEntry(), nullptr);
   node.rewind();
   EXPECT_NE(node.readEntry(), nullptr);
-  EXPECT_EQ(node.findFiles("").size(), 7U);
+  EXPECT_EQ(node.findFiles("").size(), 5U);
   node.pathIs(folder + "/missing");
   EXPECT_EQ(node.readEntry(), nullptr);
   EXPECT_THAT(errorOf([&] { node.findFiles(".json"); }),
               HasSubstr("cannot find .json files in " + folder + "/missing because the directory"));
-  EXPECT_NE(errorOf([&] { node.rewind(); }), "nothing failed");
+  EXPECT_THROW(node.rewind(), Tarvo::RuntimeException);
 }
 
 TEST_F(DirNodeTest, ClosesWhatItOpensAndSaysWhatItCannotRead) {

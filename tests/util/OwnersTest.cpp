@@ -74,8 +74,7 @@ TEST(OwnersTest, AWildcardServesEveryAddressAndAConnectionIsNoListener) {
     const auto found = [&](const char* at) {
       return foundBy(OwnerSearch::ofPort(SOCK_STREAM, port, at));
     };
-    EXPECT_THAT(found("127.0.0.1"), ElementsAre(std::tuple(getpid(), listener, true),
-                                                std::tuple(getpid(), accepted, false)));
+    EXPECT_EQ(found("127.0.0.1"), (Found{{getpid(), listener, true}, {getpid(), accepted, false}}));
     EXPECT_EQ(found("127.0.0.9").size(), 1U);
     EXPECT_EQ(found("fe80::9").size(), any == std::string("::") ? 1U : 0U);
     for (const int fd : {listener, client, accepted, again}) close(fd);

