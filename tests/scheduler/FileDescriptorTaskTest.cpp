@@ -211,6 +211,15 @@ TEST_F(FdTaskTest, FindsWhatWasReportedToOthersOrInVain) {
   }
 }
 
+TEST_F(FdTaskTest, WhoeverJoinsIsToldOfWhatIsThere) {
+  task->taskWatchFdIs(fd);
+  send(pair, "abcdef");
+  Platform::doEventLoop(0.0);  // the one edge is used up
+  const auto other = makeFd("other", fd);
+  settle();
+  EXPECT_FALSE(other->got.empty());
+}
+
 TEST_F(FdTaskTest, SharingCostsTheSameHoweverMany) {
   std::deque<std::shared_ptr<TestFd>> many;
   control->setReads(false);
