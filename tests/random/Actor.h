@@ -45,7 +45,7 @@ struct Allocations {
   static inline long untilFailure = 0;
 };
 
-/// Both ends of a connection, and the bytes sent to and taken from each.
+/// Both ends of a connection.
 struct Channel {
   Channel() {
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends) != 0) std::abort();
@@ -55,26 +55,21 @@ struct Channel {
   ~Channel() {
     for (const int end : ends) close(end);
   }
-  void write(int from, std::size_t size) { move(::write, ends[from], size, sent[1 - from]); }
-  void read(int at, std::size_t size) { move(::read, ends[at], size, got[at]); }
-  template <typename Move>
-  static void move(Move moves, int end, std::size_t size, std::size_t& count) {
-    static char bytes[4096] = {};
-    for (ssize_t done = 1; done > 0 && size > 0; size -= static_cast<std::size_t>(done)) {
-      done = std::max<ssize_t>(0, moves(end, bytes, std::min(size, sizeof(bytes))));
-      count += static_cast<std::size_t>(done);
-    }
+  void write(int from, std::size_t most) const {
+    static_cast<void>(!::write(ends[from], bytes, most));
   }
+  void read(int at, std::size_t most) const { static_cast<void>(!::read(ends[at], bytes, most)); }
+  bool unread(int at) const { return recv(ends[at], bytes, 1, MSG_PEEK) > 0; }
+  static constexpr std::size_t all = 1 << 20;
+  static inline char bytes[all];
   int ends[2];
-  std::size_t sent[2] = {}, got[2] = {};
 };
 
 struct Group {
   bool mayRun() const { return !suspended && (parent == nullptr || parent->mayRun()); }
   Group* parent;
   std::shared_ptr<Tarvo::TaskGroup> owner = nullptr;  // dropped; members may keep it alive
-  bool suspended = false, hasGroups = false;
-  unsigned long runs = 0;  // of its members
+  bool suspended = false;
 };
 
 /// What actors know of the world around them.
@@ -161,16 +156,13 @@ struct Actor final : Platform::TimeoutHandler, Platform::CallbackHandler, Platfo
     }
     require(armed() == (due < infinity), "a timer is armed");
     if (task != nullptr) {
-      const auto status = task->taskStatus();
-      require(status.taskOnRunQueue() == wanted, "a task is queued when it is wanted");
-      require(status.taskSuspended() == suspended, "a task is suspended when it was told so");
+      const bool queued = task->taskStatus().taskOnRunQueue();
+      require(queued == wanted, "a task is queued when it is wanted");
       require(task->taskRunCount() == runCount, "each run is counted");
     }
-    if (callbackControl != nullptr) {
-      require(callbackControl->pendingCallback() == wanted, "a callback is pending when wanted");
-    }
+    const bool pending = callbackControl != nullptr && callbackControl->pendingCallback();
+    require(!callbackControl || pending == wanted, "a callback is pending when wanted");
     if (descriptor != nullptr) {
-      require(descriptor->taskWatchReadable() == watchesReads, "reads are watched as told");
       require(descriptor->taskWatchWritable() == watchesWrites, "writes are watched as told");
       require(!suspended || !descriptor->taskScheduled(), "a suspended task is not queued");
     }
@@ -183,16 +175,14 @@ struct Actor final : Platform::TimeoutHandler, Platform::CallbackHandler, Platfo
     require(!(wanted || wantsRead || wantsWrite) || !mayRun(),
             "the loop waits and a run is wanted");
     require(latest + slip > until || latest == infinity, "the loop waits beyond a timer");
-    require(!reads(channel.get(), side) || !channel || channel->got[side] == channel->sent[side],
+    require(!reads(channel.get(), side) || !channel || !channel->unread(side),
             "the loop waits and there are bytes to read");
   }
 
   void operate() {
     check();
     const unsigned choice = stage.random.below(9);
-    if (isTask() && choice == 0) {
-      settings();
-    } else if (isTask() && choice < 3) {
+    if (isTask() && choice < 2) {
       suspend(choice == 1 && (!suspended || stage.random.oneIn(4)));
     } else if (fdControl != nullptr) {
       operateDescriptor(stage.random.below(6), !stage.random.oneIn(4));
@@ -246,7 +236,6 @@ struct Actor final : Platform::TimeoutHandler, Platform::CallbackHandler, Platfo
     const Allocations uncounted(false);
     require(mayRun(), "nothing runs while suspended or after its end");
     ++runCount;
-    if (group != nullptr) ++group->runs;
     stage.act(*this);
   }
   void executed() {
@@ -257,7 +246,7 @@ struct Actor final : Platform::TimeoutHandler, Platform::CallbackHandler, Platfo
     run();
   }
   std::size_t amount(unsigned all) {
-    return stage.random.oneIn(all) ? SIZE_MAX : 1 + stage.random.below(100);
+    return stage.random.oneIn(all) ? Channel::all : 1 + stage.random.below(100);
   }
   void readFdEvent(int fd) override {
     require(watchesReads, "a reading run is watched");
@@ -292,12 +281,6 @@ struct Actor final : Platform::TimeoutHandler, Platform::CallbackHandler, Platfo
     wantsRead = descriptor->taskScheduledReadable();
     wantsWrite = suspended ? wantsWrite : descriptor->taskScheduledWritable();
   }
-  /// The same for both kinds of tasks.
-  template <typename Call>
-  void attemptTask(Call call) {
-    attempt([&] { task != nullptr ? call(*task) : call(*descriptor); });
-  }
-
   bool armed() const {
     if (timer != nullptr) return timer->timerRunning();
     return timerControl != nullptr && timerControl->remainingTimeout() < infinity;
@@ -315,22 +298,13 @@ struct Actor final : Platform::TimeoutHandler, Platform::CallbackHandler, Platfo
     latest = atOnce ? infinity : Tarvo::time() + most;
   }
 
-  void settings() {
-    const auto ratio = static_cast<unsigned char>(stage.random.below(4) * stage.random.below(2));
-    attemptTask([&](auto& of) {
-      of.taskTestYieldRatioIs(ratio);
-      of.taskQuantumIs(1 + stage.random.below(50'000'000));
-      of.taskStatsNameIs("name " + std::to_string(ratio));
-    });
-  }
-
   void suspend(bool on) {
     if (on != suspended) {
       wantsRead = !on && watchesReads && descriptor != nullptr;
       wanted = !on && task != nullptr && due == infinity;
     }
     suspended = on;
-    attemptTask([=](auto& of) { of.taskSuspendedIs(on); });
+    attempt([=, this] { task ? task->taskSuspendedIs(on) : descriptor->taskSuspendedIs(on); });
   }
 
   void operateRun(bool on) {
