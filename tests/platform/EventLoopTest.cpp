@@ -1,3 +1,5 @@
+#include <cstdlib>
+
 #include "support/LoopFixture.h"
 #include "support/TestClock.h"
 
@@ -62,21 +64,6 @@ TEST_F(EventLoopTest, ATimerCountsFromTheMomentItIsSet) {
   EXPECT_THAT(log, ElementsAre("first", "third", "second"));
 }
 
-TEST_F(EventLoopTest, CallbackRequestsCollapse) {
-  Handler once(log, "once");
-  const auto control = Platform::getCallbackControl(&once);
-  const auto cancelledControl = Platform::getCallbackControl(&once);
-  control->requestCallback();
-  control->requestCallback();
-  cancelledControl->requestCallback();
-  cancelledControl->cancelCallback();
-  EXPECT_TRUE(control->pendingCallback());
-  EXPECT_FALSE(cancelledControl->pendingCallback());
-  Platform::doEventLoop();
-  EXPECT_THAT(log, ElementsAre("once"));
-  EXPECT_FALSE(control->pendingCallback());
-}
-
 TEST_F(EventLoopTest, StrictHighEventsGoFirstAndALoopWithinALoopIsRefused) {
   int inner = 5;
   Handler plain(log, "default");
@@ -90,6 +77,66 @@ TEST_F(EventLoopTest, StrictHighEventsGoFirstAndALoopWithinALoopIsRefused) {
   EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("reentrant invocation"));
   EXPECT_EQ(inner, -1);
   EXPECT_THAT(log, ElementsAre("high", "default"));
+}
+
+TEST_F(EventLoopTest, DescriptorsAreReportedOrRefused) {
+  const SocketPair pair;
+  const int fd = pair.ends[0];
+  Handler handler(log, "h", [&] {
+    if (log.size() == 4) event_base_loopbreak(Tarvo::leInit());
+  });
+  const auto control = Platform::getFdControl(&handler);
+  control->setWrites(true);  // only noted: there is no descriptor yet
+  control->setFd(fd);
+  EXPECT_NE(fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
+  ASSERT_EQ(write(pair.ends[1], "x", 1), 1);
+  Platform::doEventLoop(20);
+  // Unread data is reported again, the writable descriptor is not.
+  std::ranges::sort(log);
+  EXPECT_EQ(log.front(), "h read " + std::to_string(fd));
+  EXPECT_EQ(std::ranges::count(log, "h write " + std::to_string(fd)), 1);
+  FILE* plain = std::tmpfile();
+  testing::internal::CaptureStderr();
+  EXPECT_THROW(control->setFd(fileno(plain)), Tarvo::RuntimeException);
+  EXPECT_EQ(control->getFd(), -1);
+  EXPECT_EQ(Platform::doEventLoop(), 1);  // nothing of the old descriptor is left
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("Operation not permitted"));
+  std::fclose(plain);
+  EXPECT_DEATH(control->setFd(9999), "Assertion `flags >= 0' failed");
+}
+
+TEST_F(EventLoopTest, AnyHandlerMayDestroyItsControlAndThrow) {
+  const SocketPair pair;
+  std::shared_ptr<void> control;
+  Handler handler(log, "h", [&] {
+    control.reset();
+    throw 7;
+  });
+  const auto arm = [&](std::size_t kind) {
+    const auto timer = Platform::getTimerControl(&handler);
+    const auto callback = Platform::getCallbackControl(&handler);
+    const auto descriptor = Platform::getFdControl(&handler);
+    control = std::array<std::shared_ptr<void>, 3>{timer, callback, descriptor}[kind];
+    if (kind == 0) timer->setTimeout(0);
+    if (kind == 1) callback->requestCallback();
+    descriptor->setWrites(true);
+    if (kind == 2) descriptor->setFd(pair.ends[0]);
+  };
+  for (std::size_t kind = 0; kind < 3; ++kind) {
+    handler.handles = handler.throwsAgain = false;
+    arm(kind);
+    EXPECT_THROW(Platform::doEventLoop(30), int);
+    // The end of the bounded loop went with it.
+    EXPECT_EQ(event_base_get_num_events(Tarvo::leInit(), EVENT_BASE_COUNT_ADDED), 0);
+    handler.handles = true;
+    arm(kind);
+    EXPECT_EQ(Platform::doEventLoop(), 1);
+    handler.throwsAgain = true;
+    arm(kind);
+    EXPECT_THROW(Platform::doEventLoop(), int);
+  }
+  EXPECT_EQ(log.size(), 18U);
+  EXPECT_EQ(log.back(), "h fd -1 threw");
 }
 
 }  // namespace

@@ -2,10 +2,7 @@
 
 #include <algorithm>
 #include <deque>
-#include <map>
 #include <random>
-#include <ranges>
-#include <stdexcept>
 
 #include "support/LoopFixture.h"
 #include "support/TestClock.h"
@@ -42,18 +39,6 @@ struct TimerWheelTest : LoopFixture {
   Event b{log, "b"};
   Event c{log, "c"};
 };
-
-TEST_F(TimerWheelTest, FiresInTheOrderOfExactExpiries) {
-  std::map<double, std::string> expected;
-  a.start(wheel, 90000);
-  a.start(wheel, 0.0237);
-  b.start(wheel, 0.0231);  // the same tick or the next, but sooner
-  c.start(wheel, 0.0234);
-  for (const Event* event : {&a, &b, &c}) expected.emplace(event->due, event->name);
-  Platform::doEventLoop(1);
-  EXPECT_TRUE(std::ranges::equal(std::views::values(expected), log)) << testing::PrintToString(log);
-  EXPECT_EQ(a.remainingTimeout(), infinity);
-}
 
 TEST_F(TimerWheelTest, ATimerOfTheRunningTickIsNotLate) {
   // The first waits among the exact times when the second is started in front of it.
@@ -112,13 +97,13 @@ TEST_F(TimerWheelTest, ATimerThatIsMovedStaysExactInRealTime) {
   EXPECT_NEAR(Tarvo::time() - begin, 1.02, 0.003);
 }
 
-TEST_F(TimerWheelTest, AnySequenceOfStartsAndStopsIsServedInOrder) {
+TEST_F(TimerWheelTest, AnySequenceOfStartsStopsAndThrowsIsServedInOrder) {
   std::mt19937 random(7);
   std::deque<Event> timers;
   std::vector<double> dues;  // of those served in one pass
   const auto any = [&]() -> Event& { return timers[random() % timers.size()]; };
   const auto delay = [&] { return static_cast<double>(random() % 30) * 0.001; };
-  int startsLeft = 5000;
+  int startsLeft = 5000, thrown = 0;
   for (int i = 0; i < 300; ++i) {
     Event& timer = timers.emplace_back(log, "");
     timer.action = [&] {
@@ -127,52 +112,22 @@ TEST_F(TimerWheelTest, AnySequenceOfStartsAndStopsIsServedInOrder) {
       for (auto starts = random() % 3; starts > 0 && startsLeft-- > 0; --starts) {
         any().start(wheel, delay());
       }
+      if (startsLeft > 0 && random() % 20 == 0) throw ++thrown;
     };
   }
   for (int round = 0; round < 200; ++round) {
     for (int i = 0; i < 20; ++i) any().start(wheel, delay() - 0.002);
     dues.clear();
-    Platform::doEventLoopInWaitfor(0.004);
+    try {
+      Platform::doEventLoopInWaitfor(0.004);
+    } catch (const int number) {
+      EXPECT_EQ(number, thrown);
+    }
     EXPECT_TRUE(std::ranges::is_sorted(dues));
   }
+  startsLeft = 0;
   Platform::doEventLoop(infinity);
   for (const Event& timer : timers) EXPECT_EQ(timer.remainingTimeout(), infinity);
-}
-
-TEST_F(TimerWheelTest, AThrowLosesNobody) {
-  a.action = b.action = c.action = [] { throw std::runtime_error("out"); };
-  a.start(wheel, 0.001);
-  b.start(wheel, 0.001);
-  c.start(wheel, 0.002);
-  Platform::fastForwardBy(1);  // all are due in one pass
-  for (int round = 0; round < 3; ++round) {
-    EXPECT_THROW(Platform::doEventLoop(1), std::runtime_error);
-  }
-  EXPECT_THAT(log, ElementsAre("a", "b", "c"));
-  a.action = nullptr;
-  a.start(wheel, 5);
-  Platform::doEventLoop(6);
-  EXPECT_EQ(log.size(), 4U);
-}
-
-TEST_F(TimerWheelTest, CallbacksMayDoAnythingWithAnyEvent) {
-  auto own = std::make_unique<Event>(log, "own");
-  own->action = [&] {
-    own.reset();
-    b.delTimeout(wheel);  // due in the same pass
-    c.delTimeout(wheel);  // due in it too, and started anew below
-    a.start(wheel, 0);    // a new one, not served in this pass
-    c.start(wheel, 50);
-  };
-  a.action = [&, again = std::make_shared<int>(0)] {
-    if (++*again < 3) a.start(wheel, 0);
-  };
-  own->start(wheel, 0.001);
-  b.start(wheel, 0.001);
-  c.start(wheel, 0.002);
-  Platform::fastForwardBy(1);
-  Platform::doEventLoop(100);
-  EXPECT_THAT(log, ElementsAre("own", "a", "a", "a", "c"));
 }
 
 TEST_F(TimerWheelTest, ACallbackMayDropTheWheel) {
@@ -191,19 +146,6 @@ TEST_F(TimerWheelTest, ACallbackMayDropTheWheel) {
     }
     EXPECT_TRUE(watch.expired());
   }
-}
-
-TEST_F(TimerWheelTest, ControlsStopTheirTimers) {
-  Handler handler(log, "handler");
-  auto control = Platform::getTimerControl(&handler, wheel);
-  control->setTimeout(50);
-  EXPECT_LE(control->remainingTimeout(), 50);
-  Platform::doEventLoop(100);
-  EXPECT_THAT(log, ElementsAre("handler"));
-  control->setTimeout(1);
-  control.reset();
-  Platform::doEventLoop(2);
-  EXPECT_EQ(log.size(), 1U);
 }
 
 TEST_F(TimerWheelTest, DestroyingARunningEventEndsTheProcess) {

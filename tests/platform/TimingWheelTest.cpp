@@ -12,43 +12,35 @@ using Tarvo::Impl::TimingWheel;
 using Tick = TimingWheel::Tick;
 
 /// The wheel beside a sorted map that is told the same.
-class WheelModel {
- public:
-  explicit WheelModel(Tick now, std::size_t size) : wheel_(now), records_(size) {}
-
+struct WheelModel {
   void toggle(std::size_t i, Tick expires) {
-    if (records_[i].pending_ != nullptr) {
-      wheel_.remove(records_[i]);
-      std::erase_if(model_, [&](const auto& entry) { return entry.second == &records_[i]; });
+    TimeoutRecord* const record = &records[i];
+    if (record->pending_ == nullptr) {
+      wheel.add(*record, expires);
+      model.emplace(expires, record);
     } else {
-      wheel_.add(records_[i], expires);
-      model_.emplace(expires, &records_[i]);
+      wheel.remove(*record);
+      std::erase_if(model, [=](const auto& entry) { return entry.second == record; });
     }
   }
 
-  /// Advances and takes out what is due; both must agree on the timers and on the order within each
-  /// tick.
+  /// Takes out what is due; both must agree on the timers and on the order within each tick.
   void advance(Tick now) {
-    wheel_.advance(now);
-    const auto end = model_.upper_bound(wheel_.now());
+    wheel.advance(now);
+    const auto end = model.upper_bound(wheel.now());
     std::multimap<Tick, TimeoutRecord*> taken;
-    while (TimeoutRecord* record = wheel_.takeExpired()) taken.emplace(record->expires_, record);
-    const std::multimap<Tick, TimeoutRecord*> expected(model_.begin(), end);
-    ASSERT_EQ(taken, expected);
-    model_.erase(model_.begin(), end);
-    ASSERT_EQ(wheel_.hasPending(), !model_.empty());
-    if (!model_.empty()) {
-      ASSERT_GT(wheel_.ticksToNext(), 0U);
-      ASSERT_LE(wheel_.ticksToNext(), model_.begin()->first - wheel_.now());
-    }
+    while (TimeoutRecord* record = wheel.takeExpired()) taken.emplace(record->expires_, record);
+    ASSERT_EQ(taken, (std::multimap<Tick, TimeoutRecord*>(model.begin(), end)));
+    model.erase(model.begin(), end);
+    ASSERT_EQ(wheel.hasPending(), !model.empty());
+    if (model.empty()) return;
+    ASSERT_GT(wheel.ticksToNext(), 0U);
+    ASSERT_LE(wheel.ticksToNext(), model.begin()->first - wheel.now());
   }
 
-  Tick now() const { return wheel_.now(); }
-
- private:
-  TimingWheel wheel_;
-  std::vector<TimeoutRecord> records_;
-  std::multimap<Tick, TimeoutRecord*> model_;
+  TimingWheel wheel;
+  std::vector<TimeoutRecord> records{40};
+  std::multimap<Tick, TimeoutRecord*> model{};
 };
 
 Tick saturatingAdd(Tick a, Tick b) { return a + b < a ? ~Tick{0} : a + b; }
@@ -60,25 +52,18 @@ TEST(TimingWheelTest, AgreesWithASortedMap) {
     // Steps of every size: 0, 1, around the wrap of each level, and far beyond the present.
     const auto step = [&]() -> Tick {
       const Tick width = Tick{1} << (random() % (seed % 2 == 0 ? 14 : 64));
-      switch (random() % 4) {
-        case 0:
-          return random() % 3;
-        case 1:
-          return width + random() % 3 - 1;
-        default:
-          return random() % width;
-      }
+      const Tick sizes[] = {random() % 3, width + random() % 3 - 1, random() % width};
+      return sizes[std::min<Tick>(2, random() % 4)];
     };
-    WheelModel model(seed % 3 == 0 ? step() : 0, 40);
+    WheelModel model{TimingWheel(seed % 3 == 0 ? step() : 0)};
+    const Tick limit = seed % 2 == 0 ? ~Tick{0} : ~Tick{0} / 2;  // room for a long run
     for (int i = 0; i < 1500; ++i) {
+      const Tick now = model.wheel.now();
+      const Tick next = saturatingAdd(now, step());
       if (random() % 5 != 0) {
-        const Tick ahead = saturatingAdd(model.now(), step());
-        const Tick past = model.now() - std::min(model.now(), step());
-        model.toggle(random() % 40, random() % 8 == 0 ? past : ahead);
+        model.toggle(random() % 40, random() % 8 == 0 ? now - std::min(now, step()) : next);
       } else {
-        const Tick limit = seed % 2 == 0 ? ~Tick{0} : ~Tick{0} / 2;  // room for a long run
-        const Tick next = saturatingAdd(model.now(), step());
-        ASSERT_NO_FATAL_FAILURE(model.advance(next < limit ? next : model.now() + 1));
+        ASSERT_NO_FATAL_FAILURE(model.advance(next < limit ? next : now + 1));
       }
     }
     ASSERT_NO_FATAL_FAILURE(model.advance(~Tick{0}));
