@@ -18,7 +18,7 @@ struct WheelModel {
     if (record->pending_ == nullptr) {
       wheel.add(*record, expires);
       model.emplace(expires, record);
-    } else {
+    } else if (removes) {
       wheel.remove(*record);
       std::erase_if(model, [=](const auto& entry) { return entry.second == record; });
     }
@@ -36,9 +36,11 @@ struct WheelModel {
     if (model.empty()) return;
     ASSERT_GT(wheel.ticksToNext(), 0U);
     ASSERT_LE(wheel.ticksToNext(), model.begin()->first - wheel.now());
+    ASSERT_TRUE(removes || wheel.ticksToNext() == model.begin()->first - wheel.now());
   }
 
   TimingWheel wheel;
+  bool removes;  // then what is known of the next expiry is less exact
   std::vector<TimeoutRecord> records{40};
   std::multimap<Tick, TimeoutRecord*> model{};
 };
@@ -55,7 +57,7 @@ TEST(TimingWheelTest, AgreesWithASortedMap) {
       const Tick sizes[] = {random() % 3, width + random() % 3 - 1, random() % width};
       return sizes[std::min<Tick>(2, random() % 4)];
     };
-    WheelModel model{TimingWheel(seed % 3 == 0 ? step() : 0)};
+    WheelModel model{TimingWheel(seed % 3 == 0 ? step() : 0), seed % 5 != 0};
     const Tick limit = seed % 2 == 0 ? ~Tick{0} : ~Tick{0} / 2;  // room for a long run
     for (int i = 0; i < 1500; ++i) {
       const Tick now = model.wheel.now();
@@ -68,18 +70,6 @@ TEST(TimingWheelTest, AgreesWithASortedMap) {
     }
     ASSERT_NO_FATAL_FAILURE(model.advance(~Tick{0}));
   }
-}
-
-TEST(TimingWheelTest, KnowsTheNextExpiryToTheTick) {
-  TimingWheel wheel(12345);
-  TimeoutRecord near, far;
-  wheel.add(far, 12345 + 1000000);
-  EXPECT_EQ(wheel.ticksToNext(), 1000000U);
-  wheel.add(near, 12345 + 777);
-  EXPECT_EQ(wheel.ticksToNext(), 777U);
-  wheel.remove(near);
-  wheel.advance(12345 + 999999);
-  EXPECT_EQ(wheel.ticksToNext(), 1U);
 }
 
 }  // namespace

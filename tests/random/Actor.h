@@ -67,7 +67,7 @@ struct Channel {
 
 struct Group {
   bool mayRun() const { return !suspended && (parent == nullptr || parent->mayRun()); }
-  Group* parent;
+  std::shared_ptr<Group> parent;
   std::shared_ptr<Tarvo::TaskGroup> owner = nullptr;  // dropped; members may keep it alive
   bool suspended = false;
 };
@@ -115,8 +115,8 @@ enum Kind { callbackTask, timerTask, fdTask, loopCallback, loopTimer, loopFd, wh
 
 /// One thing that is run by a scheduler or called by the loop, and what is expected of it.
 struct Actor final : Platform::TimeoutHandler, Platform::CallbackHandler, Platform::FdEventHandler {
-  Actor(Stage& itsStage, Group* inGroup)
-      : stage(itsStage), kind(stage.random.below(kinds)), group(inGroup) {
+  Actor(Stage& itsStage, std::shared_ptr<Group> inGroup)
+      : stage(itsStage), kind(stage.random.below(kinds)), group(std::move(inGroup)) {
     if (kind == callbackTask) makeTask<Platform::TaskCallbackControl>();
     if (kind == timerTask) makeTask<Platform::TaskTimerControl>();
     if (kind == fdTask) makeTask<Platform::TaskFdControl>();
@@ -366,7 +366,7 @@ struct Actor final : Platform::TimeoutHandler, Platform::CallbackHandler, Platfo
     }
   }
 
-  Group* const group;  // null: the root, or the loop
+  const std::shared_ptr<Group> group;  // null: the root, or the loop
   const bool handles = stage.random.oneIn(2);
   std::shared_ptr<void> owner = nullptr;
   Tarvo::TimerTask* timer = nullptr;

@@ -55,6 +55,7 @@ struct World final : Stage {
     root->defaultTaskQuantumIs(random.oneIn(4) ? 1 + random.below(1000) : 20'000'000);
     root->taskTestYieldRatioIs(static_cast<unsigned char>(random.oneIn(8) ? random.below(4) : 0));
     root->followFastForwardIs(!random.oneIn(4));
+    root->runSliceIs(std::array{0, 20'000, 1'000'000'000}[random.below(3)]);
     Platform::setFastForward(random.oneIn(2));
   }
 
@@ -97,7 +98,7 @@ struct World final : Stage {
     const unsigned choice = random.below(12);
     if (choice == 0) {
       Platform::setFastForward(random.oneIn(2));
-    } else if (Group* group = choice == 3 ? pickGroup() : nullptr) {
+    } else if (const auto group = choice == 3 ? random.pick(groups) : nullptr) {
       suspend(*group, !group->suspended);
     } else if (choice == 5) {
       catchThrown([] { Platform::doEventLoopInWaitfor(0.5); });
@@ -134,7 +135,7 @@ struct World final : Stage {
     if (choice < 2) {
       if (live.size() < 40) make();
     } else if (choice == 2) {
-      operateGroup(pickGroup());
+      operateGroup(random.pick(groups));
     } else if (choice == 3) {
       testsupport::TestClock::advance(random.below(1000) * 1e-6);
     } else if (choice == 4) {
@@ -157,19 +158,11 @@ struct World final : Stage {
   }
 
   void make() {
-    Group* group = random.oneIn(2) ? pickGroup() : nullptr;
+    const auto group = random.oneIn(2) ? random.pick(groups) : nullptr;
     std::unique_ptr<Actor> made;
     if (!library([&] { made = std::make_unique<Actor>(*this, group); })) return;
     live.push_back(made.get());
     actors.push_back(std::move(made));
-  }
-
-  Group* pickGroup() {
-    std::vector<Group*> owned;
-    for (const auto& group : groups) {
-      if (group->owner != nullptr) owned.push_back(group.get());
-    }
-    return random.pick(owned);
   }
 
   void suspend(Group& group, bool on) {
@@ -178,21 +171,23 @@ struct World final : Stage {
     group.suspended = parent.taskSuspended();
   }
 
-  void operateGroup(Group* group) {
+  void operateGroup(std::shared_ptr<Group> group) {
     if (random.oneIn(3)) {
-      if (group != nullptr && !group->suspended) group->owner.reset();
-    } else if (groups.size() < 1000) {
+      if (group == nullptr || group->suspended) return;
+      group->owner.reset();
+      std::erase(groups, group);
+    } else if (groups.size() < 6) {
       if (group != nullptr && group->parent != nullptr) group = nullptr;  // two deep
-      const std::shared_ptr<Tarvo::TaskScheduler> inRoot = root;
-      auto made = std::make_unique<Group>(group);
+      const auto made = std::make_shared<Group>(group);
       const bool done = library([&] {
-        made->owner = std::make_shared<Tarvo::TaskGroup>("group", random.priority(), false,
-                                                         group ? group->owner : inRoot);
+        std::shared_ptr<Tarvo::TaskScheduler> parent = root;
+        if (group != nullptr) parent = group->owner;
+        made->owner = std::make_shared<Tarvo::TaskGroup>("group", random.priority(), false, parent);
         made->owner->tasksPermittedMultipleRunsIs(random.oneIn(2));
         made->owner->taskGroupQuantumIs(1 + random.below(1'000'000));
         made->owner->taskGroupForceYieldInTestIs(random.oneIn(4));
       });
-      if (done) groups.push_back(std::move(made));
+      if (done) groups.push_back(made);
     }
   }
 
@@ -219,9 +214,7 @@ struct World final : Stage {
     fuel = 0;
     Allocations::untilFailure = 0;
     root->suspendedIs(rootSuspended = false);
-    for (const auto& group : groups) {
-      if (group->owner != nullptr) suspend(*group, false);
-    }
+    for (const auto& group : groups) suspend(*group, false);
     double wait = 0.1;
     for (const Actor* actor : live) {
       if (actor->latest < infinity) wait = std::max(wait, actor->latest - Tarvo::time() + 0.1);
@@ -243,7 +236,7 @@ struct World final : Stage {
   const testsupport::TestClock clock{300};
   std::vector<std::unique_ptr<Actor>> actors;  // also those that are gone, which must not be called
   std::vector<Actor*> live;
-  std::vector<std::unique_ptr<Group>> groups;
+  std::vector<std::shared_ptr<Group>> groups;
   std::vector<std::shared_ptr<void>> reportTasks;
   unsigned long runs = 0, thrown = 0, caught = 0;
   static inline World* current = nullptr;
