@@ -13,7 +13,8 @@ namespace Tarvo::Impl {
 
 VirtualTimers::VirtualTimers(event_base* base) : base_(base) {
   event_assign(&first_, base, -1, 0, firstIsDue, this);
-  eventPrioritySet(&first_, Platform::eventPriorityDefault);
+  // It may stand for an urgent one; the others come in their own turn.
+  eventPrioritySet(&first_, Platform::eventPriorityStrictHigh);
 }
 
 VirtualTimers::~VirtualTimers() {

@@ -116,6 +116,20 @@ TEST_F(VirtualTimeTest, TimersKeepTheirOrderHoweverTheyAreSetAndStopped) {
   EXPECT_NEAR(Tarvo::time() - then, 41, 0.1);
 }
 
+TEST_F(VirtualTimeTest, AnUrgentTimerGoesBeforeWhatTheKernelReports) {
+  SocketPair pair;
+  Handler high(log, "high");
+  const auto timer = Platform::getTimerControl(&high, Platform::eventPriorityStrictHigh);
+  std::shared_ptr<Platform::FdControl> reads;
+  Handler reader(log, "reader", [&] { reads->delFd(); });
+  reads = Platform::getFdControl(&reader);
+  reads->setFd(pair.ends[0]);
+  ASSERT_EQ(write(pair.ends[1], "x", 1), 1);
+  timer->setTimeout(10);
+  Platform::doEventLoop();
+  EXPECT_THAT(log, ElementsAre("high", testing::StartsWith("reader")));
+}
+
 TEST_F(VirtualTimeTest, EveryKindOfTimeoutIsMoved) {
   event_base* base = Tarvo::leInit();
   const double begin = Tarvo::time();
