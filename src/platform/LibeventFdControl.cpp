@@ -216,7 +216,10 @@ void LibeventFdControl::notify(Notify notification, const event& ev,
   } catch (...) {
     // A report that was refused will not be served: there must be another.
     const bool once = watch.alive() && reports_ == Reports::onceUntilServed;
-    if (once && fd_ >= 0 && ev.ev_fd == fd_) (this->*watchAgain)();
+    try {
+      if (once && fd_ >= 0 && ev.ev_fd == fd_) (this->*watchAgain)();
+    } catch (const RuntimeException&) {  // it has no descriptor any more; the first failure counts
+    }
     // A control that the notification destroyed has no descriptor any more.
     if (!handler->handleFdException(watch.alive() ? getFd() : -1)) throw;
   }

@@ -220,6 +220,18 @@ TEST_F(FdTaskTest, WhoeverJoinsIsToldOfWhatIsThere) {
   EXPECT_FALSE(other->got.empty());
 }
 
+TEST_F(FdTaskTest, ARefusalIsHeardAlsoWhenTheFileWasClosed) {
+  SocketPair closed;
+  task->taskWatchFdIs(closed.ends[0]);
+  task->onBusy = [&] {
+    close(std::exchange(closed.ends[0], -1));
+    throw 7;
+  };
+  send(closed, "x");
+  EXPECT_THROW(settle(), int);
+  EXPECT_EQ(task->taskWatchFd(), -1);
+}
+
 TEST_F(FdTaskTest, SharingCostsTheSameHoweverMany) {
   std::deque<std::shared_ptr<TestFd>> many;
   control->setReads(false);
