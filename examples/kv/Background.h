@@ -82,7 +82,7 @@ class Digest : public Tarvo::TimerTask {
     }
     if (lastChunk_ != 0) ++rounds_;
     place_ = {};
-    scheduleTaskJitterUp(5ms, 100);
+    scheduleTaskJitterUp(200ms, 50);  // whatever else happens, most of the thread is the clients'
   }
 
   void digest(const Record& record) {
