@@ -29,17 +29,4 @@ TEST(ThreadTest, TheThreadIdIsRightAfterFork) {
   });
 }
 
-TEST(ThreadTest, TheSingletonModeIsSettledByTheFirstLookUp) {
-  std::jthread([] {
-    EXPECT_FALSE(Tarvo::hasThreadLocalSingletons());
-    EXPECT_THAT(failureOf([] { Tarvo::useThreadLocalSingletons(); }),
-                HasSubstr("Attempt to change threadLocalSingletons after a global singleton"));
-  });
-  std::jthread([] {
-    Tarvo::useThreadLocalSingletons();
-    EXPECT_TRUE(Tarvo::hasThreadLocalSingletons());
-    Tarvo::useThreadLocalSingletons();
-  });
-}
-
 }  // namespace

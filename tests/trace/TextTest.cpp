@@ -6,7 +6,6 @@
 
 #include "Tarvo/Assert.h"
 #include "Tarvo/DisplayPointer.h"
-#include "Tarvo/Platform.h"
 
 namespace {
 
@@ -27,9 +26,6 @@ TEST(TextTest, ArgumentsShowInTheirOwnForm) {
   const auto* address = reinterpret_cast<int*>(0xabcdef);
   EXPECT_EQ(message("{} {} {}", Shape(), nothing, nullptr), "a shape NULL NULL");
   EXPECT_EQ(message("{} {}", address, static_cast<const void*>(address)), "0x00abcdef 0x00abcdef");
-  EXPECT_EQ(
-      message("{} {}", Tarvo::Platform::eventPriorityDefault, Tarvo::Platform::EventPriority(7)),
-      "eventPriorityDefault Invalid EventPriority=7");
   std::ostringstream out;  // whose state stays as it was
   out << std::left << std::setfill('*') << std::setw(4) << std::oct << DisplayPointer(address) << 8;
   EXPECT_EQ(out.str(), "0x00abcdef10**");
