@@ -80,8 +80,9 @@ void registerBase(event_base* base, Impl::ThreadLoop::Owner owner) {
   // The callbacks belong to the process; threads that start at once must not set them together.
   [[maybe_unused]] static const bool set =
       (event_set_fatal_callback(le_fatal_cb), event_set_log_callback(le_debug_cb), true);
-  registerBase(leCreateBase(), Impl::ThreadLoop::Owner::loop);
-  return loop.base();
+  std::unique_ptr<event_base, void (*)(event_base*)> base(leCreateBase(), event_base_free);
+  registerBase(base.get(), Impl::ThreadLoop::Owner::loop);
+  return base.release();
 }
 
 }  // namespace

@@ -148,7 +148,7 @@ int eventLoopTimeout(double seconds) {
 
 int eventLoopFastForward(const timeval* delta) {
   applyFastForwardDelta(delta);
-  if (auto* timers = Impl::ThreadLoop::own().virtualTimers()) timers->activateDue();
+  Impl::ThreadLoop::own().virtualTimers()->activateDue();
   const EvLoopBreak loopBreak(timeval{0, 0});
   return dispatch(Limit::some);
 }

@@ -38,7 +38,7 @@ void LibeventTimerControl::setTimeout(double seconds) {
   // The base counts from the time it read at the start of its turn, which may be long ago.
   if (timerisset(&delay)) {
     event_base_update_cache_time(event_get_base(&event_));
-    if (leFastForward()) return Impl::ThreadLoop::own().makeVirtualTimers().add(virtual_, delay);
+    if (leFastForward()) return Impl::ThreadLoop::own().virtualTimers()->add(virtual_, delay);
   } else {
     ++Impl::threadWords->dueTimersArmed;
   }

@@ -49,6 +49,8 @@ ThreadLoop::~ThreadLoop() {
 }
 
 void ThreadLoop::baseIs(event_base* base, Owner owner) {
+  // Here, since timers are also set on the way of a throw, when there may be no memory for this.
+  virtualTimers_ = std::make_unique<VirtualTimers>(base);
   base_ = usableBase = base;
   owner_ = owner;
 }
@@ -89,11 +91,6 @@ void ThreadLoop::rebuild() {
 void ThreadLoop::offsetIs(const timeval& offset) {
   offset_ = offset;
   virtualOffset = toSeconds(offset);
-}
-
-VirtualTimers& ThreadLoop::makeVirtualTimers() {
-  if (virtualTimers_ == nullptr) virtualTimers_ = std::make_unique<VirtualTimers>(base_);
-  return *virtualTimers_;
 }
 
 /// Set while the base runs its events.

@@ -85,10 +85,8 @@ class ThreadLoop : public LoopWords {
   const timeval& offset() const { return offset_; }
   void offsetIs(const timeval& offset);
 
-  /// Null until one was set.
+  /// Null without a base.
   VirtualTimers* virtualTimers() { return virtualTimers_.get(); }
-  /// REQUIRES: a base.
-  VirtualTimers& makeVirtualTimers();
 
   /// Runs the base and throws what a notification left. Without a limit it also ends when only
   /// the master timers of empty wheels are left.

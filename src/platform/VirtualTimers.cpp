@@ -36,7 +36,12 @@ void VirtualTimers::remove(VirtualTimer& timer) {
   const bool wasFirst = &timer == &*timers_.begin();
   unlink(timer);
   // An event that is not expected is about to be served, and then looks for the first itself.
-  if (wasFirst && expecting()) expectFirst();
+  if (!wasFirst || !expecting()) return;
+  try {
+    expectFirst();
+  } catch (const MemoryResourceException&) {
+    // An event that comes too early finds nothing due, and asks for the right time then.
+  }
 }
 
 double VirtualTimers::remaining(const VirtualTimer& timer) const {
@@ -44,14 +49,14 @@ double VirtualTimers::remaining(const VirtualTimer& timer) const {
 }
 
 void VirtualTimers::activateDue() {
-  const timeval present = now();
-  while (!timers_.empty() && !isEarlier(present, timers_.begin()->due)) {
-    VirtualTimer& timer = *timers_.begin();
-    timer.ev.ev_timeout = difference(timer.due, jumped_);
-    event_active(&timer.ev, EV_TIMEOUT, 0);
-    unlink(timer);
-  }
   try {
+    const timeval present = now();
+    while (!timers_.empty() && !isEarlier(present, timers_.begin()->due)) {
+      VirtualTimer& timer = *timers_.begin();
+      timer.ev.ev_timeout = difference(timer.due, jumped_);
+      event_active(&timer.ev, EV_TIMEOUT, 0);
+      unlink(timer);
+    }
     expectFirst();
   } catch (const MemoryResourceException&) {
     event_active(&first_, EV_TIMEOUT, 0);  // and the next turn tries again
