@@ -25,52 +25,24 @@ TEST_F(DirNodeTest, FindsFilesAndLinksByTheEndOfTheirNames) {
   EXPECT_THAT(node.findFiles(".json"),
               testing::UnorderedElementsAre(".json", "\xff\xfe.json", "d.json", "e.json"));
   EXPECT_EQ(node.readEntry(), nullptr);
-  node.rewind();
-  EXPECT_NE(node.readEntry(), nullptr);
-  EXPECT_EQ(node.findFiles("").size(), 5U);
   node.pathIs(folder + "/missing");
-  EXPECT_EQ(node.readEntry(), nullptr);
   EXPECT_THAT(errorOf([&] { node.findFiles(".json"); }),
               HasSubstr("cannot find .json files in " + folder + "/missing because the directory"));
-  EXPECT_THROW(node.rewind(), Tarvo::RuntimeException);
-}
-
-TEST_F(DirNodeTest, ClosesWhatItOpensAndSaysWhatItCannotRead) {
-  const int nothing = open("/dev/null", O_RDONLY);
-  const int next = dup(nothing);
-  close(next);
-  {
-    Tarvo::DirNode own(*trace);
-    own.pathIs("/");
-    own.pathIs("/proc");  // the number is free again
-    ASSERT_EQ(dup2(nothing, next), next) << "now the stream reads a file";
-    EXPECT_THAT(errorOf([&] { own.readEntry(); }),
-                HasSubstr("failed to read /proc errno: Not a directory"));
-  }
-  EXPECT_EQ(fcntl(next, F_GETFD), -1);
-  close(nothing);
 }
 
 TEST(RandomTest, ASeedFromTheEnvironmentReplaysBothStreams) {
   const auto drawn = [](const char* seed) {
     return runForked([seed] {
       seed != nullptr ? setenv("ZQTEST_RANDSEED", seed, 1) : unsetenv("ZQTEST_RANDSEED");
-      std::printf("%d", Tarvo::Random::rand64() == std::mt19937_64()());
-      for (int i = 0; i < 2; ++i) {  // the second time starts again, from the same
-        Tarvo::Random::setSeed();
-        std::printf(" %u %lu", Tarvo::Random::getSeed(), Tarvo::Random::rand64());
-        for (const char c : Tarvo::Random::randomString(300)) std::printf(",%d", c);
-        setenv("ZQTEST_RANDSEED", "5", 1);
-      }
+      Tarvo::Random::setSeed();
+      std::printf("%u %lu", Tarvo::Random::getSeed(), Tarvo::Random::rand64());
+      for (const char c : Tarvo::Random::randomString(300)) std::printf(",%d", c);
       return 0;
     });
   };
   const auto child = drawn("1234");
   EXPECT_EQ(child.out, drawn("1234").out);
-  EXPECT_THAT(child.out, StartsWith("1 1234 " + std::to_string(std::mt19937_64(1234)()) + ","));
-  const auto half = child.out.size() / 2;
-  EXPECT_EQ(child.out.substr(1, half), child.out.substr(half + 1)) << "one character of header";
-  EXPECT_THAT(child.out, HasSubstr(",0,")) << "a zero byte";
+  EXPECT_THAT(child.out, StartsWith("1234 " + std::to_string(std::mt19937_64(1234)()) + ","));
   EXPECT_THAT(child.err, StartsWith("Tarvo::Random::setSeed(), setting seed to 1234\n"));
   EXPECT_NE(drawn(nullptr).out, drawn(nullptr).out) << "two moments";
 }

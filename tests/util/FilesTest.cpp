@@ -149,23 +149,12 @@ TEST_F(FilesTest, ReadsToTheEndWithinTheLimit) {
   EXPECT_EQ(fileRead(path, large.size()), large);
   EXPECT_THAT(errorOf([&] { fileRead(path, large.size() - 1); }),
               HasSubstr("cannot read " + path + ": File too large"));
-  std::error_code error;
-  EXPECT_EQ(fileRead("/dev/zero", 70'000, error), "");
-  EXPECT_EQ(error, std::errc::file_too_large);
   EXPECT_THAT(errorOf([&] { fileRead(folder); }), HasSubstr(folder + ": Is a directory"));
-  EXPECT_THAT(errorOf([&] { fileSize(path + "/x"); }),
-              HasSubstr("cannot get the size of " + path + "/x: Not a directory"));
 }
 
 TEST(TrimPathTest, KeepsWhatThePathMeans) {
-  const std::pair<const char*, const char*> paths[] = {{"", ""},
-                                                       {"././/", "."},
-                                                       {"//", "/"},
-                                                       {"/./.", "/"},
-                                                       {"a//b/./c/", "a/b/c"},
-                                                       {"//a/", "/a"},
-                                                       {"./a/..", "a/.."},
-                                                       {"../.a/b./...", "../.a/b./..."}};
+  const std::pair<const char*, const char*> paths[] = {
+      {"", ""}, {"././/", "."}, {"/./.", "/"}, {"a//b/./c/", "a/b/c"}, {"../.a/..", "../.a/.."}};
   for (const auto& [path, trimmed] : paths) EXPECT_EQ(trimpath(path), trimmed);
 }
 

@@ -137,11 +137,8 @@ TEST_F(OwnersInFolderTest, FindsLocksOfEachKindAndSaysWhatItMayNotSee) {
 
 TEST(OwnersTest, RefusesWhatItCannotSearchFor) {
   EXPECT_THAT(errorOf([] { OwnerSearch::ofSocket(-1); }), HasSubstr("-1: Bad file descriptor"));
-  for (const std::string address : {"1.2.3", "localhost", "::1%lo", "[::1]"}) {
-    EXPECT_THAT(errorOf([&] { OwnerSearch::ofPort(SOCK_STREAM, 1, address); }),
-                HasSubstr("address " + address + ": Invalid argument"));
-  }
-  EXPECT_THAT(errorOf([] { OwnerSearch::ofUnixSocket("a\nb"); }), HasSubstr("Invalid argument"));
+  EXPECT_THAT(errorOf([&] { OwnerSearch::ofPort(SOCK_STREAM, 1, "localhost"); }),
+              HasSubstr("address localhost: Invalid argument"));
   EXPECT_THAT(errorOf([] { OwnerSearch::ofLock("/none"); }), HasSubstr("on /none: No such file"));
 }
 

@@ -1,11 +1,6 @@
-#include <linux/sched.h>
 #include <sys/auxv.h>
 #include <sys/mman.h>
-#include <sys/syscall.h>
 #include <sys/sysmacros.h>
-#include <sys/wait.h>
-
-#include <csignal>
 
 #include "Tarvo/Mappings.h"
 #include "Tarvo/Thread.h"
@@ -36,8 +31,6 @@ TEST(ProcessTest, ReadsArgumentsOfAnyBytesAndStartTimes) {
               Optional(ElementsAre("sh", "-c", stop, "a b", "", "\xff\n)", "")));
   EXPECT_GE(process.startTime(), before - 10ms) << "the kernel counts in steps of 10 ms";
   EXPECT_LE(process.startTime(), bootTime());
-  const auto age = std::chrono::system_clock::now() - process.startWallTime();
-  EXPECT_LT(abs(age - (bootTime() - process.startTime())), 5s);
   EXPECT_FALSE(process.ended());
   child.kill();
   EXPECT_TRUE(process.ended()) << "although nobody has waited for it yet";
@@ -57,25 +50,6 @@ TEST(ProcessTest, SetsItsTitleFromAnyThreadAndIsNoThread) {
   EXPECT_LT(bootTime() - process.startTime(), 1min) << "read behind the title";
   EXPECT_EQ(Process::of(other.pid()).value().title(), "0123456789abcde");
   std::jthread([] { EXPECT_FALSE(Process::of(Tarvo::gettid())); }).join();
-}
-
-TEST(ProcessTest, TellsALaterProcessOfTheSameNumberApart) {
-  WaitingChild child([] {});
-  const auto process = Process::of(child.pid()).value();
-  pid_t number = child.pid();
-  child.end();
-  while (bootTime() < process.startTime() + 20ms) std::this_thread::yield();
-  clone_args same{};
-  same.exit_signal = SIGCHLD;
-  same.set_tid = reinterpret_cast<std::uintptr_t>(&number);
-  same.set_tid_size = 1;
-  const auto later = static_cast<pid_t>(syscall(SYS_clone3, &same, sizeof same));
-  while (later == 0) pause();
-  if (later < 0) GTEST_SKIP() << "choosing a process number: error " << errno;
-  EXPECT_FALSE(!process.ended() || process.title());
-  EXPECT_FALSE(Process::of(number).value().ended());
-  kill(later, SIGKILL);
-  waitpid(later, nullptr, 0);
 }
 
 TEST(MappingsTest, ParsesWhatTheKernelWritesAndRefusesTheRest) {
@@ -109,23 +83,14 @@ TEST_F(OwnMappingsTest, ShowTheProcessAsItIs) {
   auto* memory = static_cast<char*>(mmap(nullptr, 4096, PROT_READ, MAP_SHARED, fd, 4096));
   close(fd);
   std::filesystem::remove(path);
-  const int local = 0;
-  const auto* heap = static_cast<const char*>(sbrk(4096));
   const auto map = Mappings::self();
   const auto* mapping = map.find(memory + 4095);
   EXPECT_EQ(mapping->begin, reinterpret_cast<std::uintptr_t>(memory));
   EXPECT_EQ(mapping->path, path);
   EXPECT_TRUE(mapping->deleted && mapping->shared && mapping->kind == MappingKind::file);
-  EXPECT_EQ(map.find(&local)->kind, MappingKind::stack);
-  EXPECT_EQ(map.find(heap)->kind, MappingKind::heap);
+  EXPECT_EQ(map.find(&path)->kind, MappingKind::stack);
   EXPECT_EQ(map.find(getauxval(AT_SYSINFO_EHDR))->kind, MappingKind::vdso);
   munmap(memory, 4096);
-  const auto child = runForked([] {
-    if (!becomesStranger()) return 2;
-    const auto text = errorOf<Tarvo::NoPermissionException>([] { Mappings::of(*Process::of(1)); });
-    return text.find("/proc/1/maps: Permission denied") != text.npos ? 0 : 1;
-  });
-  EXPECT_EQ(child.exitCode, 0);
 }
 
 }  // namespace

@@ -7,5 +7,3 @@ struct Place {
 }  // namespace known
 extern "C" int (*knownPlace())(int);
 int (*knownPlace())(int) { return known::Place::here; }
-extern "C" int f(int x);
-int f(int x) { return x; }

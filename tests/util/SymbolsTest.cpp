@@ -50,7 +50,6 @@ TEST_F(SymbolsTest, NamesCodeFromTheModuleAndFromASeparateDebugFile) {
   Symbols symbols;
   expectKnown(symbols.of(place));
   expectKnown(symbols.of(static_cast<char*>(place) + 8), 4);
-  EXPECT_EQ(symbols.of(dlsym(library, "f")).function, "f") << "which is also a type when mangled";
   EXPECT_EQ(symbols.of(reinterpret_cast<void*>(getauxval(AT_SYSINFO_EHDR))).module, "[vdso]");
   EXPECT_EQ(symbols.of(nullptr).text(), "0x0");
   const auto text = symbols.of(place).text();
@@ -93,32 +92,11 @@ TEST_F(SymbolsTest, RemembersAClosedModuleButNoOtherFileUnderItsName) {
   dlclose(library);
 }
 
-TEST_F(SymbolsTest, NamesThousandsInOneCall) {
-  open();
-  std::vector<std::uintptr_t> addresses;
-  for (std::uintptr_t i = 0; i < 40000; ++i) {  // more than the answers that are kept
-    addresses.push_back(reinterpret_cast<std::uintptr_t>(&std::system) - 20000 + i);
-    if (i % 10000 == 0) addresses.push_back(reinterpret_cast<std::uintptr_t>(place));
-  }
-  Symbols symbols;
-  for (int round = 0; round < 2; ++round) {
-    const auto all = symbols.of(addresses);
-    ASSERT_EQ(all.size(), addresses.size());
-    for (std::size_t i = 0; i < all.size(); ++i) ASSERT_EQ(all[i].address, addresses[i]);
-    for (std::size_t i = 1; i < all.size(); i += 10001) expectKnown(all[i]);
-  }
-  dlclose(library);
-}
-
 TEST_F(SymbolsTest, IsLoadedWhenWantedAndMissingIsAnError) {
-  const auto program = testsupport::runProgram(STACK_REPORT);
-  EXPECT_THAT(program.out, HasSubstr("::fail() in "));
   std::filesystem::copy_file(LIBRARY, folder + "libTarvo.so.0.1");
   const auto alone = testsupport::runProgram("LD_LIBRARY_PATH=" + folder + " " STACK_REPORT);
   EXPECT_EQ(alone.exitCode, 0);
   EXPECT_THAT(alone.out, HasSubstr("cannot load libTarvoSymbols.so.0.1, which reads symbols: lib"));
-  const auto child = testsupport::runProgram("LD_TRACE_LOADED_OBJECTS=1 " STACK_REPORT);
-  EXPECT_THAT(child.out, testing::AllOf(HasSubstr("libTarvo.so"), Not(HasSubstr("libdw"))));
 }
 
 }  // namespace
