@@ -9,26 +9,6 @@ using namespace testsupport;
 
 struct EventLoopTest : LoopFixture {};
 
-TEST_F(EventLoopTest, TimersRunOnceInTheOrderOfTheirDelays) {
-  Handler later(log, "later");
-  Handler sooner(log, "sooner");
-  Handler never(log, "never");
-  const auto laterTimer = Platform::getTimerControl(&later);
-  const auto soonerTimer = Platform::getTimerControl(&sooner);
-  const auto neverTimer = Platform::getTimerControl(&never);
-  laterTimer->setTimeout(0.03);
-  soonerTimer->setTimeout(500);
-  soonerTimer->setTimeout(-3);  // replaces the first; a past expiry is due at once
-  neverTimer->setTimeout(0);
-  neverTimer->setTimeout(infinity);
-  EXPECT_LT(laterTimer->remainingTimeout(), 1.0);
-  EXPECT_LT(soonerTimer->remainingTimeout(), 1.0);  // told in steps of the coarse clock
-  EXPECT_EQ(neverTimer->remainingTimeout(), infinity);
-  EXPECT_EQ(Platform::doEventLoop(), 1);
-  EXPECT_THAT(log, ElementsAre("sooner", "later"));
-  EXPECT_EQ(laterTimer->remainingTimeout(), infinity);
-}
-
 TEST_F(EventLoopTest, DelaysOfAnySizeAreTaken) {
   Handler handler(log, "h");
   const auto timer = Platform::getTimerControl(&handler);

@@ -93,32 +93,6 @@ TEST_F(ThreadLoopTest, LeavesNothingWhenItIsFreedAgainAndAgain) {
   EXPECT_LT(rounds(2000), before + 20000);
 }
 
-int refuseIn = 0;
-bool refuses() { return refuseIn > 0 && --refuseIn == 0; }
-
-TEST_F(ThreadLoopTest, CanBeMadeAfterMemoryHasFailed) {
-  Tarvo::leFree();
-  event_set_mem_functions([](size_t size) { return refuses() ? nullptr : std::malloc(size); },
-                          [](void* memory, size_t size) { return std::realloc(memory, size); },
-                          std::free);
-  testing::internal::CaptureStderr();  // the event library's own complaints
-  int failures = 0;
-  for (int n = 1, left = 0; left == 0; ++n) {
-    refuseIn = n;
-    if (failureOf([] { Tarvo::leInit(); }) != "nothing failed") ++failures;
-    left = std::exchange(refuseIn, 0);
-    Handler handler(log, "h");
-    const auto timer = Platform::getTimerControl(&handler, Platform::eventPriorityStrictHigh);
-    timer->setTimeout(0);
-    EXPECT_EQ(Platform::doEventLoop(), 1);
-    EXPECT_EQ(log.size(), static_cast<std::size_t>(n));
-    Tarvo::leFree();
-  }
-  testing::internal::GetCapturedStderr();
-  EXPECT_GE(failures, 4);
-  event_set_mem_functions(nullptr, nullptr, nullptr);
-}
-
 TEST_F(ThreadLoopTest, DoesNotWaitForTheTimersOfEmptyWheels) {
   const TestClock clock;
   const auto wheel = Tarvo::getTimerWheelForTaskScheduler(Platform::eventPriorityDefault);

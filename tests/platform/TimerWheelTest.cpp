@@ -1,9 +1,5 @@
 #include "Tarvo/TimerWheel.h"
 
-#include <algorithm>
-#include <deque>
-#include <random>
-
 #include "support/LoopFixture.h"
 #include "support/TestClock.h"
 
@@ -95,39 +91,6 @@ TEST_F(TimerWheelTest, ATimerThatIsMovedStaysExactInRealTime) {
   Platform::doEventLoop(0.02);
   EXPECT_EQ(log.size(), 3U);
   EXPECT_NEAR(Tarvo::time() - begin, 1.02, 0.003);
-}
-
-TEST_F(TimerWheelTest, AnySequenceOfStartsStopsAndThrowsIsServedInOrder) {
-  std::mt19937 random(7);
-  std::deque<Event> timers;
-  std::vector<double> dues;  // of those served in one pass
-  const auto any = [&]() -> Event& { return timers[random() % timers.size()]; };
-  const auto delay = [&] { return static_cast<double>(random() % 30) * 0.001; };
-  int startsLeft = 5000, thrown = 0;
-  for (int i = 0; i < 300; ++i) {
-    Event& timer = timers.emplace_back(log, "");
-    timer.action = [&] {
-      dues.push_back(timer.due);
-      for (auto stops = random() % 3; stops > 0; --stops) any().delTimeout(wheel);
-      for (auto starts = random() % 3; starts > 0 && startsLeft-- > 0; --starts) {
-        any().start(wheel, delay());
-      }
-      if (startsLeft > 0 && random() % 20 == 0) throw ++thrown;
-    };
-  }
-  for (int round = 0; round < 200; ++round) {
-    for (int i = 0; i < 20; ++i) any().start(wheel, delay() - 0.002);
-    dues.clear();
-    try {
-      Platform::doEventLoopInWaitfor(0.004);
-    } catch (const int number) {
-      EXPECT_EQ(number, thrown);
-    }
-    EXPECT_TRUE(std::ranges::is_sorted(dues));
-  }
-  startsLeft = 0;
-  Platform::doEventLoop(infinity);
-  for (const Event& timer : timers) EXPECT_EQ(timer.remainingTimeout(), infinity);
 }
 
 TEST_F(TimerWheelTest, ACallbackMayDropTheWheel) {

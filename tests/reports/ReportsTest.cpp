@@ -200,22 +200,6 @@ TEST_F(ReportsTest, ATaskWritesThePrometheusPageByTheLine) {
   EXPECT_GT(snapshot->taskRunCountWritable(), series.size() / 2);
 }
 
-TEST_F(ReportsTest, RunsThatThrewAreToldEverywhere) {
-  task->body = [](TestTask&) { throw 1; };
-  task->scheduleTask();
-  EXPECT_THROW(Platform::doEventLoop(0.0), int);
-  EXPECT_THAT(root->statsRenderTextForDebugToString("group"),
-              testing::ContainsRegex("pending threw\n L group [^\n]* 1\n"));
-  EXPECT_THAT(
-      root->statsRenderPrometheus(),
-      HasSubstr("scheduler=\"root\",task=\"group\",priority=\"low\"} 1\n# HELP tarvo_task_work"));
-  const auto json = parsed(root->statsRenderJson());
-  EXPECT_EQ(named(named(json["schedulers"], "group")["tasks"], shown)["threw"].GetInt(), 1);
-  const std::string timeline = root->timelineRenderJson();
-  const auto first = timeline.find("\"threw\"");
-  EXPECT_NE(first, timeline.rfind("\"threw\"")) << "the member's run and its parent's";
-}
-
 TEST_F(ReportsTest, ATimelineHasRunsThatNestAndWaitsThatEnd) {
   const auto twins = {member(group, "twin"), member(group, "twin"), member(inner, "group")};
   for (const auto& each : twins) each->scheduleTask();
@@ -244,26 +228,6 @@ TEST_F(ReportsTest, ATimelineHasRunsThatNestAndWaitsThatEnd) {
   }
   EXPECT_EQ(runs, 9) << "of parents, members and twins; what was destroyed was unscheduled";
   EXPECT_EQ(std::ranges::count(open | std::views::values, 1), 3) << "all schedulers are idle";
-}
-
-TEST_F(ReportsTest, TimesOfATimelineAreExactAfterYears) {
-  using Type = Tarvo::TaskSchedulerEventType;
-  root->clearHistory();
-  Tarvo::TaskClock::time_point now(std::chrono::hours(24 * 4000) + std::chrono::nanoseconds(7));
-  const auto insert = [&](Type type, int later) {
-    now += std::chrono::nanoseconds(later);
-    root->history().insert(now, type, task.get());
-  };
-  for (const int length : {3, 1'234'567}) {
-    insert(Type::runStart, 0);
-    insert(Type::runEnd, length);
-  }
-  root->history().insert(now - std::chrono::nanoseconds(1'235'000), Type::busy, task.get());
-  EXPECT_THAT(root->timelineRenderJson(),
-              testing::AllOf(HasSubstr(R"({"oldestEventNs":345600000000000007})"),
-                             HasSubstr(R"("ts":0.000,"cat":"run","dur":0.003})"),
-                             HasSubstr(R"("ts":0.003,"cat":"run","dur":1234.567})"),
-                             HasSubstr(R"("ts":-0.430,)")));
 }
 
 /// Does what the test wants when its figures are reset.

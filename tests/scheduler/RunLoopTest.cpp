@@ -1,8 +1,6 @@
-#include <cmath>
 #include <thread>
 
 #include "support/SchedulerFixture.h"
-#include "support/TestClock.h"
 
 namespace {
 
@@ -86,19 +84,6 @@ TEST_F(RunLoop, BodiesMayDestroyAndRearrangeEverything) {
   EXPECT_THAT(log, ElementsAre("self", "last", "suspended", "last"));
 }
 
-TEST_F(RunLoop, TheSlipIsTheLongestLatencyOfAStep) {
-  const TestClock clock;
-  const auto task = make("t");
-  for (const double late : {0.002, 0.001}) {
-    task->scheduleTask();
-    TestClock::advance(late);
-    task->taskRunAndRecordFromTest();
-    EXPECT_EQ(root->lastSchedulerLatency(), std::lround(late * 1e9));
-    EXPECT_GE(root->maxSchedulerSlip(), 2'000'000);
-    runLoop();  // asks no more
-  }
-}
-
 TEST_F(RunLoop, AThrowingTaskMayTakeItsSchedulerAlong) {
   std::weak_ptr<Tarvo::TaskSchedulerRoot> gone;
   TestTaskPtr task;
@@ -117,21 +102,6 @@ TEST_F(RunLoop, AThrowingTaskMayTakeItsSchedulerAlong) {
     EXPECT_TRUE(gone.expired());
     runLoop();
   }
-}
-
-TEST_F(RunLoop, ATaskThatNobodySharesIsRefusedAndMayGo) {
-  auto own = Tarvo::schedulerRootTarvoNonShared("own");
-  auto unshared = std::make_unique<TestTask>(own, TaskPriority::low, "unshared", log);
-  const auto task = make("t", TaskPriority::normal, [&](TestTask&) {
-    for (int time = 0; time < 2; ++time) {
-      unshared->scheduleTask();
-      EXPECT_THROW(own->handleSchedulerRun(), std::bad_weak_ptr);
-    }
-    unshared.reset();
-    own.reset();
-  });
-  task->scheduleTask();
-  runLoop();
 }
 
 TEST_F(RunLoop, ThreadsHaveRootsOfTheirOwn) {

@@ -79,25 +79,6 @@ TEST_F(TaskGroupTest, APassEndsWhenItsThreadIsSuspended) {
   EXPECT_EQ(group->parentTask().taskWorkCountTotal(), 4U) << "a step that runs nobody is no run";
 }
 
-TEST_F(TaskGroupTest, GroupsNestAndMayGoAwayAtAnyTime) {
-  auto inner = std::make_shared<TaskGroup>("inner", TaskPriority::low, false, group);
-  EXPECT_EQ(root->taskGroupCount(), 2U);
-  TestTaskPtr last;
-  const auto dropAll = [&](TestTask&) { inner.reset(), group.reset(), last.reset(); };
-  last = make("last", TaskPriority::low, dropAll, inner);
-  auto queued = member("queued");
-  for (const auto& each : {last, queued}) each->scheduleTask();
-  queued.reset();
-  group.reset();  // lives on in its member
-  EXPECT_THAT(runs({}), ElementsAre("last"));
-  EXPECT_EQ(root->taskGroupCount(), 0U);
-  group = std::make_shared<TaskGroup>("group", TaskPriority::normal, false, root);
-  group->requestSchedulerRun();
-  group.reset();
-  runLoop();
-  EXPECT_EQ(root->runnableTaskCount(), 0U);
-}
-
 TEST_F(TaskGroupTest, EnforcesItsPriorityAndTakesOverItsParentsSettings) {
   root->defaultTaskQuantumIs(7);
   group = std::make_shared<TaskGroup>("group", TaskPriority::high, true, root);
@@ -106,17 +87,6 @@ TEST_F(TaskGroupTest, EnforcesItsPriorityAndTakesOverItsParentsSettings) {
               HasSubstr("taskPriority( low ) != taskGroupPriority( high )"));
   EXPECT_THAT(failureOf([&] { TaskGroup("g", TaskPriority::high, true, nullptr); }),
               HasSubstr("Need a TaskScheduler"));
-}
-
-TEST_F(TaskGroupTest, AGroupUnderTestYieldsAfterEachMember) {
-  auto a = member("a", 3);
-  a->taskForceYieldInTestIs(true);
-  EXPECT_THAT(runs({a, other}), ElementsAre("a", "other", "a", "other", "a", "other"));
-  EXPECT_TRUE(group->parentTask().taskForceYieldInTest());
-  a.reset();
-  EXPECT_FALSE(group->parentTask().taskForceYieldInTest());
-  group->taskGroupForceYieldInTestIs(true);
-  EXPECT_TRUE(group->parentTask().taskForceYieldInTest());
 }
 
 }  // namespace

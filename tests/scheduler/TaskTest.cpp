@@ -148,18 +148,6 @@ TEST_F(TaskTest, FiguresOfFinishedTasksAreKeptByStatisticsNameAndPriority) {
   EXPECT_EQ(root->completedTasksPerPriority(TaskPriority::high), 1U);
 }
 
-TEST_F(TaskTest, AStatisticsNameIsTakenByValue) {
-  struct Renaming : Tarvo::TimerTask {
-    using TimerTask::TimerTask;
-    void taskExecute() override {}
-    void taskStatsNameIs(std::string name) override { TimerTask::taskStatsNameIs(name + "!"); }
-  };
-  Renaming renaming(root, TaskPriority::low, "r");
-  renaming.taskStatsNameIs("r");
-  renaming.taskStatsNameIs(renaming.taskStatsName());
-  EXPECT_EQ(renaming.taskStatsName(), "r!!");
-}
-
 TEST_F(TaskTest, TheFiguresOfTooManyNamesAreSummedUp) {
   const auto end = [&](const std::string& names) {
     for (const char name : names) make(std::string(1, name))->taskRunFromTest();

@@ -28,42 +28,6 @@ TEST_F(TimerTaskTest, MayBeDroppedByItsHook) {
   }
 }
 
-TEST_F(TimerTaskTest, MovesBetweenItsStates) {
-  root->clearHistory();
-  task->scheduleTaskDelay(0);
-  EXPECT_TRUE(task->getStats().taskStatus().taskOnRunQueue());
-  task->scheduleTaskLowestDelay(-1.0);
-  EXPECT_FALSE(task->timerRunning()) << "a runnable task stays so";
-  task->scheduleTaskDelay(std::chrono::hours(1));
-  EXPECT_EQ(task->getStats().taskStatusString(), "Tn");
-  task->scheduleTaskLowestDelay(3600.0);
-  task->scheduleTaskLowestDelay(2'000'000'000LL);
-  EXPECT_LE(task->timerRemaining(), 2.0);
-  task->scheduleTask();
-  task->scheduleTaskDelay(Tarvo::taskTimeNever);
-  EXPECT_EQ(task->currentExpirationTime(), infinity);
-  EXPECT_THAT(events(),
-              ElementsAre("schedule t", "schedulerRunnable root", "busy t", "unschedule t",
-                          "timerStart t", "timerStart t", "schedule t", "unschedule t", "idle t"));
-  task->scheduleTaskDelay(1.0F);
-  task->taskRunFromTest();
-  EXPECT_FALSE(task->taskScheduled());
-}
-
-TEST_F(TimerTaskTest, NeitherEarlyNorOutOfOrder) {
-  std::vector<std::shared_ptr<TestTimer>> timers;
-  for (const double delay : {30.0, 0.0001, 7.0, 0.25, 3000.0}) {
-    const double due = Tarvo::time() + delay;
-    timers.push_back(makeTimer(fmt::format("{}", delay), [due](TestTimer&) {
-      EXPECT_GE(Tarvo::time(), due);
-      EXPECT_LE(Tarvo::time(), due + 1);
-    }));
-    timers.back()->scheduleTaskDelay(delay);
-  }
-  Platform::doEventLoop(infinity);
-  EXPECT_THAT(log, ElementsAre("0.0001", "0.25", "7", "30", "3000"));
-}
-
 TEST_F(TimerTaskTest, JitterIsDrawnFromTheRootsSequence) {
   unsigned int state = 0;
   const auto percent = [&] { return rand_r(&state) / 21474836; };
