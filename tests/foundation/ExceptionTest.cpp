@@ -1,11 +1,7 @@
 #include "Tarvo/Exception.h"
 
-#include <dlfcn.h>
-
 #include "Tarvo/Trace.h"
 #include "support/Test.h"
-
-extern "C" const char __executable_start;  // made by the linker
 
 namespace {
 
@@ -21,24 +17,6 @@ using Tarvo::Backtrace;
 TEST(BacktraceTest, BeginsWithTheCallerOfUnwind) {
   for (int round = 0; round < 3; ++round)
     expectBacktraceFromCaller();  // the cache is cold, then warm
-}
-
-TEST(BacktraceTest, OffsetsCountFromTheSymbolOrTheStartOfTheFile) {
-  static Backtrace inside(false);
-  const int key = 0;
-  // The function itself, not its inline twin nor a sanitizer's.
-  void* const search = dlsym(dlopen("libc.so.6", RTLD_LAZY | RTLD_NOLOAD), "bsearch");
-  reinterpret_cast<decltype(&std::bsearch)>(search)(&key, &key, 1, sizeof key,
-                                                    [](const void*, const void*) {
-                                                      inside.unwind();
-                                                      return 0;
-                                                    });
-  const auto shown = [](void* address, const char* symbol, const void* from) {
-    return fmt::format("{}+{:#x})[{}]\n", symbol,
-                       static_cast<char*>(address) - static_cast<const char*>(from), address);
-  };
-  EXPECT_THAT(inside.pretty(), AllOf(HasSubstr(shown(inside.address(0), "(", &__executable_start)),
-                                     HasSubstr(shown(inside.address(1), "(bsearch", search))));
 }
 
 TEST(ExceptionTest, WhatIsTheMessageAndTheStackOfItsOrigin) {

@@ -85,15 +85,11 @@ TEST_F(TraceFileTest, IsNoStandardDescriptorAndNeitherIsALockFile) {
 }
 
 TEST(LastWordsTest, AnAssertionReportsAndClaimsNoException) {
-  for (const char* how : {"assert", "assert-in-catch"}) {
-    const auto child = helper(how);
-    EXPECT_EQ(child.signal, SIGABRT);
-    EXPECT_THAT(child.err,
-                MatchesRegex("Tarvo::Assert aborting because: tests/process/ProcessHelper.cpp:"
-                             "[0-9]+: reason 5\nBacktrace:\n.*]\n\n"));
-    EXPECT_THAT(child.err, Not(HasSubstr("terminate called")));
-  }
-  EXPECT_THAT(helper("fatal").err, HasSubstr(": Tarvo::le_fatal_cb() libevent fatal error:3\n"));
+  const auto child = helper("assert");
+  EXPECT_EQ(child.signal, SIGABRT);
+  EXPECT_THAT(child.err,
+              MatchesRegex("Tarvo::Assert aborting because: tests/process/ProcessHelper.cpp:"
+                           "[0-9]+: reason 5\nBacktrace:\n.*]\n\n"));
 }
 
 TEST(LastWordsTest, AnEscapedExceptionIsNamedAndShown) {
@@ -103,7 +99,6 @@ TEST(LastWordsTest, AnEscapedExceptionIsNamedAndShown) {
       {"family", named + "'Tarvo::RuntimeException'\n"
                          "  what(): Tarvo::RuntimeException(\"boom\")\nBacktrace:\n"},
       {"standard", named + "'std::runtime_error'\n  what(): boomBacktrace:\n"},
-      {"no-memory", named + "'St13runtime_error'\n  what(): boom\n"},
       {"number", named + "'int'\nBacktrace:\n"},
       {"terminate", "Backtrace:\n"}};
   for (const auto& [how, report] : reports) {
@@ -111,38 +106,30 @@ TEST(LastWordsTest, AnEscapedExceptionIsNamedAndShown) {
     EXPECT_THAT(text, StartsWith(report));
     EXPECT_EQ(text.find("Backtrace:"), text.rfind("Backtrace:"));
   }
-  EXPECT_THAT(helper("zero").err, HasSubstr(String("(\"a\0b\")\nBacktrace:\n", 18)));
   const auto unspeakable = helper("unspeakable");
   EXPECT_EQ(unspeakable.signal, SIGABRT);  // and not the end of an endless recursion
   EXPECT_THAT(unspeakable.err, EndsWith("Unspeakable'\n"));
   const std::string verbosity = "TARVO_BACKTRACE_VERBOSITY=0";
-  EXPECT_THAT(helper("standard", verbosity + "0").err, HasSubstr("Backtrace:\n"));
   EXPECT_THAT(helper("standard", verbosity).err, EndsWith("'\n  what(): boom\n"));
   EXPECT_THAT(helper("family", verbosity).err, HasSubstr("Backtrace:\n"));
 }
 
 TEST(LastWordsTest, PlainAbortsIgnoreTheSwitch) {
-  const std::pair<std::string, std::string> aborts[] = {
-      {PROCESS_HELPER " throw abort", "composed text"},
-      {PROCESS_HELPER " throw abort-odd", "odd {:{}}"},
-      {PROCESS_HELPER " throw check", "what == \"other\" && \"the reason\""},
-      {FMT_ALONE, "false && \"No debug handler found for platform\""}};
-  for (const auto& [program, text] : aborts) {
-    const auto child = runProgram(program);
+  for (const auto& [how, text] :
+       {std::pair("abort", "composed text"), {"check", R"(what == "other" && "the reason")"}}) {
+    const auto child = helper(std::string("throw ") + how);
     EXPECT_EQ(child.signal, SIGABRT);
-    EXPECT_THAT(child.err, EndsWith(": Assertion `" + text + "' failed.\n"));
+    EXPECT_THAT(child.err, MatchesRegex("ProcessHelper: tests/process/ProcessHelper.cpp:.*\n"));
+    EXPECT_THAT(child.err, EndsWith(String(": Assertion `") + text + "' failed.\n"));
   }
-  EXPECT_THAT(helper("abort").err, StartsWith("ProcessHelper: tests/process/ProcessHelper.cpp:"));
 }
 
-TEST(LoadTest, TheCheckOpensAPrivateLibraryToEverybodyAndRefusesAnother) {
-  EXPECT_EQ(runProgram(FMT_ALONE " " LIBRARY).exitCode, 0);
-  const auto child = helper("compat compat");
-  EXPECT_EQ(std::pair(child.exitCode, child.err), std::pair(0, String()));
 #ifndef __SANITIZE_ADDRESS__  // whose runtime insists on coming first
+TEST(LoadTest, TheCheckRefusesAnotherLibraryOfTheSamePlatformLayer) {
+  EXPECT_EQ(helper("compat").err, "");
   EXPECT_THAT(helper("compat", "LD_PRELOAD=" INCOMPATIBLE).err,
               HasSubstr("\"a library incompatible with Tarvo has been loaded\"' failed"));
-#endif
 }
+#endif
 
 }  // namespace
