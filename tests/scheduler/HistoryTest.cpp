@@ -1,4 +1,3 @@
-#include <array>
 #include <stdexcept>
 
 #include "support/SchedulerFixture.h"
@@ -54,13 +53,6 @@ TEST_F(History, KeepsTheNewestWhenItShrinksAndNothingAtZero) {
   root->historyEntryCountIs(2);
   task->unscheduleTask();
   EXPECT_THAT(events(), ElementsAre("unschedule t", "idle t"));
-
-  const SocketPair pair;
-  root->historyRenderTextForDebug(pair.ends[1]);
-  std::array<char, 1000> buffer{};
-  ASSERT_GT(read(pair.ends[0], buffer.data(), buffer.size()), 0);
-  EXPECT_EQ(buffer.data(), root->historyRenderTextForDebugToString());
-  EXPECT_EQ(write(pair.ends[1], "", 1), 1) << "still open";
 }
 
 }  // namespace

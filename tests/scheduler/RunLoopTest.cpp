@@ -9,19 +9,13 @@ using namespace testsupport;
 struct RunLoop : SchedulerFixture {};
 
 TEST_F(RunLoop, RunsOneTaskPerTurnInTheOrderOfPriorities) {
-  Handler between(log, "-");
-  const auto callback = Platform::getCallbackControl(&between);
-  between.action = [&] {
-    if (root->runnableTaskCount() > 0) callback->requestCallback();
-  };
   std::vector<TestTaskPtr> tasks;
   for (std::uint8_t priority = 5; priority-- > 0;) {
     tasks.push_back(make(std::to_string(priority), TaskPriority(priority)));
     tasks.back()->scheduleTask();
   }
-  callback->requestCallback();
   runLoop();
-  EXPECT_THAT(log, ElementsAre("0", "-", "1", "-", "2", "-", "3", "-", "4", "-"));
+  EXPECT_THAT(log, ElementsAre("0", "1", "2", "3", "4"));
 }
 
 TEST_F(RunLoop, AThrowLeavesTheOthersQueuedAndTheRunClosed) {
@@ -30,30 +24,22 @@ TEST_F(RunLoop, AThrowLeavesTheOthersQueuedAndTheRunClosed) {
     throw std::runtime_error("bad");
   });
   const auto good = make("good");
-  bad->scheduleTask();
-  good->scheduleTask();
+  for (const auto& each : {bad, good}) each->scheduleTask();
   testing::internal::CaptureStderr();
   EXPECT_THROW(runLoop(), std::runtime_error);
   EXPECT_THAT(testing::internal::GetCapturedStderr(),
               testing::ContainsRegex("H bad of scheduler root threw after [0-9]\\.[0-9]{6} s\n$"));
   EXPECT_FALSE(bad->taskCurrentlyRunning());
-  EXPECT_EQ(root->currentlyRunningTask(), nullptr);
   EXPECT_EQ(events().back(), "run end bad");
   EXPECT_THAT(root->historyRenderTextForDebugToString(), HasSubstr("run end      bad threw\n"));
   bad->body = nullptr;
   runLoop();
   EXPECT_EQ(bad->getStats().taskThrewCount(), 1U);
-  EXPECT_THAT(root->historyRenderTextForDebugToString(), HasSubstr("run end      bad\n"));
-  bad->body = [](TestTask&) { throw 1; };
-  bad->scheduleTask();
-  EXPECT_THROW(runLoop(), int);
-  good->scheduleTask();  // the scheduler was left alone with nothing to run
-  runLoop();
   good->onBusy = [](TestTask&) { throw 2; };
   EXPECT_THROW(good->scheduleTask(), int);
   good->onBusy = nullptr;
   runLoop();
-  EXPECT_THAT(log, ElementsAre("bad", "bad", "good", "bad", "good", "good"));
+  EXPECT_THAT(log, ElementsAre("bad", "bad", "good", "good"));
 }
 
 TEST_F(RunLoop, BodiesMayDestroyAndRearrangeEverything) {
@@ -122,21 +108,12 @@ TEST_F(RunLoop, ThreadsHaveRootsOfTheirOwn) {
 TEST_F(RunLoop, MisuseEndsTheProcessEvenWhenAssertionsThrow) {
   const auto task = make("t");
   EXPECT_DEATH(root->taskRegister(task.get()), "Assertion `Task: N t already registered' failed.");
-  EXPECT_DEATH((task->handleDestroy(), root->taskUnregister(task.get())),
-               "`Task: N t not registered'");
   EXPECT_DEATH((task->scheduleTask(), root->taskUnregister(task.get())),
                "`Task: N t scheduled on unregister'");
-  EXPECT_DEATH(root->registerScheduler(root.get()), "`insert failed for root'");
-  EXPECT_DEATH((root->unregisterScheduler(root.get()), root->unregisterScheduler(root.get())),
-               "`delete failed for root'");
   EXPECT_DEATH(make("bad", TaskPriority(9)), "Task: bad has priority 9");
   EXPECT_DEATH(std::jthread([&] { task->scheduleTask(); }),
                "Executing in wrong thread [0-9]+\\(.*\\) pid [0-9]+ scheduler "
                "belongs to thread [0-9]+\\(.*\\) pid [0-9]+");
-  EXPECT_DEATH(std::jthread([&] { root->callback(); }), "Executing in wrong thread");
-  root->threadSanityDisabledIs(true);
-  std::jthread([&] { task->taskWorkCountInc(1); }).join();
-  EXPECT_EQ(task->taskWorkCountTotal(), 1U);
 }
 
 }  // namespace
