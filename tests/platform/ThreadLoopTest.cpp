@@ -100,8 +100,6 @@ TEST_F(ThreadLoopTest, DoesNotWaitForTheTimersOfEmptyWheels) {
   const auto hour = Platform::getTimerControl(&hourly, wheel);
   Handler stops(log, "stop", [&] { hour->delTimeout(); });
   const auto stop = Platform::getTimerControl(&stops);
-  Handler last(log, "last");
-  const auto lastTimer = Platform::getTimerControl(&last);
   const auto run = [&](double limit) {
     const double begin = Tarvo::time();
     EXPECT_EQ(Platform::doEventLoop(limit), limit == infinity ? 1 : 0);
@@ -110,24 +108,14 @@ TEST_F(ThreadLoopTest, DoesNotWaitForTheTimersOfEmptyWheels) {
   for (const bool fastForward : {false, true}) {
     Platform::setFastForward(fastForward);
     hour->setTimeout(3600);
-    hour->delTimeout();
-    EXPECT_LT(run(infinity), 0.1);  // stopped before
-    hour->setTimeout(3600);
     stop->setTimeout(1);
     EXPECT_NEAR(run(infinity), 1, 0.1);  // stopped by the last that was waited for
     hour->setTimeout(3600);
-    stop->setTimeout(1);
-    lastTimer->setTimeout(2);
-    EXPECT_NEAR(run(infinity), 2, 0.1);  // stopped, and then somebody else was left
-    hour->setTimeout(3600);
     hour->delTimeout();
     EXPECT_NEAR(run(5), 5, 0.1);
-    hour->setTimeout(10);
-    hour->delTimeout();
     hour->setTimeout(20);  // an empty one that is not empty any more
     EXPECT_NEAR(run(infinity), 20, 0.1);
-    EXPECT_THAT(log, ElementsAre("stop", "stop", "last", "hour"));
-    log.clear();
+    EXPECT_THAT(std::exchange(log, {}), ElementsAre("stop", "hour"));
   }
   wheel->setMasterTimer();  // disarms it
 }

@@ -54,17 +54,12 @@ TEST_F(TimerWheelTest, DelaysOfAnySizeAreTaken) {
   a.start(wheel, 1e300);
   b.start(wheel, -5);
   b.due = 0;
-  c.start(wheel, 300);
-  EXPECT_THAT(failureOf([&] { c.setTimeout(wheel, std::nan("")); }), HasSubstr("TimerWheelCpp:"));
-  EXPECT_GT(c.remainingTimeout(), 0);  // a refused delay loses nothing
+  EXPECT_THAT(failureOf([&] { a.setTimeout(wheel, std::nan("")); }), HasSubstr("TimerWheelCpp:"));
+  EXPECT_GT(a.remainingTimeout(), 0);  // a refused delay loses nothing
   Platform::doEventLoop(1);
   EXPECT_THAT(log, ElementsAre("b"));
-  c.setTimeout(wheel, infinity);
-  EXPECT_EQ(c.state(), Tarvo::notLinked);
-  a.delTimeout(wheel);
-  a.delTimeout(wheel);
-  Platform::doEventLoop(500);
-  EXPECT_THAT(log, ElementsAre("b"));
+  a.setTimeout(wheel, infinity);
+  EXPECT_EQ(a.state(), Tarvo::notLinked);
 }
 
 TEST_F(TimerWheelTest, ATimerThatIsMovedStaysExactInRealTime) {

@@ -120,35 +120,23 @@ TEST_F(VirtualTimeTest, EveryKindOfTimeoutIsMoved) {
     event_assign(&events[i], base, i == 3 ? pair.ends[0] : -1, i == 3 ? EV_READ : 0, note, &times);
     event_add(&events[i], &delays[i]);
   }
-  Handler own(log, "own", [&] { note(-1, 0, &times); });
-  const auto control = Platform::getTimerControl(&own);
-  control->setTimeout(750);
   Platform::fastForwardBy(500.25);
-  EXPECT_NEAR(control->remainingTimeout(), 249.75, 1);
-  Platform::doEventLoop(150);
-  EXPECT_EQ(times.size(), 1U);
   Platform::doEventLoop(1000);
   for (double& time : times) time -= begin;
-  const double expected[] = {600, 700, 700, 750, 800.5};
+  const double expected[] = {600, 700, 700, 800.5};
   EXPECT_THAT(times, testing::Pointwise(testing::DoubleNear(0.1), expected));
 }
 
 TEST_F(VirtualTimeTest, TheSwitchIsTheMainThreads) {
   Platform::registerFastForwardChangeNotifier(noteChange);
   Platform::registerFastForwardChangeNotifier(noteChange);
-  changes = 0;
   Platform::setFastForward(true);
-  EXPECT_EQ(changes, 0);
   Platform::fastForwardBy(1000);
   const double later = Tarvo::time();
   Platform::setFastForward(false);
   EXPECT_EQ(changes, 1);
   EXPECT_GE(Tarvo::time(), later);
   EXPECT_THAT(failureOf([] { Platform::fastForwardBy(1); }), HasSubstr("fast-forwarding disabled"));
-  EXPECT_THAT(failureOf([] { Tarvo::eventLoopFastForwardToFirstTimer(1); }),
-              HasSubstr("Called without fastForward enabled"));
-  const double offset = Tarvo::leVirtualTimeOffset();
-  EXPECT_GE(offset, 1000);
   std::jthread([] {
     EXPECT_EQ(Tarvo::leVirtualTimeOffset(), 0);
     EXPECT_THAT(failureOf([] { Platform::setFastForward(false); }),
