@@ -44,21 +44,6 @@ TEST_F(EventLoopTest, ATimerCountsFromTheMomentItIsSet) {
   EXPECT_THAT(log, ElementsAre("first", "third", "second"));
 }
 
-TEST_F(EventLoopTest, StrictHighEventsGoFirstAndALoopWithinALoopIsRefused) {
-  int inner = 5;
-  Handler plain(log, "default");
-  Handler high(log, "high", [&] { inner = Platform::doEventLoop(100); });
-  const auto plainTimer = Platform::getTimerControl(&plain);
-  const auto highTimer = Platform::getTimerControl(&high, Platform::eventPriorityStrictHigh);
-  plainTimer->setTimeout(0);
-  highTimer->setTimeout(0);
-  testing::internal::CaptureStderr();
-  Platform::doEventLoop();
-  EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("reentrant invocation"));
-  EXPECT_EQ(inner, -1);
-  EXPECT_THAT(log, ElementsAre("high", "default"));
-}
-
 TEST_F(EventLoopTest, DescriptorsAreReportedOrRefused) {
   const SocketPair pair;
   const int fd = pair.ends[0];

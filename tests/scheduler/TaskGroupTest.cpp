@@ -79,14 +79,4 @@ TEST_F(TaskGroupTest, APassEndsWhenItsThreadIsSuspended) {
   EXPECT_EQ(group->parentTask().taskWorkCountTotal(), 4U) << "a step that runs nobody is no run";
 }
 
-TEST_F(TaskGroupTest, EnforcesItsPriorityAndTakesOverItsParentsSettings) {
-  root->defaultTaskQuantumIs(7);
-  group = std::make_shared<TaskGroup>("group", TaskPriority::high, true, root);
-  EXPECT_EQ(member("m", 1, TaskPriority::high)->taskQuantum(), 7);
-  EXPECT_THAT(failureOf([&] { member("m", 1, TaskPriority::low); }),
-              HasSubstr("taskPriority( low ) != taskGroupPriority( high )"));
-  EXPECT_THAT(failureOf([&] { TaskGroup("g", TaskPriority::high, true, nullptr); }),
-              HasSubstr("Need a TaskScheduler"));
-}
-
 }  // namespace
