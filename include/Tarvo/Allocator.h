@@ -85,8 +85,9 @@ class Allocator {
 
   /// Throws std::bad_alloc as std::allocator does.
   T* allocate(std::size_t n) {
+    Impl::AllocationRecord& counted = record();  // the first of its type is allocated too
     T* memory = std::allocator<T>().allocate(n);
-    record().add(static_cast<std::int64_t>(n));
+    counted.add(static_cast<std::int64_t>(n));
     return memory;
   }
   void deallocate(T* memory, std::size_t n) noexcept {
