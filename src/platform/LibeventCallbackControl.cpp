@@ -32,9 +32,8 @@ namespace {
 void offerCallback(Platform::CallbackHandler& handler) {
   try {
     handler.callback();
-  } catch (abi::__forced_unwind&) {
-    throw;
   } catch (...) {
+    Impl::passCancellation();
     if (!handler.handleCallbackException()) throw;
     TARVO_TRACE(libeventTrace, 9, "Callback notification exception was handled");
   }
@@ -48,9 +47,8 @@ void LibeventCallbackControl::timeout() {
   const Impl::Lifeline::Watch watch(lifeline());
   try {
     offerCallback(*handler);
-  } catch (abi::__forced_unwind&) {
-    throw;
   } catch (...) {
+    Impl::passCancellation();
     if (watch.alive()) throw;
     // The timer part would ask this control, its handler, what to do; but the control is gone.
     Impl::keepExceptionForLoop();

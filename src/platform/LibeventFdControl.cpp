@@ -211,9 +211,8 @@ void LibeventFdControl::notify(Notify notification, const event& ev,
   const Impl::Lifeline::Watch watch(lifeline_);
   try {
     (handler->*notification)(getFd());
-  } catch (abi::__forced_unwind&) {
-    throw;
   } catch (...) {
+    Impl::passCancellation();
     // A report that was refused will not be served: there must be another.
     const bool once = watch.alive() && reports_ == Reports::onceUntilServed;
     try {

@@ -98,9 +98,8 @@ void LibeventTimerControl::handler() {
   Platform::TimeoutHandler* handler = handler_;  // the notification may destroy this control
   try {
     handler->timeout();
-  } catch (abi::__forced_unwind&) {
-    throw;
   } catch (...) {
+    Impl::passCancellation();
     if (!handler->handleTimeoutException()) throw;
     TARVO_TRACE(libeventTrace, 9, "Timeout notification exception was handled");
   }

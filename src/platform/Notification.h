@@ -1,8 +1,7 @@
 #ifndef TARVO_SRC_PLATFORM_NOTIFICATION_H
 #define TARVO_SRC_PLATFORM_NOTIFICATION_H
 
-#include <cxxabi.h>
-
+#include "foundation/PassCancellation.h"
 #include "platform/ThreadLoop.h"
 
 namespace Tarvo::Impl {
@@ -18,9 +17,8 @@ void runNotification(Notification notification, bool fresh = true) {
   threadWords->fresh = fresh;
   try {
     notification();
-  } catch (abi::__forced_unwind&) {
-    throw;  // the thread is being cancelled, and no handler may stop that
   } catch (...) {
+    passCancellation();
     keepExceptionForLoop();
   }
   threadWords->fresh = false;

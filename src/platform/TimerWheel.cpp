@@ -189,9 +189,8 @@ void TimerWheel::timeout() {
   const auto self = weak_from_this().lock();  // a callback may drop the last other reference
   try {
     serve();
-  } catch (abi::__forced_unwind&) {
-    throw;
   } catch (...) {
+    Impl::passCancellation();
     if (self == nullptr || self.use_count() > 1) throw;
     // Whoever called will ask this wheel what to do with the exception, and it is about to go.
     Impl::keepExceptionForLoop();
@@ -205,9 +204,8 @@ void TimerWheel::serve() {
   try {
     sortDueTicks();
     serveDue(now);
-  } catch (abi::__forced_unwind&) {
-    throw;  // no exception that could be kept and thrown again: the thread is going
   } catch (...) {
+    Impl::passCancellation();
     const auto failure = std::current_exception();
     try {
       setMasterTimer();           // the rest that was due comes with the next loop

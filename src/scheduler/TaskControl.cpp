@@ -1,10 +1,9 @@
 #include "Tarvo/TaskControl.h"
 
-#include <cxxabi.h>
-
 #include <utility>
 
 #include "Tarvo/Allocator.h"
+#include "foundation/PassCancellation.h"
 
 namespace Tarvo::Platform {
 
@@ -45,9 +44,8 @@ void TaskFdControl::taskExecuteWritable() { notify(&Platform::FdEventHandler::wr
 void TaskFdControl::notify(Notify notification) {
   try {
     (handler_->*notification)(getFd());
-  } catch (abi::__forced_unwind&) {
-    throw;  // the thread is being cancelled, and no handler may stop that
   } catch (...) {
+    Impl::passCancellation();
     if (!handler_->handleFdException(getFd())) throw;
   }
 }
