@@ -11,6 +11,7 @@
 
 #include "Tarvo/LibeventFactory.h"
 #include "Tarvo/TimerWheel.h"
+#include "foundation/Uncancelled.h"
 #include "platform/EventTime.h"
 #include "platform/VirtualTimers.h"
 
@@ -75,6 +76,7 @@ void ThreadLoop::free() {
   }
   virtualTimers_.reset();
   usableBase = nullptr;
+  const Uncancelled whole;  // the thread may be at its end already, where nothing may throw
   event_base_free(std::exchange(base_, nullptr));
   owner_ = Owner::loop;
 }

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "Tarvo/Allocator.h"
+#include "foundation/Uncancelled.h"
 #include "reports/StatsJson.h"
 #include "reports/StatsPrometheus.h"
 
@@ -117,6 +118,7 @@ class SnapshotWriter final : public FileDescriptorTask {
   }
 
   void closeFd() {
+    const Impl::Uncancelled whole;
     taskWatchFdDel();
     if (fd_ >= 0) close(std::exchange(fd_, -1));
   }

@@ -12,6 +12,7 @@
 #include "Tarvo/FdToStream.h"
 #include "Tarvo/Thread.h"
 #include "platform/Notification.h"
+#include "foundation/PassCancellation.h"
 #include "platform/SchedulerCallback.h"
 #include "platform/ThreadLoop.h"
 #include "scheduler/SchedulerTrace.h"
@@ -70,11 +71,9 @@ void TaskSchedulerRoot::callback() {
   inSlice_ = true;
   try {
     now = takeSteps(now);
-  } catch (abi::__forced_unwind&) {
-    inSlice_ = false;
-    throw;
   } catch (...) {
     inSlice_ = false;
+    Impl::passCancellation();
     if (stepWanted_) requestNextRun(TaskClock::now());
     if (self == nullptr || self.use_count() > 1) throw;
     // The callback control will ask this root what to do with the exception, and it is about to go.

@@ -13,6 +13,7 @@
 #include "Tarvo/Trace.h"
 #include "Tarvo/Util.h"
 #include "foundation/OpenFile.h"
+#include "util/OwnedFd.h"
 
 namespace Tarvo {
 
@@ -71,25 +72,21 @@ bool FileLock::lock(bool reentry) {
   const int made = Util::mkpath(directory_, 0777);
   TARVO_ASSERT(made == 0 || errno == EEXIST, "unexpected mkpath() error {}: {}", directory_,
                std::strerror(errno));
-  const int fd = openLockFile(path_.c_str());
-  if (fd < 0) {
+  Impl::OwnedFd fd(openLockFile(path_.c_str()));
+  if (!fd) {
     const int error = errno;
     TARVO_TRACE(*this, 1, "error: could not open lock file:{} {}", path_, std::strerror(error));
     return false;
   }
-  if (const int error = setLock(fd, F_WRLCK)) {
-    close(fd);
+  if (const int error = setLock(fd.get(), F_WRLCK)) {
     TARVO_ASSERT(error == EAGAIN, "unexpected error: {} file:{}", std::strerror(error), path_);
     TARVO_TRACE(*this, 1, "error: conflicting lock held on file:{}", path_);
     return false;
   }
-  if (fcntl(fd, F_SETFD, FD_CLOEXEC) != 0) {
-    const int error = errno;
-    close(fd);
-    TARVO_FAIL("unexpected error:{} file:{}", std::strerror(error), path_);
-  }
-  if (descriptor_ >= 0) close(descriptor_);  // of a file that was replaced under its name
-  descriptor_ = fd;
+  TARVO_ASSERT(fcntl(fd.get(), F_SETFD, FD_CLOEXEC) == 0, "unexpected error:{} file:{}",
+               std::strerror(errno), path_);
+  // Of a file that was replaced under its name.
+  const Impl::OwnedFd replaced(std::exchange(descriptor_, fd.release()));
   ownerPid_ = getpid();
   TARVO_TRACE(*this, 5, "acquired lock on file:{}", path_);
   return true;
@@ -116,10 +113,10 @@ void FileLock::closeFd() {
     return;
   }
   const int fd = std::exchange(descriptor_, -1);
-  if (close(fd) == 0) {
+  const int error = Impl::OwnedFd(fd).close();
+  if (error == 0) {
     TARVO_TRACE(*this, 5, "closed fd for file:{}", path_);
   } else {
-    const int error = errno;
     TARVO_TRACE(*this, 1, "error: {} file:{} fd:{}", std::strerror(error), path_, fd);
   }
 }

@@ -6,9 +6,11 @@
 #include <cerrno>
 #include <utility>
 
+#include "foundation/Uncancelled.h"
+
 namespace Tarvo::Impl {
 
-/// Owns an open descriptor, or none. Closing leaves errno alone.
+/// Owns an open descriptor, or none. Its end leaves errno alone and begins no cancellation.
 class OwnedFd {
  public:
   OwnedFd() = default;
@@ -20,12 +22,15 @@ class OwnedFd {
   }
   ~OwnedFd() {
     const int error = errno;
-    if (fd_ >= 0) ::close(fd_);
+    if (fd_ >= 0) close();
     errno = error;
   }
 
   /// Closes; 0, or an errno.
-  int close() { return ::close(std::exchange(fd_, -1)) == 0 ? 0 : errno; }
+  int close() {
+    const Uncancelled whole;
+    return ::close(std::exchange(fd_, -1)) == 0 ? 0 : errno;
+  }
   int release() { return std::exchange(fd_, -1); }
 
   int get() const { return fd_; }

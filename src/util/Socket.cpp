@@ -9,6 +9,7 @@
 #include <sys/socket.h>
 
 #include "Tarvo/Fmt.h"
+#include "foundation/Uncancelled.h"
 #include "util/Failed.h"
 #include "util/OwnedFd.h"
 
@@ -38,6 +39,7 @@ void* makeInside(void* argument) {
 
 /// Runs the request on a thread of its own, which takes no signals; 0, or an errno.
 int runAside(Request& request) {
+  const Impl::Uncancelled whole;  // the thread writes to the request until it is joined
   sigset_t all;
   sigset_t old;
   sigfillset(&all);

@@ -42,6 +42,10 @@ TEST_F(ThreadLoopTest, GoesWhenItsThreadHasEnded) {
   const std::function<void()> uses[] = {
       [&] { useLoop(log); },
       [&] {
+        useLoop(log);
+        pthread_cancel(pthread_self());  // closing must not be what ends it
+      },
+      [&] {
         thread_local const UsesLoopAtEnd before{log};
         static_cast<void>(before);
         useLoop(log);
@@ -74,7 +78,7 @@ TEST_F(ThreadLoopTest, GoesWhenItsThreadHasEnded) {
     EXPECT_EQ(openDescriptors(), before) << "use " << &use - uses;
   }
   pthread_key_delete(key);
-  EXPECT_EQ(std::ranges::count(log, "h"), 7);
+  EXPECT_EQ(std::ranges::count(log, "h"), 8);
   left->setTimeout(0);  // on this thread's loop from now on
   Platform::doEventLoop();
   EXPECT_EQ(log.back(), "left");

@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 
 #include <csignal>
+#include <filesystem>
+#include <thread>
 
 #include "Tarvo/Util.h"
 #include "support/OpenDescriptors.h"
@@ -57,7 +59,13 @@ TEST_F(FileLockTest, HasOneDescriptorAsLongAsItHolds) {
   EXPECT_FALSE(other.lock(false));
   EXPECT_EQ(openDescriptors(), before + 1);
   lock.release();
+  std::thread([&] {
+    FileLock last(*trace, sub, "lock");
+    EXPECT_TRUE(last.lock(false));
+    pthread_cancel(pthread_self());  // which closing must not begin
+  }).join();
   EXPECT_EQ(openDescriptors(), before);
+  EXPECT_TRUE(other.lock(false));
 }
 
 TEST_F(FileLockTest, AChildCannotReleaseAndAHolderThatIsKilledLetsGo) {
