@@ -19,6 +19,11 @@ namespace {
 thread_local bool assertionFailed = false;
 thread_local bool terminating = false;
 
+const char* textOf(const std::exception& e) {
+  const char* text = e.what();
+  return text != nullptr ? text : "";
+}
+
 /// What the exception in flight says. Sets `wantsBacktrace` off when that text holds one.
 String describeException(bool& wantsBacktrace) {
   try {
@@ -27,8 +32,7 @@ String describeException(bool& wantsBacktrace) {
     wantsBacktrace = false;
     return String("  what(): ").append(e.text());
   } catch (const std::exception& e) {
-    const char* what = e.what();
-    return String("  what(): ") + (what != nullptr ? what : "");
+    return String("  what(): ") + textOf(e);
   } catch (...) {
     return {};
   }
@@ -55,7 +59,7 @@ void reportWithoutMemory(const char* mangled) {
   try {
     throw;
   } catch (const std::exception& e) {
-    write({"  what(): ", e.what(), "\n"});
+    write({"  what(): ", textOf(e), "\n"});
   } catch (...) {
   }
 }

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <map>
-#include <set>
 #include <string_view>
 #include <vector>
 
@@ -83,8 +82,10 @@ class Joiner {
     const auto found = names_.find(root);
     if (found != names_.end()) return found->second;
     String name(root);
-    for (int number = 2; !taken_.insert(name).second; ++number) {
-      name = fmt::format("{}#{}", root, number);
+    unsigned& given = taken_[name];
+    while (given++ > 0) {
+      name = fmt::format("{}#{}", root, given);
+      if (taken_.emplace(name, 1).second) break;
     }
     return names_.emplace(root, std::move(name)).first->second;
   }
@@ -94,7 +95,7 @@ class Joiner {
   std::vector<Families::value_type*> order_;
   Families::value_type* family_ = nullptr;
   std::map<std::string_view, String> names_;
-  std::set<String> taken_;
+  std::map<String, unsigned> taken_;  // and the last number given to one of that name
 };
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <concepts>
+#include <new>
 #include <string_view>
 
 #include "Tarvo/Debug.h"
@@ -106,6 +107,15 @@ void putPrefix(Line& line, TraceFields fields, const FieldTexts& texts, unsigned
   if (texts.func.data() != nullptr) line.field(texts.func);
 }
 
+void write(std::string_view text) {
+  Impl::TraceFile& destination = Impl::traceFile();
+  if (destination.isOpen()) {
+    destination.write(text.data(), text.size());
+  } else {
+    Impl::writeStandardError(text);
+  }
+}
+
 }  // namespace
 
 void dumpDebugMsg(const char* msg, unsigned len, unsigned level, const void* handler,
@@ -114,17 +124,18 @@ void dumpDebugMsg(const char* msg, unsigned len, unsigned level, const void* han
   const TraceFields fields = Impl::traceFields();
   const FieldTexts texts =
       fieldTexts(fields, static_cast<const DebugHandler*>(handler), file, func);
-  Line line(texts.size() + len);
-  putPrefix(line, fields, texts, level, lineNumber);
-  line.put(std::string_view(msg, len));
-  line.put('\n');
-
-  LocoGuard guard;
-  Impl::TraceFile& destination = Impl::traceFile();
-  if (destination.isOpen()) {
-    destination.write(line.text().data(), line.text().size());
-  } else {
-    Impl::writeStandardError(line.text());
+  const std::string_view message(msg, len);
+  try {
+    Line line(texts.size() + len);
+    putPrefix(line, fields, texts, level, lineNumber);
+    line.put(message);
+    line.put('\n');
+    const LocoGuard guard;
+    write(line.text());
+  } catch (const std::bad_alloc&) {  // must not break the code that the line is about
+    const LocoGuard guard;
+    write(message);
+    write("\n");
   }
   errno = savedErrno;
 }
