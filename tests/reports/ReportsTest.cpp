@@ -9,6 +9,8 @@
 
 #include "Tarvo/PrometheusPages.h"
 #include "Tarvo/Thread.h"
+#include "support/AllocationCount.h"
+#include "support/OpenDescriptors.h"
 #include "support/SchedulerFixture.h"
 
 namespace {
@@ -379,7 +381,19 @@ TEST_F(ReportsTest, ASnapshotLeavesOutWhatComesLaterAndOutlivesItsDescriptor) {
   EXPECT_GT(snapshot->taskRunCountWritable(), 500U) << "it asks after every record";
 }
 
-TEST_F(ReportsTest, ASnapshotWithoutDescriptorsSaysSo) {
+TEST_F(ReportsTest, ASnapshotWithoutMemoryOrDescriptorsLosesNone) {
+  const auto before = testsupport::openDescriptors();
+  bool refused = true;
+  for (unsigned long allocation = 1; refused; ++allocation) {
+    testsupport::refusedAllocation = allocation;
+    try {
+      root->snapshotRenderJsonAsync(file);
+      refused = false;
+    } catch (const std::bad_alloc&) {
+    }
+    testsupport::refusedAllocation = 0;
+  }
+  EXPECT_EQ(testsupport::openDescriptors(), before);
   rlimit limit;
   getrlimit(RLIMIT_NOFILE, &limit);
   const rlimit few = {static_cast<rlim_t>(file) + 1, limit.rlim_max};

@@ -68,4 +68,30 @@ TEST_F(AllocationTest, ABodyThatThrowsNeedsNone) {
   EXPECT_EQ(group->tasksPerPriority(TaskPriority::normal), 0U);
 }
 
+TEST_F(AllocationTest, ADescriptorThatFindsNoMemoryIsFreeForTheNextTry) {
+  for (const bool shared : {false, true}) {
+    bool refused = true;
+    for (unsigned long nth = 1; refused; ++nth) {
+      refused = false;
+      const SocketPair pair;
+      auto first = makeReader();
+      const auto second = makeReader();
+      if (shared) first->taskWatchFdIs(pair.ends[0]);
+      refusedAllocation = nth;
+      try {
+        second->taskWatchFdIs(pair.ends[0]);
+      } catch (const std::bad_alloc&) {
+        refused = true;
+        EXPECT_EQ(second->taskWatchFd(), -1);
+      }
+      refusedAllocation = 0;
+      second->taskWatchFdIs(pair.ends[0]);
+      first.reset();
+      ASSERT_EQ(write(pair.ends[1], "x", 1), 1);
+      runTurns(4);
+      EXPECT_EQ(second->last, 'x') << nth;
+    }
+  }
+}
+
 }  // namespace

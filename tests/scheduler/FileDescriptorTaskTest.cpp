@@ -335,4 +335,23 @@ TEST_F(FdTaskTest, ADrainedDescriptorIsNotAskedButReportsWhatComes) {
   EXPECT_EQ(taken(), "bc");
 }
 
+TEST_F(FdTaskTest, SharersOfAClosedFileHarmNobody) {
+  const auto other = makeFd("other"), innocent = makeFd("innocent", second.ends[0]);
+  auto dropped = makeFd("dropped");
+  innocent->taskSuspendedIs(true);
+  {
+    const SocketPair closed;
+    for (const auto& each : {task, other, dropped}) each->taskWatchFdIs(closed.ends[0]);
+    control->setFd(closed.ends[0]);
+  }
+  dropped.reset();
+  control->setFd(second.ends[0]);  // the others must watch by edges now, which is refused
+  EXPECT_EQ(task->taskWatchFd(), -1);
+  EXPECT_EQ(other->taskWatchFd(), -1);
+  plain.action = [&] { control->setReads(log.size() < 5); };
+  send(second, "abc");
+  settle();
+  EXPECT_GE(std::ranges::count(log, fmt::format("plain read {}", second.ends[0])), 3);
+}
+
 }  // namespace

@@ -1,6 +1,8 @@
+#include <cmath>
 #include <thread>
 
 #include "support/SchedulerFixture.h"
+#include "support/TestClock.h"
 
 namespace {
 
@@ -114,6 +116,19 @@ TEST_F(RunLoop, MisuseEndsTheProcessEvenWhenAssertionsThrow) {
   EXPECT_DEATH(std::jthread([&] { task->scheduleTask(); }),
                "Executing in wrong thread [0-9]+\\(.*\\) pid [0-9]+ scheduler "
                "belongs to thread [0-9]+\\(.*\\) pid [0-9]+");
+}
+
+TEST_F(RunLoop, TheSlipIsTheLongestLatencyOfAStep) {
+  const TestClock clock;
+  const auto task = make("t");
+  for (const double late : {0.002, 0.001}) {
+    task->scheduleTask();
+    TestClock::advance(late);
+    task->taskRunAndRecordFromTest();
+    EXPECT_EQ(root->lastSchedulerLatency(), std::lround(late * 1e9));
+    EXPECT_GE(root->maxSchedulerSlip(), 2'000'000);
+    runLoop();  // asks no more
+  }
 }
 
 }  // namespace

@@ -1,3 +1,5 @@
+#include <sys/wait.h>
+
 #include <limits>
 
 #include "support/SchedulerFixture.h"
@@ -145,6 +147,31 @@ TEST_F(Slice, NewsWakeAnIdleRootInTheSameTurnButTasksDoNot) {
   EXPECT_GT(log.size(), 39U);
   log.resize(3);
   EXPECT_THAT(log, testing::Contains(testing::StartsWith("reader")));
+}
+
+TEST_F(Slice, AForkedChildLeavesItForALoopOfItsOwn) {
+  root->runSliceIs(1'000'000'000);
+  bool child = false;
+  during([&] { child = fork() == 0; });
+  EXPECT_EQ(log.size(), 5U);
+  if (child) _exit(log.size() == 5 ? 0 : 1);
+  int status = -1;
+  wait(&status);
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(Slice, ABodyMayDropTheLastReferences) {
+  auto other = Tarvo::schedulerRootTarvoNonShared("other");
+  auto task = std::make_shared<TestTask>(other, TaskPriority::low, "task", log);
+  other.reset();
+  task->body = [&](TestTask& self) {
+    self.scheduleTask();
+    self.unscheduleTask();
+    task.reset();
+  };
+  task->scheduleTask();
+  Platform::doEventLoop(0.01);
+  EXPECT_THAT(log, ElementsAre("task"));
 }
 
 }  // namespace

@@ -75,8 +75,12 @@ TEST_F(TraceLineTest, AFormatIsTakenWholeOrNotAtAll) {
   EXPECT_THAT(captured([&] { TARVO_TRACE_STREAM(handler, 1, ""); }), StartsWith("1 TraceLine"));
 }
 
+/// Has no text: throws, or ends a thread that is cancelled.
 struct Unshowable {
-  friend std::ostream& operator<<(std::ostream&, const Unshowable&) { throw 5; }
+  friend std::ostream& operator<<(std::ostream&, const Unshowable&) {
+    pthread_testcancel();
+    throw 5;
+  }
 };
 
 TEST_F(TraceLineTest, StatementsEvaluateWhatIsOnAndSurviveIt) {
@@ -135,6 +139,28 @@ TEST_F(TraceLineTest, LinesOfManyThreadsStayWhole) {
   ASSERT_TRUE(lines.peek() != EOF);
   for (String text; std::getline(lines, text);)
     EXPECT_THAT(text, MatchesRegex("[0-9]+ 1 [A-Za-z_:()<>]+ x+[0-9]+\\|"));
+}
+
+TEST_F(TraceLineTest, AThreadIsCancelledBesideItsLinesNotInThem) {
+  setTraceFormat("");
+  int unwound = 0;
+  const auto cancelled = [&](auto last) {
+    std::jthread([&] {
+      const std::shared_ptr<int> count(&unwound, [](int* number) { ++*number; });
+      pthread_cancel(pthread_self());
+      [&]() noexcept { Tarvo::Platform::dumpDebugMsg("one", 3, 1, handler.get(), "f", "g", 1); }();
+      last();
+      ++unwound;  // not reached
+    });
+  };
+  EXPECT_EQ(captured([&] {
+              cancelled([] { pthread_testcancel(); });
+              cancelled([&] { TARVO_TRACE(handler, 1, "x {}", Unshowable()); });
+              cancelled([&] { TARVO_TRACE_STREAM(handler, 1, Unshowable()); });
+              cancelled([&] { TARVO_FAIL("x {}", Unshowable()); });
+            }),
+            "one\none\none\none\n");
+  EXPECT_EQ(unwound, 4);
 }
 
 }  // namespace
