@@ -11,6 +11,7 @@
 #include <tuple>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "Tarvo/Exception.h"
 #include "Tarvo/Loco.h"
@@ -177,21 +178,16 @@ class Symbols::Modules {
   static constexpr std::ptrdiff_t mostClosed = 64;
 
   static ByAddress loaded() {
-    ByAddress modules;
-    std::optional<Module> module;
-    const auto keep = [&] {
-      if (module && module->executable()) modules.emplace(module->begin(), std::move(*module));
-      module.reset();
-    };
+    std::vector<Module> found;
     for (const auto& mapping : Mappings::self()) {
       if (mapping.kind != MappingKind::file && mapping.kind != MappingKind::vdso) continue;
-      if (!module || !module->goesOn(mapping)) {
-        keep();
-        module.emplace(mapping);
-      }
-      module->extend(mapping);
+      if (found.empty() || !found.back().goesOn(mapping)) found.emplace_back(mapping);
+      found.back().extend(mapping);
     }
-    keep();
+    ByAddress modules;
+    for (Module& module : found) {
+      if (module.executable()) modules.emplace(module.begin(), std::move(module));
+    }
     return modules;
   }
 
