@@ -61,16 +61,21 @@ TEST(ForkAmongThreadsTest, AForkWaitsForTheChangeOfARegistry) {
   std::atomic<bool> whole{false};
   std::atomic<bool> done{false};
   std::jthread changer([&, forker = Tarvo::gettid()] {
-    const WholeChange change;
-    begun.count_down();
-    while (!forking) std::this_thread::yield();
-    sleeps(forker, done);
-    whole = true;
+    {
+      const WholeChange change;
+      begun.count_down();
+      while (!forking) std::this_thread::yield();
+      sleeps(forker, done);
+      whole = true;
+    }
+    // A child in which it has just ended counts as one that has lost a thread.
+    while (!done) std::this_thread::yield();
   });
   begun.wait();
   const auto free = [&] { return WholeChange(), whole ? 0 : 1; };
   EXPECT_EQ(runForked(free).exitCode, 0);
   done = true;
+  changer.join();
   // Nobody is waited for where the forking thread itself is in a change, which goes on in both.
   const WholeChange own;
   EXPECT_EQ(runForked(free).exitCode, 0);
