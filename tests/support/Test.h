@@ -37,9 +37,6 @@ String captured(Body body) {
   return testing::internal::GetCapturedStderr();
 }
 
-/// Whether the process, as root, could become a stranger to all files; as anybody else it is one.
-inline bool becomesStranger() { return geteuid() != 0 || seteuid(65534) == 0; }
-
 }  // namespace testsupport
 
 #endif
