@@ -4,7 +4,7 @@
 
 #include "Tarvo/Assert.h"
 #include "Tarvo/LibeventFactory.h"
-#include "platform/EventTime.h"
+#include "platform/libevent/EventTime.h"
 
 namespace Tarvo {
 

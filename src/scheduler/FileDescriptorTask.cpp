@@ -4,7 +4,7 @@
 
 #include "Tarvo/Allocator.h"
 #include "Tarvo/TaskScheduler.h"
-#include "platform/DeferredFdControl.h"
+#include "platform/libevent/DeferredFdControl.h"
 
 namespace Tarvo {
 

@@ -4,8 +4,8 @@
 #include <ostream>
 #include <utility>
 
-#include "platform/DeferredFdControl.h"
-#include "platform/ThreadLoop.h"
+#include "platform/libevent/DeferredFdControl.h"
+#include "platform/libevent/ThreadLoop.h"
 #include "scheduler/SchedulerTrace.h"
 #include "scheduler/TaskNameIndex.h"
 

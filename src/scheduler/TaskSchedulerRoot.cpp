@@ -12,9 +12,9 @@
 #include "Tarvo/FdToStream.h"
 #include "Tarvo/Thread.h"
 #include "foundation/PassCancellation.h"
-#include "platform/Notification.h"
-#include "platform/SchedulerCallback.h"
-#include "platform/ThreadLoop.h"
+#include "platform/libevent/Notification.h"
+#include "platform/libevent/SchedulerCallback.h"
+#include "platform/libevent/ThreadLoop.h"
 #include "scheduler/SchedulerTrace.h"
 
 namespace Tarvo {

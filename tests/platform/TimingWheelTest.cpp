@@ -1,4 +1,4 @@
-#include "platform/TimingWheel.h"
+#include "platform/wheel/TimingWheel.h"
 
 #include <gtest/gtest.h>
 

@@ -9,14 +9,14 @@
 #include <stdexcept>
 #include <string>
 
-#include "platform/LibeventTrace.h"
+#include "platform/libevent/LibeventTrace.h"
 
 #include "Tarvo/LibeventControls.h"
 #include "Tarvo/LibeventFactory.h"
-#include "platform/EventTime.h"
-#include "platform/LibeventBase.h"
-#include "platform/VirtualTime.h"
-#include "platform/VirtualTimers.h"
+#include "platform/libevent/EventTime.h"
+#include "platform/libevent/LibeventBase.h"
+#include "platform/libevent/VirtualTime.h"
+#include "platform/libevent/VirtualTimers.h"
 
 namespace Tarvo {
 

@@ -1,4 +1,4 @@
-#include "platform/LibeventBase.h"
+#include "platform/libevent/LibeventBase.h"
 
 #include <event2/event.h>
 #include <event2/event_struct.h>
@@ -7,11 +7,11 @@
 #include <memory>
 #include <utility>
 
-#include "platform/LibeventTrace.h"
+#include "platform/libevent/LibeventTrace.h"
 
 #include "Tarvo/LibeventFactory.h"
 #include "Tarvo/Thread.h"
-#include "platform/Notification.h"
+#include "platform/libevent/Notification.h"
 
 namespace Tarvo {
 

@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "Tarvo/detail/DeferredFdControl.h"
-#include "platform/ThreadLoop.h"
+#include "platform/libevent/ThreadLoop.h"
 
 namespace Tarvo::Impl {
 

@@ -6,7 +6,7 @@
 #include <boost/intrusive/set.hpp>
 
 #include "Tarvo/LibeventControls.h"
-#include "platform/EventTime.h"
+#include "platform/libevent/EventTime.h"
 
 namespace Tarvo::Impl {
 

@@ -1,6 +1,6 @@
 #include <event2/event.h>
 
-#include "platform/LibeventTrace.h"
+#include "platform/libevent/LibeventTrace.h"
 
 #include "Tarvo/LibeventFactory.h"
 

@@ -2,12 +2,12 @@
 
 #include <memory>
 
-#include "platform/LibeventTrace.h"
+#include "platform/libevent/LibeventTrace.h"
 
 #include "Tarvo/LibeventFactory.h"
-#include "platform/DescriptorTable.h"
-#include "platform/LibeventBase.h"
-#include "platform/ThreadLoop.h"
+#include "platform/libevent/DescriptorTable.h"
+#include "platform/libevent/LibeventBase.h"
+#include "platform/libevent/ThreadLoop.h"
 
 namespace Tarvo::Impl {
 

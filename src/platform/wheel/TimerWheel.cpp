@@ -1,4 +1,4 @@
-#include "platform/TimerWheelTrace.h"
+#include "platform/wheel/TimerWheelTrace.h"
 
 #include "Tarvo/TimerWheel.h"
 
@@ -12,11 +12,11 @@
 
 #include "Tarvo/Loco.h"
 #include "Tarvo/Thread.h"
-#include "platform/ExactTimes.h"
-#include "platform/LibeventBase.h"
-#include "platform/Notification.h"
-#include "platform/ThreadLoop.h"
-#include "platform/TimingWheel.h"
+#include "platform/libevent/ExactTimes.h"
+#include "platform/libevent/LibeventBase.h"
+#include "platform/libevent/Notification.h"
+#include "platform/libevent/ThreadLoop.h"
+#include "platform/wheel/TimingWheel.h"
 
 namespace Tarvo {
 

@@ -1,13 +1,13 @@
-#include "platform/VirtualTimers.h"
+#include "platform/libevent/VirtualTimers.h"
 
 #include <event2/event.h>
 
 #include <algorithm>
 
 #include "Tarvo/LibeventFactory.h"
-#include "platform/LibeventBase.h"
-#include "platform/LibeventTimeouts.h"
-#include "platform/Notification.h"
+#include "platform/libevent/LibeventBase.h"
+#include "platform/libevent/LibeventTimeouts.h"
+#include "platform/libevent/Notification.h"
 
 namespace Tarvo::Impl {
 

@@ -1,9 +1,9 @@
-#include "platform/LibeventTrace.h"
+#include "platform/libevent/LibeventTrace.h"
 
 #include "Tarvo/Allocator.h"
 #include "Tarvo/LibeventControls.h"
 #include "Tarvo/LibeventFactory.h"
-#include "platform/Notification.h"
+#include "platform/libevent/Notification.h"
 
 namespace Tarvo {
 

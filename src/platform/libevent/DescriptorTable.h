@@ -8,7 +8,7 @@
 
 #include "Tarvo/LibeventControls.h"
 #include "Tarvo/List.h"
-#include "platform/ServedReads.h"
+#include "platform/libevent/ServedReads.h"
 
 namespace Tarvo::Impl {
 

@@ -1,6 +1,6 @@
-#include "platform/TimerWheelTrace.h"
+#include "platform/wheel/TimerWheelTrace.h"
 
-#include "platform/ExactTimes.h"
+#include "platform/libevent/ExactTimes.h"
 
 #include <algorithm>
 #include <utility>

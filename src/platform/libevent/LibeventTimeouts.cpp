@@ -2,19 +2,19 @@
 /// that libevent 2.1 keeps in each event, which its headers show but do not promise. So before
 /// the first use the version is checked, and the operations are tried on a base of their own.
 
-#include "platform/LibeventTimeouts.h"
+#include "platform/libevent/LibeventTimeouts.h"
 
 #include <event2/event.h>
 #include <event2/event_struct.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-#include "platform/LibeventTrace.h"
+#include "platform/libevent/LibeventTrace.h"
 
 #include "Tarvo/LibeventFactory.h"
-#include "platform/EventTime.h"
-#include "platform/LibeventBase.h"
-#include "platform/VirtualTimers.h"
+#include "platform/libevent/EventTime.h"
+#include "platform/libevent/LibeventBase.h"
+#include "platform/libevent/VirtualTimers.h"
 
 namespace Tarvo::Impl {
 

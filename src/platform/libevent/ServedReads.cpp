@@ -1,4 +1,4 @@
-#include "platform/ServedReads.h"
+#include "platform/libevent/ServedReads.h"
 
 #include <event2/event.h>
 #include <poll.h>
@@ -6,11 +6,11 @@
 #include <algorithm>
 #include <limits>
 
-#include "platform/LibeventTrace.h"
+#include "platform/libevent/LibeventTrace.h"
 
 #include "Tarvo/LibeventControls.h"
-#include "platform/DescriptorTable.h"
-#include "platform/ThreadLoop.h"
+#include "platform/libevent/DescriptorTable.h"
+#include "platform/libevent/ThreadLoop.h"
 
 namespace Tarvo::Impl {
 

@@ -2,7 +2,7 @@
 #define TARVO_SRC_PLATFORM_NOTIFICATION_H
 
 #include "foundation/PassCancellation.h"
-#include "platform/ThreadLoop.h"
+#include "platform/libevent/ThreadLoop.h"
 
 namespace Tarvo::Impl {
 

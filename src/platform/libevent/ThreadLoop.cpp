@@ -1,4 +1,4 @@
-#include "platform/ThreadLoop.h"
+#include "platform/libevent/ThreadLoop.h"
 
 #include <event2/event.h>
 #include <pthread.h>
@@ -7,13 +7,13 @@
 #include <new>
 #include <utility>
 
-#include "platform/LibeventTrace.h"
+#include "platform/libevent/LibeventTrace.h"
 
 #include "Tarvo/LibeventFactory.h"
 #include "Tarvo/TimerWheel.h"
 #include "foundation/Uncancelled.h"
-#include "platform/EventTime.h"
-#include "platform/VirtualTimers.h"
+#include "platform/libevent/EventTime.h"
+#include "platform/libevent/VirtualTimers.h"
 
 namespace Tarvo::Impl {
 

@@ -1,7 +1,7 @@
 #include <bit>
 #include <ostream>
 
-#include "platform/TimerWheelTrace.h"
+#include "platform/wheel/TimerWheelTrace.h"
 
 #include "Tarvo/TimerWheel.h"
 

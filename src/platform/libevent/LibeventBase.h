@@ -5,7 +5,7 @@
 
 #include <memory>
 
-#include "platform/ThreadLoop.h"
+#include "platform/libevent/ThreadLoop.h"
 
 struct event;
 

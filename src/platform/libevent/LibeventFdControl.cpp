@@ -6,15 +6,15 @@
 #include <iterator>
 #include <utility>
 
-#include "platform/LibeventTrace.h"
+#include "platform/libevent/LibeventTrace.h"
 
 #include "Tarvo/Allocator.h"
 #include "Tarvo/LibeventControls.h"
 #include "Tarvo/LibeventFactory.h"
-#include "platform/DeferredFdControl.h"
-#include "platform/DescriptorTable.h"
-#include "platform/LibeventBase.h"
-#include "platform/Notification.h"
+#include "platform/libevent/DeferredFdControl.h"
+#include "platform/libevent/DescriptorTable.h"
+#include "platform/libevent/LibeventBase.h"
+#include "platform/libevent/Notification.h"
 
 namespace Tarvo {
 

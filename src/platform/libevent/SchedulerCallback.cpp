@@ -1,8 +1,8 @@
-#include "platform/SchedulerCallback.h"
+#include "platform/libevent/SchedulerCallback.h"
 
 #include "Tarvo/Allocator.h"
 #include "Tarvo/LibeventFactory.h"
-#include "platform/ThreadLoop.h"
+#include "platform/libevent/ThreadLoop.h"
 
 namespace Tarvo::Impl {
 

@@ -1,15 +1,15 @@
 #include <cmath>
 #include <limits>
 
-#include "platform/LibeventTrace.h"
+#include "platform/libevent/LibeventTrace.h"
 
 #include "Tarvo/Allocator.h"
 #include "Tarvo/LibeventControls.h"
 #include "Tarvo/LibeventFactory.h"
-#include "platform/EventTime.h"
-#include "platform/LibeventBase.h"
-#include "platform/Notification.h"
-#include "platform/VirtualTimers.h"
+#include "platform/libevent/EventTime.h"
+#include "platform/libevent/LibeventBase.h"
+#include "platform/libevent/Notification.h"
+#include "platform/libevent/VirtualTimers.h"
 
 namespace Tarvo {
 

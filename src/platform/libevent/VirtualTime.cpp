@@ -4,13 +4,13 @@
 #include <atomic>
 #include <unordered_set>
 
-#include "platform/LibeventTrace.h"
+#include "platform/libevent/LibeventTrace.h"
 
 #include "Tarvo/LibeventFactory.h"
-#include "platform/EventTime.h"
-#include "platform/LibeventBase.h"
-#include "platform/LibeventTimeouts.h"
-#include "platform/VirtualTime.h"
+#include "platform/libevent/EventTime.h"
+#include "platform/libevent/LibeventBase.h"
+#include "platform/libevent/LibeventTimeouts.h"
+#include "platform/libevent/VirtualTime.h"
 
 namespace Tarvo {
 
