@@ -36,7 +36,7 @@ void reviveForkedChild() {
   Impl::releaseChangesInChild();
   Impl::reviveLoco();
   Impl::keepOffsetInChild();
-  Impl::baseIsShared();
+  Impl::markBaseShared();
 }
 
 void startUp() {

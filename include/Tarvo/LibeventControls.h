@@ -1,12 +1,12 @@
 #ifndef TARVO_LIBEVENTCONTROLS_H
 #define TARVO_LIBEVENTCONTROLS_H
 
-/// The controls of the event-loop backend themselves, for those who put one into an object of
-/// their own, or break a loop. Everybody else asks the factories of Tarvo/Platform.h. This header
-/// needs libevent's (<event2/event_struct.h>), and no other header of the library includes it.
+/// The control classes of the event-loop backend, for code that makes a control a member of its own
+/// class, or that breaks a loop. All other code uses the factories of Tarvo/Platform.h. This header
+/// needs libevent's (<event2/event_struct.h>); no other header of the library includes it.
 ///
-/// As with the factories, all is bound to the loop of the thread that makes it, and is used on that
-/// thread; handlers stay the caller's.
+/// A control is bound to the loop of the thread that makes it, and is used on that thread. The
+/// handler stays the caller's and must outlive the control.
 
 #include <event2/event.h>
 #include <event2/event_struct.h>
@@ -26,17 +26,17 @@ namespace Tarvo {
 
 namespace Impl {
 class DescriptorTable;
-class ServedReads;
+class PendingPolls;
 class VirtualTimers;
 struct Descriptor;
 
-/// A timer that was set under fast forward.
+/// A timer that was set under fast forward. VirtualTimers holds it, not the event base.
 struct VirtualTimer : boost::intrusive::set_base_hook<> {
   explicit VirtualTimer(event& timerEvent) : ev(timerEvent) {}
 
-  event& ev;                         // what the base gets when it is due
-  timeval due{0, 0};                 // on the clock of those that wait
-  VirtualTimers* waitsIn = nullptr;  // null when it does not wait
+  event& ev;                         // made active when the timer is due
+  timeval due{0, 0};                 // on the clock of VirtualTimers
+  VirtualTimers* waitsIn = nullptr;  // null while the timer is not pending there
 };
 }  // namespace Impl
 
@@ -54,9 +54,10 @@ class TARVO_EXPORT LibeventTimerControl : public Platform::TimerControl {
 
  protected:
   bool armed() const;
-  /// As setTimeout(0.0), which is what most deferred calls need.
+  /// The same as setTimeout(0.0), in fewer instructions: deferred calls use it.
   void setTimeoutToNow();
-  /// Makes the handler's turn come in the present turn of the loop, behind what is active already.
+  /// Makes the event active at once: the handler runs in the present turn of the loop, after the
+  /// events that are active already.
   void activate();
   Impl::Lifeline& lifeline() { return lifeline_; }
 
@@ -93,15 +94,17 @@ class TARVO_EXPORT LibeventCallbackControl : public Platform::CallbackControl,
   Platform::CallbackHandler* handler_;
 };
 
-/// Readiness of one descriptor. The read event persists; the write event is spent when it fires and
-/// comes back with the next setWrites(true).
+/// Watches one descriptor. The read event is persistent. The write event is one-shot:
+/// setWrites(true) arms it again.
 class TARVO_EXPORT LibeventFdControl : public Impl::DeferredFdControl {
  public:
-  /// Whether readability is reported in every turn of the loop, or once until it was served.
-  enum class Reports : std::uint8_t { everyTurn, onceUntilServed };
+  /// Whether readability is reported in every turn of the loop while there is data, or once until
+  /// the control is re-armed.
+  enum class Reports : std::uint8_t { everyTurn, onceUntilRearmed };
 
   explicit LibeventFdControl(Platform::FdEventHandler* handler);
-  /// Reports readability once until it was served; see DeferredFdControl.h.
+  /// Reports readability once until it is re-armed; see DeferredFdControl.h. `forgotten` is called
+  /// when the descriptor turns out to have been closed while it was watched.
   LibeventFdControl(Platform::FdEventHandler* handler, std::function<void()> forgotten);
   LibeventFdControl(const LibeventFdControl&) = delete;
   LibeventFdControl& operator=(const LibeventFdControl&) = delete;
@@ -114,21 +117,22 @@ class TARVO_EXPORT LibeventFdControl : public Impl::DeferredFdControl {
   int getFd() const override;
   void clearEvents() override;
 
-  void readServed(std::size_t steps, unsigned urgency) noexcept override;
-  void readDrained() noexcept override;
+  void rearmRead(std::size_t steps, unsigned urgency) noexcept override;
+  void rearmReadDrained() noexcept override;
   bool namesOtherFile() const override;
 
  private:
   friend class Impl::DescriptorTable;
-  friend class Impl::ServedReads;
+  friend class Impl::PendingPolls;
   friend struct Impl::Descriptor;
   using Notify = void (Platform::FdEventHandler::*)(int fd);
 
   static void handleFdRead(evutil_socket_t fd, short what, void* arg);
   static void handleFdWrite(evutil_socket_t fd, short what, void* arg);
   void notify(Notify notification, const event& ev, void (LibeventFdControl::*watchAgain)());
-  // Watching also reports what the kernel has reported to another one already; adding does not,
-  // and says whether it was accepted.
+  // add...() adds the event and returns whether libevent accepted it. watch...() throws when it did
+  // not; and it polls once when the descriptor is shared and edge-triggered, because the kernel may
+  // have reported the present edge to another control already.
   void watchReads();
   void watchWrites();
   bool addReads();
@@ -137,9 +141,10 @@ class TARVO_EXPORT LibeventFdControl : public Impl::DeferredFdControl {
   void unwatch(event& ev);
   void reportIfReady(event& ev, short what);
   [[noreturn]] void refuse();
-  bool edge() const;
+  bool edgeTriggered() const;
   bool alone() const;
-  // Deletes the events and, when that has been done to all sharers, adds them again.
+  // For a change of the trigger mode: pause() deletes the events; when all controls of the
+  // descriptor have done so, resume() adds them again. False when libevent refused.
   void pause();
   bool resume();
 
@@ -151,13 +156,13 @@ class TARVO_EXPORT LibeventFdControl : public Impl::DeferredFdControl {
   event writeEvent_;
   Impl::Lifeline lifeline_;
   Reports reports_;
-  bool served_ = false;       // and waits to be asked for
-  bool ownReport_ = false;    // the next report comes from a poll(), not from the kernel's turn
-  bool pausedReads_ = false;  // what resume() adds
+  bool pollPending_ = false;  // entered in PendingPolls
+  bool ownReport_ = false;    // the next report comes from our poll(), not from libevent's wait
+  bool pausedReads_ = false;  // what resume() must add
   bool pausedWrites_ = false;
   std::function<void()> forgotten_;
-  Impl::Descriptor* descriptor_ = nullptr;  // set when fd_ is
-  ListLinkNode sharersLink_;                // linked when fd_ is set
+  Impl::Descriptor* descriptor_ = nullptr;  // null exactly when fd_ is -1
+  ListLinkNode sharersLink_;                // in descriptor_->controls
 };
 
 /// Breaks the thread's loop after a delay, unless it is destroyed first.

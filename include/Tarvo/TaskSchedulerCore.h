@@ -62,9 +62,8 @@ class TARVO_EXPORT TaskScheduler : public std::enable_shared_from_this<TaskSched
   bool attemptLowerPriorityBump(TaskPriority priority, std::uint32_t consecutivePicks) const {
     return runQueues_.attemptLowerPriorityBump(priority, consecutivePicks);
   }
-  /// Behind how many tasks one of `priority` would queue up now; zero outside a run step of the
-  /// root.
-  std::uint64_t runsBefore(TaskPriority priority) const;
+  /// How many tasks would run before one of `priority` scheduled now; 0 outside a run step.
+  std::uint64_t tasksAhead(TaskPriority priority) const;
   /// Notes how long ago a run was requested.
   void checkSchedulerLatency(TaskClock::time_point now);
 

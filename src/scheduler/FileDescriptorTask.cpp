@@ -8,7 +8,8 @@
 
 namespace Tarvo {
 
-/// What is queued for one direction.
+/// The task of one direction. The FileDescriptorTask itself is never queued: it owns one of these
+/// per direction and is called by them.
 class FileDescriptorTask::ReadWriteTaskBase : public Task {
  public:
   ReadWriteTaskBase(FileDescriptorTask* owner, const String& suffix)
@@ -26,8 +27,8 @@ class FileDescriptorTask::ReadWriteTaskBase : public Task {
   }
 
  protected:
-  /// The owner, kept alive; null when it is no more. Throws std::bad_weak_ptr when nobody shares
-  /// it.
+  /// The owner, kept alive; null when it is being destroyed. Throws std::bad_weak_ptr when the
+  /// owner is not held by a shared pointer.
   std::shared_ptr<FileDescriptorTask> sharedOwner() const {
     if (owner_ == nullptr) return nullptr;
     return std::static_pointer_cast<FileDescriptorTask>(owner_->shared_from_this());
@@ -42,7 +43,7 @@ class FileDescriptorTask::ReadTask final : public ReadWriteTaskBase {
   void taskExecute() override {
     if (const auto owner = sharedOwner()) owner->_taskExecuteReadable();
   }
-  // Only this direction passes it on, so that the owner is told once.
+  // Only the reading direction calls the owner's hook, so that it is called once per reset.
   void handleResetStats() override {
     if (owner_ != nullptr) owner_->handleResetStats();
   }
@@ -109,7 +110,7 @@ void FileDescriptorTask::taskBusyIs(bool busy, TaskClock::time_point now) {
   handleTaskBusy();
 }
 
-// Watching.
+// Which descriptor and which directions are watched.
 
 void FileDescriptorTask::taskWatchReadableIs(bool on) {
   taskScheduler()->sanityCheckCurrentRunningThread();
@@ -135,7 +136,7 @@ int FileDescriptorTask::taskWatchFd() const { return fdControl_->getFd(); }
 void FileDescriptorTask::taskWatchFdIs(int fd) {
   taskScheduler()->sanityCheckCurrentRunningThread();
   if (fd == taskWatchFd() && (fd < 0 || !fdControl_->namesOtherFile())) return;
-  const auto self = weak_from_this().lock();  // a hook may drop the task
+  const auto self = weak_from_this().lock();  // handleTaskBusy() may drop the last reference
   unscheduleDirections();
   fdControl_->setFd(fd);
 }
@@ -157,7 +158,7 @@ void FileDescriptorTask::unscheduleDirections() {
 void FileDescriptorTask::checkCreateWriteTask() {
   if (writeTask_ != nullptr) return;
   const auto task = std::allocate_shared<WriteTask>(Allocator<WriteTask>(), this);
-  // A task that yields at every test has no use for its quantum.
+  // taskForceYieldInTest: taskShouldYield() says yes at every call, whatever the quantum.
   if (!readTask_->taskForceYieldInTest()) task->taskQuantumNoCheckIs(readTask_->taskQuantum());
   task->taskSuspendedIs(readTask_->taskSuspended());
   task->taskTestYieldRatioIs(readTask_->taskTestYieldRatio());
@@ -173,7 +174,8 @@ void FileDescriptorTask::scheduleTaskWritable() {
   writeTask_->scheduleTask();
 }
 
-// From readiness to runs.
+// From a report to a run: the loop reports a direction once; its task is scheduled; after the run
+// the read control is re-armed. Writing is one-shot: the body asks again.
 
 void FileDescriptorTask::readFdEvent(int fd) {
   TARVO_ASSERT(taskWatchReadable_, "readFdEvent() called with taskWatchReadable off");
@@ -188,23 +190,25 @@ void FileDescriptorTask::writeFdEvent(int fd) {
 }
 
 void FileDescriptorTask::_taskExecuteReadable() {
-  struct Served {
-    // Also when the run was refused or threw. One that is queued already will look by itself.
-    ~Served() {
+  struct Rearm {
+    // On every way out, also when the body threw. A task that is queued again re-arms after its
+    // next run.
+    ~Rearm() {
       if (task.readTask_->taskScheduled()) return;
       if (task.readDrained_) {
-        task.fdControl_->readDrained();
+        task.fdControl_->rearmReadDrained();
         return;
       }
-      // Others may get ahead of it by an eighth of the queue, no more. The members of a group all
-      // run in one step of the root.
+      // The poll may be delayed by at most an eighth of the queue ahead: then polls are batched,
+      // and this task falls back only a little. PendingPolls counts steps of the root, and all
+      // members of a group run within one step, so a member waits for one step at most.
       const TaskScheduler& scheduler = *task.taskScheduler();
-      const std::uint64_t ahead = scheduler.runsBefore(task.taskPriority_) / 8;
+      const std::uint64_t ahead = scheduler.tasksAhead(task.taskPriority_) / 8;
       const bool member = &scheduler != scheduler.root();
-      task.fdControl_->readServed(member && ahead > 0 ? 1 : ahead, task.taskPriority_);
+      task.fdControl_->rearmRead(member && ahead > 0 ? 1 : ahead, task.taskPriority_);
     }
     FileDescriptorTask& task;
-  } const served{*this};
+  } const rearm{*this};
   TARVO_ASSERT(taskWatchReadable_, "ReadTask should only run if taskWatchReadable");
   TARVO_ASSERT(executingTask_ == nullptr, "Executing task already set");
   readDrained_ = false;
@@ -305,11 +309,12 @@ bool FileDescriptorTask::taskSuspended() const { return readTask_->taskSuspended
 void FileDescriptorTask::taskSuspendedIs(bool suspended) {
   taskScheduler()->sanityCheckCurrentRunningThread();
   if (suspended == taskSuspended()) return;
-  const auto self = weak_from_this().lock();  // hooks may drop the task
+  const auto self = weak_from_this().lock();  // the hooks may drop the last reference
   readTask_->taskSuspendedIs(suspended);
-  if (writeTask_ != nullptr) writeTask_->taskSuspendedIs(taskSuspended());  // or change it again
+  // A hook may have changed it back, so take the present value.
+  if (writeTask_ != nullptr) writeTask_->taskSuspendedIs(taskSuspended());
   if (taskSuspended()) return;
-  // A resumed task is given a run, but perhaps nobody waits for one in this direction.
+  // Resuming gives each direction a run. Take it back where the direction is not watched.
   if (!taskWatchReadable_) readTask_->unscheduleTask();
   if (writeTask_ != nullptr && !taskWatchWritable_ && !writeRunWanted_) {
     writeTask_->unscheduleTask();

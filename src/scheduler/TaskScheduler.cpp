@@ -159,7 +159,7 @@ TaskClock::time_point TaskScheduler::runStep(TaskClock::time_point now) {
   // A group's steps are all part of one step of its root.
   struct EndOfStep {
     ~EndOfStep() {
-      if (Impl::anyReadsPutOff() && &scheduler == root) Impl::stepEnds(root->nextUrgency());
+      if (Impl::anyPollPending() && &scheduler == root) Impl::endRootStep(root->nextUrgency());
     }
     const TaskScheduler& scheduler;
     const TaskSchedulerRoot* root;
@@ -196,7 +196,7 @@ TaskClock::time_point TaskScheduler::runStep(TaskClock::time_point now) {
   return end;
 }
 
-std::uint64_t TaskScheduler::runsBefore(TaskPriority priority) const {
+std::uint64_t TaskScheduler::tasksAhead(TaskPriority priority) const {
   if (root_->currentlyRunningTask() == nullptr || root_->suspended()) return 0;
   return runQueues_.runnableCountUpTo(priority);
 }

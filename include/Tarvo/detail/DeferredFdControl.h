@@ -8,21 +8,20 @@
 
 namespace Tarvo::Impl {
 
-/// A descriptor control for handlers that note a report and serve it later. Reported level by
-/// level, a descriptor would be reported once more in every turn of the loop until it is served,
-/// which costs the more the more are ready. This control reports readability once and is then quiet
-/// until it is told that the report was served. It reports again what is still readable then, and
-/// whatever the handler refused by throwing.
+/// A descriptor control for handlers that note a report and read later. A level-triggered event
+/// would be reported again in every turn of the loop until the handler has read, at a cost that
+/// grows with the number of ready descriptors. This control reports readability once and then stays
+/// quiet until it is re-armed. It also reports again when the handler threw.
 class TARVO_EXPORT DeferredFdControl : public Platform::FdControl {
  public:
-  /// Tells that the report was served. To find out what is still readable the kernel must be asked,
-  /// and it is cheaper to ask for several descriptors together: that may be put off until so many
-  /// steps of the thread's root have ended. A lower urgency is a more urgent one.
-  virtual void readServed(std::size_t steps, unsigned urgency) noexcept = 0;
-  /// Tells that the report was served and nothing is left to read.
-  virtual void readDrained() noexcept = 0;
-  /// Whether the descriptor was closed and its number now stands for another file. (Files without
-  /// an identity of their own, such as an eventfd, look all the same.)
+  /// Call after the handler has read. Whether data remains is found with poll(); polls are batched,
+  /// so this one may be delayed by up to `steps` steps of the thread's root. A lower `urgency` is
+  /// more urgent.
+  virtual void rearmRead(std::size_t steps, unsigned urgency) noexcept = 0;
+  /// Call after the handler has read until EAGAIN. Saves the poll: new data makes a new edge.
+  virtual void rearmReadDrained() noexcept = 0;
+  /// Whether the descriptor was closed and its number now refers to another file. (Files without an
+  /// identity of their own, such as an eventfd, cannot be told apart.)
   virtual bool namesOtherFile() const = 0;
 };
 

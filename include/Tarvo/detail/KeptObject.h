@@ -5,10 +5,11 @@
 
 namespace Tarvo::Impl {
 
-/// The place of an object that is kept until the thread's loop has returned. Part of whoever may
-/// have to keep something, since there may be no memory for it by then.
+/// A list entry for an object that must live until the thread's loop has returned. The entry is a
+/// member of the class that may need it: when an exception is in flight, there may be no memory to
+/// allocate one.
 struct KeptObject {
-  std::shared_ptr<void> object;  // null: not in use
+  std::shared_ptr<void> object;  // null while the entry is not linked
   KeptObject* next = nullptr;
 };
 

@@ -3,7 +3,9 @@
 
 namespace Tarvo::Impl {
 
-/// Tells a running notification whether the object that holds this was destroyed meanwhile.
+/// Tells a running notification whether its object was destroyed meanwhile. The object has a
+/// Lifeline as a member; the notification holds a Watch on its stack. Watches nest: an outer one
+/// learns of the end from the inner one, since the Lifeline points to the innermost alone.
 class Lifeline {
  public:
   Lifeline() = default;

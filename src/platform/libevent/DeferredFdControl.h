@@ -9,15 +9,22 @@
 
 namespace Tarvo::Impl {
 
+// How the scheduler and the descriptor controls work together. A descriptor task calls rearmRead()
+// after each run of its body. With edge-triggered events that enters the control in the thread's
+// PendingPolls, unless the poll is due at once. At the end of each step of the root the scheduler
+// calls endRootStep(), which polls when the first of the delays has passed, or when the next task
+// is less urgent than a waiting one.
+
 /// `forgotten` is called when the descriptor turns out to have been closed while it was watched.
 std::shared_ptr<DeferredFdControl> getDeferredFdControl(Platform::FdEventHandler* handler,
                                                         std::function<void()> forgotten);
 
-/// Whether the thread may have served reports that it is to ask about.
-inline bool anyReadsPutOff() noexcept { return threadWords->readsPutOff; }
-/// A step of the root has ended, with something put off. What is as urgent as `next`, or less, may
-/// wait for as many steps as it was put off for; what is more urgent is asked for now.
-void stepEnds(unsigned next) noexcept;
+/// Whether controls of the thread may be waiting for a poll. Costs one load, so that the scheduler
+/// can test it in every step.
+inline bool anyPollPending() noexcept { return threadWords->pollsPending; }
+/// Call at the end of a step of the root while a poll is pending. `nextUrgency` is the urgency of
+/// the task that runs next: controls more urgent than that are polled now.
+void endRootStep(unsigned nextUrgency) noexcept;
 
 }  // namespace Tarvo::Impl
 

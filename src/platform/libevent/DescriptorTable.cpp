@@ -18,7 +18,9 @@ DescriptorTable& descriptorTable() {
   return *static_cast<DescriptorTable*>(table.get());
 }
 
-void stepEnds(unsigned next) noexcept { descriptorTable().servedReads().stepEnds(next); }
+void endRootStep(unsigned nextUrgency) noexcept {
+  descriptorTable().pendingPolls().endStep(nextUrgency);
+}
 
 FileIdentity FileIdentity::of(int fd) {
   struct stat status;
@@ -30,21 +32,24 @@ void Descriptor::enter(LibeventFdControl& control) {
   controls.push_back(control);
   control.descriptor_ = this;
   control.fd_ = number;
-  if (control.reports_ == LibeventFdControl::Reports::everyTurn) ++byLevels;
-  agree();
+  if (control.reports_ == LibeventFdControl::Reports::everyTurn) ++levelTriggeredCount;
+  updateTriggerMode();
 }
 
 void Descriptor::remove(LibeventFdControl& control) noexcept {
   control.clearEvents();
   Controls::unlink(control);
-  if (control.reports_ == LibeventFdControl::Reports::everyTurn) --byLevels;
+  if (control.reports_ == LibeventFdControl::Reports::everyTurn) --levelTriggeredCount;
   control.descriptor_ = nullptr;
   control.fd_ = -1;
 }
 
-void Descriptor::agree() {
-  while (edge != (byLevels == 0)) {  // those who are refused may change it back
-    edge = byLevels == 0;
+void Descriptor::updateTriggerMode() {
+  // Every event of a descriptor must have the same mode, so all are deleted before the first is
+  // added again. A control that libevent refuses leaves, which may change the mode back: hence the
+  // loop.
+  while (edgeTriggered != (levelTriggeredCount == 0)) {
+    edgeTriggered = levelTriggeredCount == 0;
     for (LibeventFdControl& each : controls) each.pause();
     for (auto next = controls.begin(); next != controls.end();) {
       LibeventFdControl& each = *next++;
@@ -55,19 +60,20 @@ void Descriptor::agree() {
   }
 }
 
-// The library asks the kernel for something only when an event for it is the first. Nobody waits
-// for the end alone, so an event for that always is; and a registration that has got lost, because
-// the file was closed, is made again with it. Whatever is changed, the kernel looks anew.
-void Descriptor::renew() const {
+// libevent calls epoll_ctl() only when the first event of a kind is added to a descriptor. No
+// control waits for EV_CLOSED, so an event for it is always the first of its kind. Adding it makes
+// the registration again where closing the file has removed it, and any epoll_ctl() makes the
+// kernel report the present readiness once more.
+void Descriptor::refreshRegistration() const {
   event end;
-  const auto kind = static_cast<short>(edge ? EV_CLOSED | EV_ET : EV_CLOSED);
+  const auto kind = static_cast<short>(edgeTriggered ? EV_CLOSED | EV_ET : EV_CLOSED);
   event_assign(
       &end, leInit(), number, kind, [](evutil_socket_t, short, void*) {}, nullptr);
   if (event_add(&end, nullptr) == 0) event_del(&end);
 }
 
 DescriptorTable::~DescriptorTable() {
-  servedReads_.clear();
+  pendingPolls_.clear();
   for (auto& [number, descriptor] : descriptors_) {
     for (LibeventFdControl& each : descriptor.controls) each.descriptor_ = nullptr;
   }
@@ -79,7 +85,7 @@ void DescriptorTable::forgetClosed(int fd) {
     if (found == descriptors_.end() || found->second.open()) return;
     LibeventFdControl& control = *found->second.controls.first();
     TARVO_TRACE(libeventTrace, 1, "descriptor {} was closed while it was watched", fd);
-    const auto tell = control.forgotten_;
+    const auto tell = control.forgotten_;  // a copy: the call may destroy the control
     control.delFd();
     if (tell) tell();
   }
@@ -93,7 +99,7 @@ void DescriptorTable::leave(LibeventFdControl& control) noexcept {
   Descriptor* descriptor = control.descriptor_;
   if (descriptor == nullptr) return;
   descriptor->remove(control);
-  descriptor->agree();
+  descriptor->updateTriggerMode();
   if (descriptor->controls.empty()) descriptor->table.descriptors_.erase(descriptor->number);
 }
 

@@ -11,8 +11,8 @@
 
 namespace Tarvo::Impl {
 
-/// Delays beyond this are as good as this: some thirty thousand years, and far enough from the ends
-/// of the types that sums of it stay exact.
+/// Longer delays are cut to this, some thirty thousand years. It is far enough from the ends of the
+/// types that sums stay exact.
 constexpr double longestDelay = 1e12;
 
 /// Seconds as whole seconds and microseconds, both truncated toward zero. Huge values saturate; NaN
@@ -32,7 +32,7 @@ inline timeval delayToTimeval(double seconds) {
   return secondsToTimeval(seconds);
 }
 
-/// The same, but not shorter than asked: rounded up to whole microseconds.
+/// The same, rounded up to whole microseconds: a limit must not end early.
 inline timeval limitToTimeval(double seconds) {
   timeval limit = delayToTimeval(seconds);
   if (seconds > static_cast<double>(limit.tv_sec) + static_cast<double>(limit.tv_usec) / 1e6 &&
@@ -50,7 +50,7 @@ inline double toSeconds(const timeval& tv) {
   return static_cast<double>(tv.tv_sec) + static_cast<double>(tv.tv_usec) / 1e6;
 }
 
-/// a + b, with microseconds from 0 to a million.
+/// a + b, with 0 <= tv_usec < 1000000.
 inline timeval sum(const timeval& a, const timeval& b) {
   timeval s{a.tv_sec + b.tv_sec, a.tv_usec + b.tv_usec};
   for (; s.tv_usec < 0; s.tv_usec += 1000000) --s.tv_sec;

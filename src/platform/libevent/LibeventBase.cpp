@@ -25,7 +25,7 @@ namespace Impl {
 
 void keepExceptionForLoop() noexcept { ThreadLoop::own().keepException(); }
 
-void baseIsShared() {
+void markBaseShared() {
   ThreadLoop* loop = ThreadLoop::find();
   if (loop == nullptr || loop->base() == nullptr) return;
   loop->attention |= LoopWords::sharedWithParent;
@@ -34,7 +34,8 @@ void baseIsShared() {
 
 void deleteEvent(event& ev) {
   leaveParentAlone();
-  // Asking the base takes its lock, which is much for an event that is in none of its lists.
+  // event_del() locks the base, which is expensive. Skip it for an event that is in none of its
+  // lists.
   if ((ev.ev_evcallback.evcb_flags & ~EVLIST_INIT) != 0) event_del(&ev);
 }
 
@@ -55,7 +56,7 @@ event_base* leCreateBase() {
   event_config* config = event_config_new();
   event_base* base = nullptr;
   if (config != nullptr) {
-    event_config_require_features(config, EV_FEATURE_ET);
+    event_config_require_features(config, EV_FEATURE_ET);  // edge-triggered: epoll, in practice
     base = event_base_new_with_config(config);
     event_config_free(config);
   }
@@ -77,7 +78,7 @@ void registerBase(event_base* base, Impl::ThreadLoop::Owner owner) {
   Impl::ThreadLoop& loop = Impl::ThreadLoop::own();
   Impl::leaveParentAlone();
   if (loop.base() != nullptr) return loop.base();
-  // The callbacks belong to the process; threads that start at once must not set them together.
+  // libevent has one set of callbacks per process. The static makes one thread set them.
   [[maybe_unused]] static const bool set =
       (event_set_fatal_callback(le_fatal_cb), event_set_log_callback(le_debug_cb), true);
   std::unique_ptr<event_base, void (*)(event_base*)> base(leCreateBase(), event_base_free);

@@ -11,9 +11,10 @@ struct event;
 
 namespace Tarvo::Impl {
 
-/// Marks the base of a forked child's only thread as still shared with the parent. It is rebuilt
-/// before it is next used.
-void baseIsShared();
+/// Called in a forked child: marks the base of its only thread as still shared with the parent. The
+/// child's epoll descriptor is the parent's too, so a change made through it would change what the
+/// parent watches. The base is rebuilt before its next use.
+void markBaseShared();
 
 /// Rebuilds a base that is still shared with the parent.
 inline void leaveParentAlone() {
@@ -25,11 +26,12 @@ inline void leaveParentAlone() {
 /// Whether the calling thread is inside its loop.
 inline bool insideLoop() { return threadWords->dispatching; }
 
-/// Deletes an event. In a forked child the parent's registrations are left alone.
+/// Deletes an event. In a forked child the base is rebuilt first, so that the parent's
+/// registrations stay.
 void deleteEvent(event& ev);
 
-/// Adds an assigned event with a timeout; throws MemoryResourceException when there is no room for
-/// it, since an event that never comes would go unnoticed.
+/// Adds an assigned event with a timeout. Throws MemoryResourceException when libevent has no
+/// memory for it: nobody would notice a timer that never fires.
 void addTimeout(event& ev, const timeval& timeout);
 
 }  // namespace Tarvo::Impl

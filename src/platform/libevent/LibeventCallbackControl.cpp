@@ -50,7 +50,8 @@ void LibeventCallbackControl::timeout() {
   } catch (...) {
     Impl::passCancellation();
     if (watch.alive()) throw;
-    // The timer part would ask this control, its handler, what to do; but the control is gone.
+    // The timer control below would call handleTimeoutException() of this object, which the
+    // callback has destroyed. Keep the exception here instead.
     Impl::keepExceptionForLoop();
   }
 }

@@ -37,7 +37,7 @@ LibeventFdControl::LibeventFdControl(Platform::FdEventHandler* handler)
 LibeventFdControl::LibeventFdControl(Platform::FdEventHandler* handler,
                                      std::function<void()> forgotten)
     : LibeventFdControl(handler) {
-  reports_ = Reports::onceUntilServed;
+  reports_ = Reports::onceUntilRearmed;
   forgotten_ = std::move(forgotten);
 }
 
@@ -48,15 +48,16 @@ void LibeventFdControl::setFd(int fd) {
   TARVO_CHECK(flags >= 0);
   const int result = fcntl(fd, F_SETFL, flags | O_NONBLOCK);
   TARVO_CHECK(result == 0);
-  // Whatever happens below, nothing of the old descriptor may come under the new one's number.
+  // Drop the old descriptor first: no event of it may be delivered under the new number, whatever
+  // fails below.
   LibeventFdControl::delFd();
   const Impl::Lifeline::Watch watch(lifeline_);
   Impl::descriptorTable().forgetClosed(fd);
   if (!watch.alive()) return;
-  LibeventFdControl::delFd();  // whoever was told may have bound it
+  LibeventFdControl::delFd();  // a notified owner may have given this control a descriptor
   Impl::descriptorTable().join(*this, fd);
   if ((reads_ && !addReads()) || (writes_ && !addWrites())) refuse();
-  if (!alone()) descriptor_->renew();
+  if (!alone()) descriptor_->refreshRegistration();
 }
 
 void LibeventFdControl::setReads(bool on) {
@@ -79,7 +80,9 @@ void LibeventFdControl::setWrites(bool on) {
   }
 }
 
-bool LibeventFdControl::edge() const { return descriptor_ != nullptr && descriptor_->edge; }
+bool LibeventFdControl::edgeTriggered() const {
+  return descriptor_ != nullptr && descriptor_->edgeTriggered;
+}
 
 bool LibeventFdControl::alone() const {
   return descriptor_ == nullptr ||
@@ -88,12 +91,12 @@ bool LibeventFdControl::alone() const {
 
 bool LibeventFdControl::addReads() {
   if (reports_ == Reports::everyTurn) return add(readEvent_, EV_READ | EV_PERSIST, handleFdRead);
-  if (edge()) return add(readEvent_, EV_READ | EV_PERSIST | EV_ET, handleFdRead);
-  return add(readEvent_, EV_READ, handleFdRead);  // readServed() brings it back
+  if (edgeTriggered()) return add(readEvent_, EV_READ | EV_PERSIST | EV_ET, handleFdRead);
+  return add(readEvent_, EV_READ, handleFdRead);  // one-shot: rearmRead() adds it again
 }
 
 bool LibeventFdControl::addWrites() {
-  return add(writeEvent_, edge() ? EV_WRITE | EV_ET : EV_WRITE, handleFdWrite);
+  return add(writeEvent_, edgeTriggered() ? EV_WRITE | EV_ET : EV_WRITE, handleFdWrite);
 }
 
 bool LibeventFdControl::add(event& ev, short flags, event_callback_fn callback) {
@@ -113,13 +116,14 @@ void LibeventFdControl::watchWrites() {
   reportIfReady(writeEvent_, EV_WRITE);
 }
 
-/// For another one's sake the kernel has perhaps reported this edge already.
+/// The kernel reports an edge once per registration, and the controls of a descriptor share one. It
+/// may have reported the present edge before this event was added.
 void LibeventFdControl::reportIfReady(event& ev, short what) {
-  if (!edge() || alone()) return;
+  if (!edgeTriggered() || alone()) return;
   pollfd state{fd_, static_cast<short>(what == EV_READ ? POLLIN : POLLOUT), 0};
   const int ready = poll(&state, 1, 0);
   if (ready == 0 || (state.revents & POLLNVAL) != 0 || !descriptor_->open()) return;
-  if (ready < 0) return descriptor_->renew();  // the kernel would not say
+  if (ready < 0) return descriptor_->refreshRegistration();  // poll() failed; epoll reports then
   ownReport_ = true;
   event_active(&ev, what, 1);
 }
@@ -127,13 +131,14 @@ void LibeventFdControl::reportIfReady(event& ev, short what) {
 void LibeventFdControl::refuse() {
   const int error = errno;
   const int fd = fd_;
-  delFd();  // half a binding is none
+  delFd();  // never watch only one of two wanted directions
   RuntimeException::throwException(
       fmt::format("cannot watch descriptor {}: {}", fd, std::strerror(error)));
 }
 
 void LibeventFdControl::pause() {
-  // A report that was not served yet has perhaps used its event up, but not the wish for more.
+  // A one-shot read event that has fired is not pending, but the control still wants reports: its
+  // descriptor tells.
   pausedReads_ = readEvent_.ev_fd == fd_;
   pausedWrites_ = event_pending(&writeEvent_, EV_WRITE, nullptr) != 0;
   Impl::deleteEvent(readEvent_);
@@ -144,18 +149,18 @@ bool LibeventFdControl::resume() {
   return (!pausedReads_ || addReads()) && (!pausedWrites_ || addWrites());
 }
 
-void LibeventFdControl::readServed(std::size_t steps, unsigned urgency) noexcept {
+void LibeventFdControl::rearmRead(std::size_t steps, unsigned urgency) noexcept {
   const bool watched = descriptor_ != nullptr && readEvent_.ev_fd == fd_;
   if (!watched || reports_ == Reports::everyTurn) return;
-  if (edge()) return descriptor_->table.servedReads().add(*this, steps, urgency);
+  if (edgeTriggered()) return descriptor_->table.pendingPolls().add(*this, steps, urgency);
   if (event_pending(&readEvent_, EV_READ, nullptr) != 0 || !descriptor_->open() || addReads())
     return;
   TARVO_TRACE(Impl::libeventTrace, 1, "cannot watch descriptor {}: {}", fd_, std::strerror(errno));
   delFd();
 }
 
-void LibeventFdControl::readDrained() noexcept {
-  if (!edge()) readServed(0, 0);  // an edge that comes will be reported by itself
+void LibeventFdControl::rearmReadDrained() noexcept {
+  if (!edgeTriggered()) rearmRead(0, 0);  // edge-triggered: new data makes an edge by itself
 }
 
 bool LibeventFdControl::namesOtherFile() const {
@@ -164,7 +169,7 @@ bool LibeventFdControl::namesOtherFile() const {
 }
 
 void LibeventFdControl::unwatch(event& ev) {
-  if (&ev == &readEvent_ && served_) descriptor_->table.servedReads().remove(*this);
+  if (&ev == &readEvent_ && pollPending_) descriptor_->table.pendingPolls().remove(*this);
   Impl::deleteEvent(ev);
   ev.ev_fd = -1;
 }
@@ -187,7 +192,7 @@ void LibeventFdControl::handleFdRead(evutil_socket_t, short, void* arg) {
   const bool own = std::exchange(self->ownReport_, false);
   Impl::runNotification(
       [self] {
-        if (self->served_) self->descriptor_->table.servedReads().remove(*self);
+        if (self->pollPending_) self->descriptor_->table.pendingPolls().remove(*self);
         self->notify(&Platform::FdEventHandler::readFdEvent, self->readEvent_,
                      &LibeventFdControl::watchReads);
       },
@@ -213,13 +218,13 @@ void LibeventFdControl::notify(Notify notification, const event& ev,
     (handler->*notification)(getFd());
   } catch (...) {
     Impl::passCancellation();
-    // A report that was refused will not be served: there must be another.
-    const bool once = watch.alive() && reports_ == Reports::onceUntilServed;
+    // The handler threw, so nobody will re-arm the control. Watch again at once.
+    const bool once = watch.alive() && reports_ == Reports::onceUntilRearmed;
     try {
       if (once && fd_ >= 0 && ev.ev_fd == fd_) (this->*watchAgain)();
-    } catch (const RuntimeException&) {  // it has no descriptor any more; the first failure counts
+    } catch (const RuntimeException&) {  // the descriptor is gone; report the handler's exception
     }
-    // A control that the notification destroyed has no descriptor any more.
+    // handler_ outlives the control, which the notification may have destroyed.
     if (!handler->handleFdException(watch.alive() ? getFd() : -1)) throw;
   }
 }

@@ -50,7 +50,7 @@ int dispatch(Limit limit) { return Impl::ThreadLoop::own().dispatch(limit); }
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 
-/// While it exists, no scheduler goes on beyond the loop's limit.
+/// While it exists, the slices of schedulers end with the loop's time limit.
 class LimitedTurn {
  public:
   explicit LimitedTurn(const timeval& limit)
@@ -70,10 +70,10 @@ class LimitedTurn {
   std::chrono::steady_clock::time_point outer_;
 };
 
-/// One jump and one pass: to the first timer, or by `maxSeconds` when that is sooner. The switch
-/// may have been turned off meanwhile, so it is not asked.
+/// Jumps to the first timer, or by `maxSeconds` when that is sooner, and serves one pass. Does not
+/// test the switch of virtual time: a handler may have turned it off since the caller did.
 int jumpAndServe(double maxSeconds) {
-  if (Impl::insideLoop()) return dispatch(Limit::some);  // refused, and time stands still
+  if (Impl::insideLoop()) return dispatch(Limit::some);  // fails; the clock must not jump
   const timeval limit = Impl::limitToTimeval(maxSeconds);
   timeval delay{0, 0};
   const bool hasTimer = Impl::delayToFirstTimer(&delay);
@@ -94,13 +94,13 @@ int fastForwardLoop(double maxSeconds) {
   return result;
 }
 
-/// Whether there is a timer to jump to, and not only those that nobody waits for.
+/// Whether there is a timer to jump to, apart from the master timers of empty wheels.
 bool hasTimerToWaitFor(timeval* delay) {
   if (!Impl::insideLoop() && Impl::ThreadLoop::own().onlyEmptyWheelsLeft()) return false;
   return Impl::delayToFirstTimer(delay);
 }
 
-/// Jumps from timer to timer as long as there is one, then waits for the rest.
+/// Jumps from timer to timer while there is one, then waits for events of other kinds.
 int fastForwardWithoutLimit() {
   timeval delay;
   while (leFastForward() && hasTimerToWaitFor(&delay)) {

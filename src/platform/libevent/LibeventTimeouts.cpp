@@ -1,6 +1,10 @@
-/// Two operations on a base's timeouts that libevent does not offer. They read and write the expiry
-/// that libevent 2.1 keeps in each event, which its headers show but do not promise. So before
-/// the first use the version is checked, and the operations are tried on a base of their own.
+/// Two operations on a base's timeouts that libevent does not offer: find the earliest, and shift
+/// all. They read and write `ev_timeout`, which libevent 2.1 keeps in each event; its headers show
+/// that member but do not promise it. So the first use checks the version and tries both operations
+/// on a base of its own.
+///
+/// Shifting every timeout by the same amount keeps the order of libevent's heap, so the heap need
+/// not be rebuilt.
 
 #include "platform/libevent/LibeventTimeouts.h"
 
@@ -20,7 +24,8 @@ namespace Tarvo::Impl {
 
 namespace {
 
-// An event of a common-timeout queue keeps a mark and the queue's number above its microseconds.
+// For an event in a common-timeout queue, the bits above the microseconds hold a mark and the
+// number of the queue.
 constexpr long microsecondsMask = 0x000fffff;
 
 bool hasTimeout(const event* ev) { return (ev->ev_evcallback.evcb_flags & EVLIST_TIMEOUT) != 0; }
@@ -33,7 +38,8 @@ struct Earliest {
 
 int findEarliest(const event_base*, const event* ev, void* arg) {
   auto& earliest = *static_cast<Earliest*>(arg);
-  // Internal events stand for the head of a queue, whose members are visited themselves.
+  // An internal event is the timer of a common-timeout queue. The events in that queue are visited
+  // too, so it can be skipped.
   if (!hasTimeout(ev) || isInternal(ev)) return 0;
   const timeval when = storedExpiry(*ev);
   if (!earliest.found || isEarlier(when, earliest.when)) earliest = {when, true};
@@ -62,14 +68,14 @@ void shift(event_base* base, const timeval& delta) {
   event_base_foreach_event(base, subtract, const_cast<timeval*>(&delta));
 }
 
-/// When the event is due, as libevent itself tells.
+/// When the event is due, according to libevent.
 double dueAt(const event& ev) {
   timeval when{0, 0};
   event_pending(&ev, EV_TIMEOUT, &when);
   return toSeconds(when);
 }
 
-/// One timeout of each kind, far apart, on a base of its own.
+/// Tries both operations on one timeout of each kind: plain, common, and of an I/O event.
 bool operationsWork() {
   const int fd = eventfd(0, EFD_CLOEXEC);
   if (fd < 0) MemoryResourceException::throwException("no descriptor to try virtual time with");
@@ -96,7 +102,7 @@ bool operationsWork() {
   work = work && earliestOf(base, &after) == 0 &&
          toSeconds(difference(before, after)) == toSeconds(delta);
   for (int i = 0; i < 3; ++i) {
-    constexpr double tolerance = 100;  // the wall clock, in which libevent tells it, may be set
+    constexpr double tolerance = 100;  // event_pending() uses the wall clock, which may be set
     work = work && std::abs(dueAt(*events[i]) - expected[i]) < tolerance;
   }
   for (event* ev : {&plain, &common, &io}) event_del(ev);

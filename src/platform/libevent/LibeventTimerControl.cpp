@@ -35,7 +35,8 @@ void LibeventTimerControl::setTimeout(double seconds) {
   TARVO_TRACE(libeventTrace, 9, "Timer {} set timeout {}", this, seconds);
   if (seconds == std::numeric_limits<double>::infinity()) return;
   bind();
-  // The base counts from the time it read at the start of its turn, which may be long ago.
+  // libevent counts a delay from the time that it cached at the start of its turn, which may be
+  // long ago. Without this the timer would fire early.
   if (timerisset(&delay)) {
     event_base_update_cache_time(event_get_base(&event_));
     if (leFastForward()) return Impl::ThreadLoop::own().virtualTimers()->add(virtual_, delay);
@@ -64,7 +65,7 @@ void LibeventTimerControl::bind() {
   if (event_.ev_base == leInit()) {
     eventPrioritySet(&event_, priority_);
   } else {
-    assign();  // the thread has freed the base and made another
+    assign();  // the thread has freed its base and made another
   }
 }
 

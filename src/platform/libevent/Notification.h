@@ -6,12 +6,16 @@
 
 namespace Tarvo::Impl {
 
-/// Keeps the exception in flight for the caller of the thread's loop and breaks that loop. An
-/// exception must not cross the event library's frames: it would leave the base unusable.
+// The way of an exception. A callback of libevent is called from C code, and an exception that
+// crosses it leaves the base unusable for ever. So every callback runs inside runNotification(),
+// which keeps the exception and breaks the loop; ThreadLoop::dispatch() throws it again when the
+// base has returned. Pending events stay pending and are served by the next loop.
+
+/// Keeps the exception in flight for the caller of the thread's loop and breaks that loop.
 void keepExceptionForLoop() noexcept;
 
-/// Runs one notification for the event library: what it throws waits for the caller of the loop.
-/// It is fresh unless the library itself has made its event active.
+/// Runs one callback of libevent. `fresh` is false when this library itself has made the event
+/// active; see LoopWords::fresh.
 template <typename Notification>
 void runNotification(Notification notification, bool fresh = true) {
   threadWords->fresh = fresh;

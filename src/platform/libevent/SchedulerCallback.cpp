@@ -8,12 +8,13 @@ namespace Tarvo::Impl {
 
 void SchedulerCallback::requestCallback() {
   LibeventCallbackControl::requestCallback();
-  // What was armed before is due before, and active by the time of the callback.
+  // Timers without delay that were armed before this one come due before it: they are active when
+  // the callback runs.
   dueTimersArmed_ = threadWords->dueTimersArmed;
 }
 
 void SchedulerCallback::requestSoon() {
-  // Virtual time goes from timer to timer.
+  // In virtual time the loop jumps from timer to timer, so there the callback must be a timer.
   if (threadWords->fresh && !leFastForward()) {
     activate();
   } else {
@@ -22,18 +23,19 @@ void SchedulerCallback::requestSoon() {
 }
 
 void SchedulerCallback::timeout() {
-  // What tasks ask for is not new: two schedulers that wake each other would hold the turn for
-  // ever.
+  // Requests made by tasks are not fresh: two schedulers that wake each other would otherwise keep
+  // the turn from ending.
   threadWords->fresh = false;
   LibeventCallbackControl::timeout();
 }
 
 SchedulerCallback::Slice::Slice(const SchedulerCallback& callback, TimePoint now,
                                 std::chrono::nanoseconds length)
-    // Timers that were armed before the request became active with it.
+    // Timers armed before the request are active by now, and goesOn() looks at active events
+    // anyway.
     : dueTimersArmed_(callback.dueTimersArmed_),
       end_(length < threadWords->endOfLoop - now ? now + length : threadWords->endOfLoop) {
-  // A loop that was told to end does so after the present turn.
+  // event_base_loopexit() ends the loop after the present turn, so one step must do.
   event_base* base = threadWords->usableBase;
   if (base != nullptr && event_base_got_exit(base) != 0) end_ = now;
 }

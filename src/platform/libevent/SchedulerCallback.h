@@ -9,27 +9,29 @@
 
 namespace Tarvo::Impl {
 
-/// The callback control of a scheduler that takes several steps in one callback.
+/// The callback control of a root scheduler, which takes several steps in one callback. It decides
+/// when the callback comes and when the steps must stop, so that tasks cannot starve the loop.
 class SchedulerCallback final : public LibeventCallbackControl {
  public:
   using LibeventCallbackControl::LibeventCallbackControl;
 
-  /// The callback comes in the next turn of the loop, which asks the kernel first.
+  /// The callback comes in the next turn of the loop, after the loop has waited in the kernel.
   void requestCallback() override;
-  /// Where something new wakes the scheduler, the callback comes in the present turn, behind what
-  /// is active already; otherwise in the next one.
+  /// When a fresh event wakes the scheduler, the callback comes in the present turn, after the
+  /// events that are active already. Otherwise it comes in the next turn.
   void requestSoon();
   void timeout() override;
 
   using TimePoint = std::chrono::steady_clock::time_point;
 
-  /// The time of a callback in which the scheduler takes as many steps as the loop can spare.
+  /// How long one callback may go on taking steps.
   class Slice {
    public:
-    /// It may take `length`, but not go beyond the end of the running loop.
+    /// Ends after `length`, or with the running loop when that ends sooner.
     Slice(const SchedulerCallback& callback, TimePoint now, std::chrono::nanoseconds length);
-    /// Whether another step may begin at `now`: there is time left, and nothing that the loop could
-    /// serve without asking the kernel or the clock would have to wait.
+    /// Whether another step may begin at `now`: the slice has time left, and the loop has nothing
+    /// to serve that it knows of without a system call (an active event, a timer without delay, a
+    /// break).
     bool goesOn(TimePoint now) const;
 
    private:
@@ -38,7 +40,8 @@ class SchedulerCallback final : public LibeventCallbackControl {
   };
 
  private:
-  std::uint64_t dueTimersArmed_ = 0;  // when the callback was last requested for the next turn
+  // LoopWords::dueTimersArmed when the callback was last requested for the next turn.
+  std::uint64_t dueTimersArmed_ = 0;
 };
 
 std::shared_ptr<SchedulerCallback> getSchedulerCallback(Platform::CallbackHandler* handler);

@@ -42,7 +42,7 @@ ThreadLoop::~ThreadLoop() {
   if (owner_ == Owner::loop) {
     free();
   } else {
-    letGoOfParts();
+    releaseParts();
   }
   virtualTimers_.reset();
   while (wheels_ != nullptr) remove(*wheels_);
@@ -50,14 +50,16 @@ ThreadLoop::~ThreadLoop() {
 }
 
 void ThreadLoop::baseIs(event_base* base, Owner owner) {
-  // Here, since timers are also set on the way of a throw, when there may be no memory for this.
+  // Allocated here, not at first use: a timer may be set while an exception is in flight, when
+  // there may be no memory.
   virtualTimers_ = std::make_unique<VirtualTimers>(base);
   base_ = usableBase = base;
   owner_ = owner;
 }
 
-void ThreadLoop::letGoOfParts() {
-  // They use the thread's loop while they go, and may make another that was gone.
+void ThreadLoop::releaseParts() {
+  // The destructor of a part uses the loop, and may make a part again that was destroyed before. So
+  // start over after each.
   for (std::size_t i = 0; i < parts_.size();) {
     if (const auto part = std::exchange(parts_[i], nullptr)) {
       i = 0;
@@ -70,13 +72,14 @@ void ThreadLoop::letGoOfParts() {
 void ThreadLoop::free() {
   if (base_ == nullptr) return;
   if ((attention & sharedWithParent) != 0) rebuild();
-  letGoOfParts();
+  releaseParts();
   for (TimerWheel* wheel = wheels_; wheel != nullptr; wheel = wheel->nextOfThread_) {
-    wheel->masterExpiry_ = std::numeric_limits<double>::infinity();  // it goes with the base
+    // Its master timer is freed with the base.
+    wheel->masterExpiry_ = std::numeric_limits<double>::infinity();
   }
   virtualTimers_.reset();
   usableBase = nullptr;
-  const Uncancelled whole;  // the thread may be at its end already, where nothing may throw
+  const Uncancelled whole;  // a cancellation must not unwind through libevent
   event_base_free(std::exchange(base_, nullptr));
   owner_ = Owner::loop;
 }
@@ -84,7 +87,7 @@ void ThreadLoop::free() {
 void ThreadLoop::rebuild() {
   attention &= static_cast<std::uint8_t>(~sharedWithParent);
   usableBase = base_;
-  setMainThread();  // the child's only thread is its main thread
+  setMainThread();  // a forked child has one thread, which is its main thread
   if (event_reinit(base_) != 0) {
     TARVO_TRACE(libeventTrace, 1, "a descriptor that was closed is not watched any more");
   }
@@ -111,8 +114,8 @@ struct ThreadLoop::Dispatching {
 
 int ThreadLoop::dispatch(Limit limit) {
   event_base* base = leInit();
-  if (dispatching) return event_base_dispatch(base);  // which reports and refuses
-  throwKept();                                        // left by somebody who ran the base himself
+  if (dispatching) return event_base_dispatch(base);  // libevent warns and returns -1
+  throwKept();  // from a program that ran the base by itself, without this function
   if (limit == Limit::none && onlyEmptyWheelsLeft()) return 1;
   int result = 0;
   {
@@ -124,7 +127,7 @@ int ThreadLoop::dispatch(Limit limit) {
 }
 
 void ThreadLoop::keepException() noexcept {
-  // Only one can reach the caller, and the loop runs nothing after the first.
+  // The caller can get only one exception. After the first the loop runs nothing more.
   if (kept_ == nullptr) kept_ = std::current_exception();
   event_base_loopbreak(base_);
 }
@@ -136,7 +139,7 @@ void ThreadLoop::throwKept() {
 void ThreadLoop::keepObject(KeptObject& place, std::shared_ptr<void> object) noexcept {
   if (!dispatching || object == nullptr) return;
   if (place.object == nullptr) place.next = std::exchange(keptObjects_, &place);
-  // One that was kept here before has seen its exception handled.
+  // An earlier object in this place can go: its exception has been handled.
   place.object.swap(object);
 }
 
@@ -144,12 +147,12 @@ void ThreadLoop::dropKeptObjects() {
   while (keptObjects_ != nullptr) {
     KeptObject& first = *keptObjects_;
     keptObjects_ = first.next;
-    const auto object = std::move(first.object);  // may be all that holds the place
+    const auto object = std::move(first.object);  // its destructor may destroy `first`
   }
 }
 
 void ThreadLoop::attend() {
-  // A notification that has forked goes on in the child too.
+  // The notification may have forked; then this is the child.
   if ((attention & sharedWithParent) != 0) rebuild();
   if (!dispatching || limited_ || !onlyEmptyWheelsLeft()) return;
   finished_ = true;

@@ -22,37 +22,41 @@ namespace Impl {
 
 class VirtualTimers;
 
-/// What is read on every road through the loop. A thread that has no loop reads the words of none.
+/// The members that hot paths read and write. They are reached through one thread-local pointer
+/// without a check, so it is never null: for a thread without a loop it points to `noLoop`.
 struct LoopWords {
-  /// What must be looked at when a notification is over.
+  /// Set during a notification, to be handled after it by ThreadLoop::attend().
   enum Attention : std::uint8_t { nothing = 0, sharedWithParent = 1, wheelMayBeEmpty = 2 };
 
-  event_base* usableBase = nullptr;  // null also while it is shared with a parent process
+  event_base* usableBase = nullptr;  // null also while the base is shared with a parent process
   double virtualOffset = 0;          // in seconds
   bool dispatching = false;
   std::uint8_t attention = nothing;
 
-  /// Descriptors that were read may wait to be asked about.
-  bool readsPutOff = false;
-  /// The present notification tells what the kernel or a timer reported. There are only so many of
-  /// these in a turn of the loop, so what they ask for may still come in the same turn.
+  /// Whether PendingPolls may hold controls.
+  bool pollsPending = false;
+  /// Whether the running notification came from the kernel or from a timer. The number of those in
+  /// one turn of the loop is bounded, so a callback that they request may run in the same turn.
   bool fresh = false;
-  /// How many timers without delay were armed, ever: what is due although it is not active yet.
+  /// How many timers without delay were armed so far. libevent makes such a timer active in the
+  /// next turn only; a change of this count tells a slice that one is due.
   std::uint64_t dueTimersArmed = 0;
-  /// When the running loop ends; schedulers do not go on beyond it.
+  /// When the running loop ends. The slices of schedulers end then too.
   std::chrono::steady_clock::time_point endOfLoop = std::chrono::steady_clock::time_point::max();
 };
 
 extern constinit LoopWords noLoop;
 extern thread_local constinit LoopWords* threadWords;
 
-/// All that belongs to one thread's loop. It is made at the first use, lets go of everything but
-/// its clock with leFree(), and ends after the thread's thread-local objects: a key of the thread
-/// library tells when. What is used later still makes another one. On the main thread it stays for
-/// the static objects, to the end of the process.
+/// Everything that belongs to one thread's loop. Made at the first use. leFree() frees all of it
+/// but the virtual time offset. Otherwise it is destroyed when the thread ends, after the
+/// thread-local objects: the destructor of a pthread key does it. If a later destructor uses the
+/// loop, another one is made and destroyed in its turn. On the main thread it is never destroyed,
+/// since static objects may use it.
 class ThreadLoop : public LoopWords {
  public:
-  /// What is made on the loop for the whole thread, in the order in which it must go.
+  /// The objects of the thread that stand on the loop, in the order in which they must be
+  /// destroyed.
   enum class Part : std::size_t { root, wheel, processWheel, descriptors };
 
   /// The calling thread's, made when there is none.
@@ -68,15 +72,15 @@ class ThreadLoop : public LoopWords {
 
   /// Null when there is none.
   event_base* base() const { return base_; }
-  /// Whose base it is: the program's own is not freed when the thread ends.
+  /// Who made the base. A base of the program's own is not freed when the thread ends.
   enum class Owner : std::uint8_t { loop, program };
   void baseIs(event_base* base, Owner owner);
-  /// Lets go of the parts and frees the base.
+  /// Destroys the parts and frees the base.
   void free();
   /// Rebuilds a base that is shared with a parent process.
   void rebuild();
 
-  /// Empty until it is made by whoever needs it.
+  /// Null until the user of that part sets it.
   std::shared_ptr<void>& part(Part which) { return parts_[static_cast<std::size_t>(which)]; }
 
   bool onMainThread() const { return onMainThread_; }
@@ -88,18 +92,21 @@ class ThreadLoop : public LoopWords {
   /// Null without a base.
   VirtualTimers* virtualTimers() { return virtualTimers_.get(); }
 
-  /// Runs the base and throws what a notification left. Without a limit it also ends when only
-  /// the master timers of empty wheels are left.
+  /// Runs the base, then throws the exception that a notification left. Without a limit it also
+  /// returns when only the master timers of empty wheels are pending.
   enum class Limit : std::uint8_t { some, none };
   int dispatch(Limit limit);
-  /// Keeps the exception in flight for the caller of the loop, and breaks that.
+  /// Keeps the exception in flight for the caller of the loop, and breaks the loop.
   void keepException() noexcept;
-  /// Keeps an object until the loop has returned.
+  /// Delays the destruction of `object` until the running loop returns: an exception may still be
+  /// propagating out of it.
   void keepObject(KeptObject& place, std::shared_ptr<void> object) noexcept;
 
-  /// Does what a notification has left to be looked at.
+  /// Handles the bits of `attention` after a notification: rebuilds a base that is shared with a
+  /// parent, or ends a loop that has nothing left to wait for.
   void attend();
-  /// Whether nothing is left but timers that no one waits for.
+  /// Whether only the master timers of empty wheels are pending. A wheel leaves its timer armed
+  /// when its last timer stops, which saves a system call; the loop must not wait for it.
   bool onlyEmptyWheelsLeft();
   void add(TimerWheel& wheel);
   void remove(TimerWheel& wheel);
@@ -110,20 +117,20 @@ class ThreadLoop : public LoopWords {
   ThreadLoop();
   [[gnu::cold, gnu::noinline]] static ThreadLoop& make();
   static void threadEnds(void* loop);
-  void letGoOfParts();
+  void releaseParts();
   void throwKept();
   void dropKeptObjects();
 
   event_base* base_ = nullptr;
   Owner owner_ = Owner::loop;
   bool onMainThread_ = false;
-  bool limited_ = true;    // the running dispatch
-  bool finished_ = false;  // it was broken since it waited for nothing any more
+  bool limited_ = true;    // whether the running dispatch has a time limit
+  bool finished_ = false;  // attend() ended it, as nothing was left to wait for
   timeval offset_{0, 0};
   std::exception_ptr kept_;
   KeptObject* keptObjects_ = nullptr;
-  std::unique_ptr<VirtualTimers> virtualTimers_;  // of the present base
-  TimerWheel* wheels_ = nullptr;                  // linked by their own members
+  std::unique_ptr<VirtualTimers> virtualTimers_;  // bound to base_
+  TimerWheel* wheels_ = nullptr;                  // linked through TimerWheel::nextOfThread_
   std::array<std::shared_ptr<void>, 4> parts_;
 };
 

@@ -20,12 +20,13 @@ namespace {
 
 constexpr suseconds_t microsecondsPerSecond = 1000000;
 
-std::atomic<bool> fastForward{false};  // written by the main thread only
+std::atomic<bool> fastForward{false};  // only the main thread writes it
 
-/// A jump goes this much beyond the first timer, so that it is strictly due.
+/// A jump goes this many microseconds beyond the first timer's expiry: the timer must be due
+/// although the base's clock has coarse steps.
 constexpr suseconds_t extraDelay = 100;
 
-/// Not locked: registered on the main thread, which alone calls them.
+/// Not locked: only the main thread registers and calls notifiers.
 std::unordered_set<void (*)()>& notifiers() {
   static auto& instance = *new std::unordered_set<void (*)()>;
   return instance;
@@ -37,7 +38,7 @@ void setLeFastForward(bool on) {
   leInit();
   TARVO_ASSERT(Impl::ThreadLoop::own().onMainThread(), "FastForward invoked from non-main thread");
   if (fastForward.exchange(on, std::memory_order_relaxed) == on) return;
-  const auto all = notifiers();  // one of them may add another
+  const auto all = notifiers();  // a copy: a notifier may register another
   for (const auto notifier : all) notifier();
 }
 

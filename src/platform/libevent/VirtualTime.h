@@ -5,8 +5,8 @@
 
 namespace Tarvo::Impl {
 
-/// fastForwardDelayToFirstTimer() without its check of the switch. Events that a pass has left to
-/// be served come before any jump: the delay is then zero.
+/// fastForwardDelayToFirstTimer() without its check of the switch. Zero while events are active:
+/// they must be served before the clock jumps.
 bool delayToFirstTimer(timeval* out);
 
 }  // namespace Tarvo::Impl

@@ -13,7 +13,8 @@ namespace Tarvo::Impl {
 
 VirtualTimers::VirtualTimers(event_base* base) : base_(base) {
   event_assign(&first_, base, -1, 0, firstIsDue, this);
-  // It may stand for an urgent one; the others come in their own turn.
+  // The first timer may be one of high priority. When this event fires, each due timer becomes
+  // active with its own priority.
   eventPrioritySet(&first_, Platform::eventPriorityStrictHigh);
 }
 
@@ -26,7 +27,7 @@ timeval VirtualTimers::now() const { return sum(baseNow(base_), jumped_); }
 
 void VirtualTimers::add(VirtualTimer& timer, const timeval& delay) {
   timer.due = sum(now(), delay);
-  // First what may fail.
+  // Before the insertion, because this may throw.
   if (timers_.empty() || isEarlier(timer.due, timers_.begin()->due)) expect(timer);
   timers_.insert(timer);
   timer.waitsIn = this;
@@ -35,12 +36,14 @@ void VirtualTimers::add(VirtualTimer& timer, const timeval& delay) {
 void VirtualTimers::remove(VirtualTimer& timer) {
   const bool wasFirst = &timer == &*timers_.begin();
   unlink(timer);
-  // An event that is not expected is about to be served, and then looks for the first itself.
+  // While first_ is not pending it is active or running, and activateDue() arms it for the next
+  // timer.
   if (!wasFirst || !expecting()) return;
   try {
     expectFirst();
   } catch (const MemoryResourceException&) {
-    // An event that comes too early finds nothing due, and asks for the right time then.
+    // first_ stays armed for the removed timer. When it fires, activateDue() finds nothing due and
+    // arms it anew.
   }
 }
 
@@ -59,7 +62,7 @@ void VirtualTimers::activateDue() {
     }
     expectFirst();
   } catch (const MemoryResourceException&) {
-    event_active(&first_, EV_TIMEOUT, 0);  // and the next turn tries again
+    event_active(&first_, EV_TIMEOUT, 0);  // the next turn tries again
     throw;
   }
 }

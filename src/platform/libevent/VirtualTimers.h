@@ -10,28 +10,29 @@
 
 namespace Tarvo::Impl {
 
-/// The timers that the library has set on one thread under fast forward. A jump moves every timeout
-/// of the base, so with many timers there each jump would take as long as there are timers. These
-/// wait beside the base, in their order and on a clock that jumps too. In the base one event
-/// stands for the first of them. Those that are due are handed to the base, which serves them.
+/// The timers of this library that were set on one thread under fast forward. A jump shifts every
+/// timeout in the base, so with many timers in the base each jump would cost time for each of them.
+/// These timers are kept here instead, sorted by their expiry on a clock of their own: a jump only
+/// adds to `jumped_`. In the base one event, first_, is pending for the earliest. Due timers are
+/// made active in the base, which then runs their callbacks.
 class VirtualTimers {
  public:
   explicit VirtualTimers(event_base* base);
   VirtualTimers(const VirtualTimers&) = delete;
   VirtualTimers& operator=(const VirtualTimers&) = delete;
-  /// Forgets those that wait.
+  /// Drops the pending timers.
   ~VirtualTimers();
 
   void add(VirtualTimer& timer, const timeval& delay);
-  /// REQUIRES: it waits here.
+  /// REQUIRES: the timer is pending here.
   void remove(VirtualTimer& timer);
   double remaining(const VirtualTimer& timer) const;
 
   void jumpBy(const timeval& delta) { jumped_ = sum(jumped_, delta); }
-  /// Gives the base those that are due, to be served in their order.
+  /// Makes the events of all due timers active, in the order of their expiries.
   void activateDue();
 
-  /// How many timers wait that the base does not count.
+  /// How many pending timers the base does not count: all but the one that first_ stands for.
   int uncounted() const;
 
  private:
@@ -43,6 +44,7 @@ class VirtualTimers {
 
   static void firstIsDue(int fd, short what, void* arg);
   timeval now() const;
+  // Whether first_ is armed; arming it for a timer, or for the earliest one.
   bool expecting() const;
   void expect(const VirtualTimer& timer);
   void expectFirst();
@@ -50,7 +52,7 @@ class VirtualTimers {
 
   event_base* base_;
   event first_;
-  timeval jumped_{0, 0};
+  timeval jumped_{0, 0};  // the sum of all jumps: our clock is the base's plus this
   boost::intrusive::multiset<VirtualTimer, boost::intrusive::compare<EarlierDue>> timers_;
 };
 

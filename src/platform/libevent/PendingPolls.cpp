@@ -1,4 +1,4 @@
-#include "platform/libevent/ServedReads.h"
+#include "platform/libevent/PendingPolls.h"
 
 #include <event2/event.h>
 #include <poll.h>
@@ -14,42 +14,44 @@
 
 namespace Tarvo::Impl {
 
-void ServedReads::add(LibeventFdControl& control, std::size_t steps, unsigned urgency) noexcept {
-  if (!control.served_) {
-    if (count_ == controls_.size()) ask();
+void PendingPolls::add(LibeventFdControl& control, std::size_t steps, unsigned urgency) noexcept {
+  if (!control.pollPending_) {
+    if (count_ == controls_.size()) pollAll();
     controls_[count_++] = &control;
-    control.served_ = true;
+    control.pollPending_ = true;
   }
   steps_ = std::min(steps_, steps);
   urgency_ = std::min(urgency_, urgency);
   if (steps_ == 0) {
-    ask();
+    pollAll();
   } else {
-    threadWords->readsPutOff = true;
+    threadWords->pollsPending = true;
   }
 }
 
-void ServedReads::remove(LibeventFdControl& control) noexcept {
-  if (!control.served_) return;
-  control.served_ = false;
+void PendingPolls::remove(LibeventFdControl& control) noexcept {
+  if (!control.pollPending_) return;
+  control.pollPending_ = false;
+  // The control may be in the list of another thread, which has perhaps ended. Then nothing is
+  // found here.
   const auto end = controls_.begin() + count_;
-  // One that waits in the list of another thread, now perhaps ended, is not in this one.
   count_ =
       static_cast<std::size_t>(std::remove(controls_.begin(), end, &control) - controls_.begin());
-  if (!any()) clear();  // the next one to come brings a patience of its own
+  if (!any()) clear();  // so that the next control's delay is not bounded by an earlier one's
 }
 
-void ServedReads::stepEnds(unsigned next) noexcept {
-  if (any() && (--steps_ == 0 || next > urgency_)) ask();
-  threadWords->readsPutOff = any();
+void PendingPolls::endStep(unsigned next) noexcept {
+  if (any() && (--steps_ == 0 || next > urgency_)) pollAll();
+  threadWords->pollsPending = any();
 }
 
-void ServedReads::ask() noexcept {
+void PendingPolls::pollAll() noexcept {
   std::array<pollfd, std::tuple_size_v<decltype(controls_)>> states;
   for (std::size_t i = 0; i < count_; ++i) states[i] = {controls_[i]->fd_, POLLIN, 0};
-  // It may be refused, as when the process has lowered its limit of descriptors.
+  // poll() may fail, for instance when the process has lowered RLIMIT_NOFILE. Then every descriptor
+  // is registered again, so that epoll reports the readable ones.
   const bool answered = poll(states.data(), count_, 0) >= 0;
-  const auto waiting = controls_;
+  const auto waiting = controls_;  // a copy: the calls below may change the list
   const std::size_t count = count_;
   clear();
   for (std::size_t i = 0; i < count; ++i) {
@@ -63,13 +65,13 @@ void ServedReads::ask() noexcept {
       waiting[i]->ownReport_ = true;
       event_active(&waiting[i]->readEvent_, EV_READ, 1);
     } else {
-      descriptor.renew();
+      descriptor.refreshRegistration();
     }
   }
 }
 
-void ServedReads::clear() noexcept {
-  for (std::size_t i = 0; i < count_; ++i) controls_[i]->served_ = false;
+void PendingPolls::clear() noexcept {
+  for (std::size_t i = 0; i < count_; ++i) controls_[i]->pollPending_ = false;
   count_ = 0;
   steps_ = std::numeric_limits<std::size_t>::max();
   urgency_ = std::numeric_limits<unsigned>::max();
