@@ -7,6 +7,7 @@
 #include <pthread.h>
 
 #include "Tarvo/ForkHandler.h"
+#include "Tarvo/TraceSink.h"
 #include "foundation/AtFork.h"
 #include "foundation/Terminate.h"
 #include "platform/TraceHandles.h"
@@ -43,9 +44,10 @@ void startUp() {
   // 1. Which handles trace at which level, and where to: the defaults, then the environment.
   Platform::setupTarvoDebug("Tarvo*/01");
   Platform::setupTarvoDebug(nullptr);
-  // 2. What stands before a message.
+  // 2. What stands before a message, or what is made of a record instead of a line.
   Platform::setTraceFormat("date,time,tid,handle,level");
   Platform::setTraceFormat(nullptr);
+  Platform::setTraceSink(nullptr);
   // 3. The report about what killed the process, and what backtraces need in a forked child.
   Impl::loadUnwinder();
   Impl::installTerminateHandler();

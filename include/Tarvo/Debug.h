@@ -16,6 +16,7 @@
 ///     TRACEFILE=/tmp/trace                where to, instead of standard error; emptied first,
 ///                                         unless another process traces there
 ///     TRACEFORMAT=time,handle,func-name   which fields stand before the message
+///     TRACESINK=json                      something else than such lines: see Tarvo/TraceSink.h
 ///
 /// Any thread may create handles, trace and configure.
 
@@ -92,6 +93,12 @@ TARVO_EXPORT void setupTarvoDebug(const char* spec);
 
 /// Switches off the levels of `spec`; null does nothing.
 TARVO_EXPORT void clearTarvoDebug(const char* spec);
+
+/// For the rotation of logs, once the trace file was renamed: opens its name again, and makes the
+/// file where there is none. Each line of any thread goes whole to the one or to the other. False,
+/// and errno, when that fails: the lines go on to the file that is open. Without a trace file it
+/// does nothing. Not for signal handlers.
+TARVO_EXPORT bool reopenTraceFile();
 
 /// Prints the configuration and all handlers to standard output.
 TARVO_EXPORT void dumpTarvoDebugMap();

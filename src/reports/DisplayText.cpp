@@ -2,25 +2,13 @@
 
 #include <utf8proc.h>
 
+#include "foundation/Utf8.h"
+
 namespace Tarvo::Impl {
 
 namespace {
 
-constexpr std::string_view replacement = "\xEF\xBF\xBD";
 constexpr std::string_view ellipsis = "\u2026";
-
-/// What stands at the start of a text. A byte that belongs to no character has a negative code.
-struct Character {
-  std::size_t length;
-  utf8proc_int32_t code;
-};
-
-Character firstOf(std::string_view text) {
-  utf8proc_int32_t code = -1;
-  const auto length = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
-                                       static_cast<utf8proc_ssize_t>(text.size()), &code);
-  return length < 1 ? Character{1, -1} : Character{static_cast<std::size_t>(length), code};
-}
 
 bool hasShape(utf8proc_int32_t code) {
   switch (utf8proc_category(code)) {
@@ -36,22 +24,11 @@ bool hasShape(utf8proc_int32_t code) {
 }
 
 std::string_view shownAs(const Character& character, std::string_view text) {
-  if (character.code < 0) return replacement;
+  if (character.code < 0) return replacementCharacter;
   return hasShape(character.code) ? text.substr(0, character.length) : "?";
 }
 
 }  // namespace
-
-String validUtf8(std::string_view text) {
-  String valid;
-  valid.reserve(text.size());
-  while (!text.empty()) {
-    const Character character = firstOf(text);
-    valid += character.code < 0 ? replacement : text.substr(0, character.length);
-    text.remove_prefix(character.length);
-  }
-  return valid;
-}
 
 String tableText(std::string_view text, std::size_t width) {
   const std::size_t mostBytes = 8 * width;  // marks take no column, but must not go on for ever
@@ -59,7 +36,7 @@ String tableText(std::string_view text, std::size_t width) {
   std::size_t used = 0;
   std::size_t cut = 0;  // of what is shown, what leaves room for the sign that more was there
   while (!text.empty()) {
-    const Character character = firstOf(text);
+    const Character character = firstCharacter(text);
     const std::string_view next = shownAs(character, text);
     used += columns(next);
     if (used > width || shown.size() + next.size() > mostBytes) {
@@ -76,7 +53,7 @@ String tableText(std::string_view text, std::size_t width) {
 std::size_t columns(std::string_view tableText) {
   std::size_t count = 0;
   while (!tableText.empty()) {
-    const Character character = firstOf(tableText);
+    const Character character = firstCharacter(tableText);
     count += static_cast<std::size_t>(utf8proc_charwidth(character.code));
     tableText.remove_prefix(character.length);
   }

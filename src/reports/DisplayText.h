@@ -7,9 +7,6 @@
 
 namespace Tarvo::Impl {
 
-/// The text as valid UTF-8: each byte that belongs to no well-formed character becomes U+FFFD.
-String validUtf8(std::string_view text);
-
 /// For a table: valid UTF-8 cut to `width` columns, as terminals count them. What has no shape of
 /// its own becomes a question mark: control characters, marks of direction, what is not assigned.
 String tableText(std::string_view text, std::size_t width);

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <type_traits>
 
-#include "reports/DisplayText.h"
+#include "foundation/Utf8.h"
 
 namespace Tarvo {
 

@@ -3,7 +3,7 @@
 
 #include <string_view>
 
-#include "reports/JsonWriter.h"
+#include "foundation/JsonWriter.h"
 #include "reports/Report.h"
 #include "reports/StatsWalk.h"
 

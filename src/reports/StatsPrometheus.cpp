@@ -6,7 +6,7 @@
 #include <iterator>
 
 #include "Tarvo/Thread.h"
-#include "reports/DisplayText.h"
+#include "foundation/Utf8.h"
 
 namespace Tarvo {
 

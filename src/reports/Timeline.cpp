@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "reports/DisplayText.h"
-#include "reports/JsonWriter.h"
+#include "foundation/JsonWriter.h"
+#include "foundation/Utf8.h"
 #include "reports/StatsWalk.h"
 
 namespace Tarvo {

@@ -55,6 +55,11 @@ void clearTarvoDebug(const char* spec) {
   if (spec != nullptr) forEachEntry(spec, Orl::DebugControl::clear);
 }
 
+bool reopenTraceFile() {
+  LocoGuard guard;
+  return !Impl::traceFile().isOpen() || Impl::traceFile().reopen();
+}
+
 void dumpTarvoDebugMap() {
   LocoGuard guard;
   Orl::DebugControl::printAll();

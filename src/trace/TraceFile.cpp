@@ -7,8 +7,10 @@
 
 #include <cerrno>
 #include <tuple>
+#include <utility>
 
 #include "foundation/OpenFile.h"
+#include "foundation/Uncancelled.h"
 
 namespace Tarvo::Impl {
 
@@ -24,6 +26,18 @@ bool TraceFile::open(const char* name) {
   if (!isOpen()) return false;
   name_ = name;
   emptyUnlessShared();
+  share();
+  return true;
+}
+
+// The new file is shared before the old one is let go: they may be the same one.
+bool TraceFile::reopen() {
+  const Uncancelled whole;
+  const int now = openFile(name_.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0666);
+  if (now < 0) return false;
+  const int before = std::exchange(fd_, now);
+  share();
+  ::close(before);
   return true;
 }
 
@@ -32,6 +46,9 @@ bool TraceFile::open(const char* name) {
 void TraceFile::emptyUnlessShared() {
   const bool shared = flock(fd_, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
   if (!shared) std::ignore = ftruncate(fd_, 0);  // a pipe has nothing to empty
+}
+
+void TraceFile::share() {
   // Another process may be emptying it right now; a lock that stays is a stranger's.
   constexpr useconds_t moment = 1000;
   for (int tries = 10; flock(fd_, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK && tries > 0;

@@ -14,6 +14,9 @@ class TraceFile {
   /// Opens for writing, and empties the file unless another process traces to it. False, with
   /// nothing open, when that fails.
   bool open(const char* name);
+  /// Opens what stands under the name now, without emptying it, in the place of what is open. False
+  /// and errno, and the same file as before, when that fails.
+  bool reopen();
   void close();
 
   bool isOpen() const { return fd_ >= 0; }
@@ -24,6 +27,7 @@ class TraceFile {
   void write(const char* text, std::size_t size);
 
  private:
+  void share();
   void emptyUnlessShared();
 
   String name_;

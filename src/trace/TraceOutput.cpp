@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <concepts>
 #include <new>
 #include <string_view>
@@ -16,8 +17,20 @@
 #include "trace/LocalTime.h"
 #include "trace/TraceFile.h"
 #include "trace/TraceFormat.h"
+#include "trace/TraceOutput.h"
 
-namespace Tarvo::Platform {
+namespace Tarvo {
+
+void Impl::writeTrace(std::string_view text) {
+  TraceFile& destination = traceFile();
+  if (destination.isOpen()) {
+    destination.write(text.data(), text.size());
+  } else {
+    writeStandardError(text);
+  }
+}
+
+namespace Platform {
 
 namespace {
 
@@ -107,12 +120,35 @@ void putPrefix(Line& line, TraceFields fields, const FieldTexts& texts, unsigned
   if (texts.func.data() != nullptr) line.field(texts.func);
 }
 
-void write(std::string_view text) {
-  Impl::TraceFile& destination = Impl::traceFile();
-  if (destination.isOpen()) {
-    destination.write(text.data(), text.size());
-  } else {
-    Impl::writeStandardError(text);
+[[gnu::cold]] bool giveToSink(std::string_view message, unsigned level, const DebugHandler* handler,
+                              const char* file, const char* func, int lineNumber) {
+  const auto text = [](const char* name) { return std::string_view(name != nullptr ? name : ""); };
+  return Impl::giveToTraceSink(
+      {.time = std::chrono::system_clock::now(),
+       .level = level,
+       .channel = text(handler != nullptr ? handler->name().c_str() : nullptr),
+       .thread = Tarvo::gettid(),
+       .file = text(file),
+       .line = lineNumber,
+       .function = text(func),
+       .message = message});
+}
+
+void writeLine(std::string_view message, unsigned level, const DebugHandler* handler,
+               const char* file, const char* func, int lineNumber) {
+  const TraceFields fields = Impl::traceFields();
+  const FieldTexts texts = fieldTexts(fields, handler, file, func);
+  try {
+    Line line(texts.size() + message.size());
+    putPrefix(line, fields, texts, level, lineNumber);
+    line.put(message);
+    line.put('\n');
+    const LocoGuard guard;
+    Impl::writeTrace(line.text());
+  } catch (const std::bad_alloc&) {  // must not break the code that the line is about
+    const LocoGuard guard;
+    Impl::writeTrace(message);
+    Impl::writeTrace("\n");
   }
 }
 
@@ -121,23 +157,14 @@ void write(std::string_view text) {
 void dumpDebugMsg(const char* msg, unsigned len, unsigned level, const void* handler,
                   const char* file, const char* func, int lineNumber) {
   const int savedErrno = errno;  // a trace statement must not disturb what it reports on
-  const TraceFields fields = Impl::traceFields();
-  const FieldTexts texts =
-      fieldTexts(fields, static_cast<const DebugHandler*>(handler), file, func);
   const std::string_view message(msg, len);
-  try {
-    Line line(texts.size() + len);
-    putPrefix(line, fields, texts, level, lineNumber);
-    line.put(message);
-    line.put('\n');
-    const LocoGuard guard;
-    write(line.text());
-  } catch (const std::bad_alloc&) {  // must not break the code that the line is about
-    const LocoGuard guard;
-    write(message);
-    write("\n");
+  const auto* channel = static_cast<const DebugHandler*>(handler);
+  if (!Impl::hasTraceSink() || !giveToSink(message, level, channel, file, func, lineNumber)) {
+    writeLine(message, level, channel, file, func, lineNumber);
   }
   errno = savedErrno;
 }
 
-}  // namespace Tarvo::Platform
+}  // namespace Platform
+
+}  // namespace Tarvo

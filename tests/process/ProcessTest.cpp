@@ -2,6 +2,7 @@
 #include <fstream>
 
 #include "Tarvo/FileLock.h"
+#include "support/OpenDescriptors.h"
 #include "support/Test.h"
 
 namespace {
@@ -61,6 +62,9 @@ TEST_F(TraceFileTest, IsEmptiedByTheFirstToOpenIt) {
       "Exit LastWords::~LastWords() last words\n";
   EXPECT_EQ(afterChild(" PRIVILEGED=1"), "old") << "a privileged process follows its caller";
   EXPECT_EQ(afterChild(), childs) << "also while thread and process end";
+  EXPECT_EQ(afterChild(" TRACESINK=none"), childs);
+  EXPECT_THAT(afterChild(" TRACESINK=json"),
+              MatchesRegex("\\{.*Thread.*ords\\(\\) last words\"\\}\n\\{.*Exit.*\\}\n"));
   Tarvo::Platform::clearTraceFormat();
   open();
   open();  // it is open already
@@ -68,6 +72,30 @@ TEST_F(TraceFileTest, IsEmptiedByTheFirstToOpenIt) {
   std::filesystem::resize_file(path, 0);  // as one rotates such a file
   open();
   EXPECT_EQ(contents(), "own\n");
+}
+
+TEST_F(TraceFileTest, IsOpenedAgainUnderItsNameAndKeptWhereThatFails) {
+  const auto trace = [](std::string_view text) {
+    Tarvo::Platform::dumpDebugMsg(text.data(), 3, 0, nullptr, nullptr, nullptr, 0);
+  };
+  Tarvo::Platform::clearTraceFormat();
+  EXPECT_TRUE(Tarvo::Platform::reopenTraceFile()) << "there is none";
+  open();
+  const long opened = openDescriptors();
+  EXPECT_TRUE(Tarvo::Platform::reopenTraceFile());
+  std::filesystem::rename(path, path + ".1");
+  std::filesystem::create_directory(path);
+  EXPECT_FALSE(Tarvo::Platform::reopenTraceFile());
+  EXPECT_EQ(errno, EISDIR);
+  trace("kept");
+  std::filesystem::remove(path);
+  EXPECT_TRUE(Tarvo::Platform::reopenTraceFile());
+  trace("new");
+  EXPECT_EQ(helper("compat", "TRACEFILE=" + path).exitCode, 0);
+  EXPECT_EQ(contents(), "new\n") << "others know that it is shared";
+  std::filesystem::rename(path + ".1", path);
+  EXPECT_EQ(contents(), "own\nkep\n") << "and the same one is not emptied";
+  EXPECT_EQ(openDescriptors(), opened);
 }
 
 TEST_F(TraceFileTest, IsNoStandardDescriptorAndNeitherIsALockFile) {

@@ -43,7 +43,8 @@ ChildResult runForked(const std::function<int()>& body) {
 
 ChildResult runProgram(const std::string& command) {
   const std::string line =
-      "exec env -u TRACE -u TRACEFILE -u TRACEFORMAT -u TARVO_BACKTRACE_VERBOSITY " + command;
+      "exec env -u TRACE -u TRACEFILE -u TRACEFORMAT -u TRACESINK -u TARVO_BACKTRACE_VERBOSITY " +
+      command;
   return runForked([&] { return execl("/bin/sh", "sh", "-c", line.c_str(), nullptr); });
 }
 

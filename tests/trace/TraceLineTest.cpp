@@ -1,21 +1,41 @@
 #include <sys/time.h>
+#include <syslog.h>
 
+#include <cstdarg>
 #include <ctime>
 #include <fstream>
 
 #include "Tarvo/Thread.h"
 #include "Tarvo/Trace.h"
+#include "Tarvo/TraceSink.h"
 #include "support/AllocationCount.h"
 #include "support/Test.h"
 
 namespace {
 
 using namespace testsupport;
-using Tarvo::Platform::setTraceFormat;
+using Tarvo::Platform::setTraceFormat, Tarvo::Platform::traceSinkIs;
+using namespace std::string_view_literals;
+
+String logged;  // by syslog()
+
+}  // namespace
+
+extern "C" [[gnu::visibility("default")]] void syslog(int priority, const char* format, ...) {
+  std::va_list args;
+  va_start(args, format);
+  logged += fmt::format("{} {}|", priority, va_arg(args, const char*));
+  va_end(args);
+}
+
+namespace {
 
 struct TraceLineTest : TempFolder {
   TraceLineTest() { handler->enabledIs(1, true); }
-  ~TraceLineTest() override { setTraceFormat("date,time,tid,handle,level"); }
+  ~TraceLineTest() override {
+    setTraceFormat("date,time,tid,handle,level");
+    Tarvo::Platform::setTraceSink("");
+  }
 
   static void traceTo(const char* path) {
     path != nullptr ? setenv("TRACEFILE", path, 1) : unsetenv("TRACEFILE");
@@ -23,8 +43,12 @@ struct TraceLineTest : TempFolder {
   }
   String line(const char* format) {
     setTraceFormat(format);
-    return captured(
-        [&] { Tarvo::Platform::dumpDebugMsg("msg", 3, 1, handler.get(), "/a/F.cpp", "run", 42); });
+    return captured([&] { dump("msg"); });
+  }
+
+  void dump(std::string_view message, unsigned level = 1) const {
+    Tarvo::Platform::dumpDebugMsg(message.data(), static_cast<unsigned>(message.size()), level,
+                                  handler.get(), "/a/F.cpp", "run", 42);
   }
 
   std::shared_ptr<Tarvo::Platform::DebugHandler> handler = getDebugHandler("Line");
@@ -148,7 +172,7 @@ TEST_F(TraceLineTest, AThreadIsCancelledBesideItsLinesNotInThem) {
     std::jthread([&] {
       const std::shared_ptr<int> count(&unwound, [](int* number) { ++*number; });
       pthread_cancel(pthread_self());
-      [&]() noexcept { Tarvo::Platform::dumpDebugMsg("one", 3, 1, handler.get(), "f", "g", 1); }();
+      [&]() noexcept { dump("one"); }();
       last();
       ++unwound;  // not reached
     });
@@ -161,6 +185,103 @@ TEST_F(TraceLineTest, AThreadIsCancelledBesideItsLinesNotInThem) {
             }),
             "one\none\none\none\n");
   EXPECT_EQ(unwound, 4);
+}
+
+struct Sink : Tarvo::Platform::TraceSink {
+  using Body = std::function<bool(const Tarvo::Platform::TraceRecord&)>;
+  explicit Sink(Body doThis) : body(std::move(doThis)) {}
+  ~Sink() override {
+    TARVO_TRACE(getDebugHandler("Line"), 0, "dropped: the channel has no levels");
+  }
+  bool traceRecord(const Tarvo::Platform::TraceRecord& record) override { return body(record); }
+  Body body;
+};
+
+TEST_F(TraceLineTest, ASinkIsGivenTheRecordAndALineIsWhatItDoesNotTake) {
+  const auto begun = std::chrono::system_clock::now();
+  String seen;
+  traceSinkIs(std::make_shared<Sink>([&](const auto& record) -> bool {
+    seen += fmt::format("{} {} {} {}:{} {} {}|", record.level, record.channel, record.thread,
+                        record.file, record.line, record.function, record.message);
+    EXPECT_TRUE(begun <= record.time && record.time <= begun + std::chrono::minutes(1));
+    TARVO_TRACE(handler, 1, "dropped");
+    errno = 0;
+    if (record.message == "none") throw 5;
+    return record.channel == "Line";
+  }));
+  errno = 7;
+  EXPECT_EQ(line("level,handle"), "");
+  EXPECT_EQ(errno, 7);
+  const auto threw = Tarvo::Platform::traceSinkThrewCount();
+  const auto bare = [](const char* text) {
+    Tarvo::Platform::dumpDebugMsg(text, 4, 2, nullptr, nullptr, nullptr, 0);
+  };
+  EXPECT_EQ(captured([&] { bare("none"), bare("left"), bare("none"); }),
+            "2 none\n2 left\n2 none\n");
+  EXPECT_EQ(Tarvo::Platform::traceSinkThrewCount(), threw + 2);
+  const String none = fmt::format("2  {} :0  ", Tarvo::gettid());
+  EXPECT_EQ(seen, fmt::format("1 Line {0} /a/F.cpp:42 run msg|{1}none|{1}left|{1}none|",
+                              Tarvo::gettid(), none));
+  EXPECT_EQ(captured([] { Tarvo::Platform::setTraceSink("Json"); }),
+            "Json is an invalid TRACESINK, which may be json or syslog\n");
+  EXPECT_EQ(line(""), "") << "an unknown name changes nothing";
+  traceSinkIs(nullptr);
+  EXPECT_EQ(line(""), "msg\n");
+}
+
+TEST_F(TraceLineTest, SinksAreReplacedWhileThreadsTrace) {
+  std::atomic<int> records = 0, wrong = 0;
+  std::atomic<bool> done = false;
+  std::array<std::jthread, 3> threads;
+  const auto replace = [&](int number) {
+    traceSinkIs(std::make_shared<Sink>([&, text = std::to_string(number)](const auto&) {
+      if (text.empty() || std::stoi(text) < 0) ++wrong;
+      return ++records > 0;
+    }));
+  };
+  replace(0);
+  for (auto& thread : threads)
+    thread = std::jthread([&] {
+      while (!done) dump("msg");
+    });
+  for (int number = 1; number < 1000 || records < 1000; ++number) replace(number);
+  done = true;
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(wrong, 0);
+  EXPECT_EQ(Tarvo::Platform::traceSink().use_count(), 2) << "no thread keeps what it has used";
+}
+
+TEST_F(TraceLineTest, JsonIsOneLineAndValidWhateverTheMessage) {
+  setTraceFormat("");
+  Tarvo::Platform::setTraceSink("json");
+  EXPECT_THAT(
+      captured([&] { dump("a\n\"\0\xff\u00e9"sv, 3); }),
+      MatchesRegex(
+          "\\{\"time\":\"[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{6}Z\","
+          "\"level\":3,\"channel\":\"Line\",\"process\":" +
+          std::to_string(getpid()) + ",\"thread\":" + std::to_string(Tarvo::gettid()) +
+          ",\"file\":\"/a/F.cpp\",\"line\":42,"
+          "\"function\":\"run\",\"message\":\"a\\\\n\\\\\"\\\\u0000\uFFFD\u00e9\"\\}\n"));
+  EXPECT_EQ(captured([&] {
+              refusedAllocation = 1;
+              dump("no memory");
+            }),
+            "no memory\n");
+}
+
+TEST_F(TraceLineTest, SyslogIsToldTheLevelUnlessItsLockMayBeLost) {
+  Tarvo::Platform::setTraceSink("syslog");
+  logged.clear();
+  for (const unsigned level : {0, 1, 4, 5}) dump("m\0%s"sv, level);
+  const auto line = [](const char* priority, int level) {
+    return fmt::format("{} {} Line {} m %s|", priority, Tarvo::gettid(), level);
+  };
+  EXPECT_EQ(logged, line("3", 0) + line("5", 1) + line("6", 4) + line("7", 5));
+  setTraceFormat("");
+  std::jthread([&] {
+    EXPECT_EQ(runForked([&] { return dump("forked among threads"), 0; }).err,
+              "forked among threads\n");
+  }).join();
 }
 
 }  // namespace

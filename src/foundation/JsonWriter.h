@@ -1,5 +1,5 @@
-#ifndef TARVO_SRC_REPORTS_JSONWRITER_H
-#define TARVO_SRC_REPORTS_JSONWRITER_H
+#ifndef TARVO_SRC_FOUNDATION_JSONWRITER_H
+#define TARVO_SRC_FOUNDATION_JSONWRITER_H
 
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
