@@ -164,6 +164,12 @@ TARVO_EXPORT int doEventLoop();
 /// there is no limit and the call returns as doEventLoop() does.
 TARVO_EXPORT int doEventLoop(double maxSeconds);
 
+/// Ends the calling thread's running loop: after the present notification (the scheduler's ends
+/// with the present run, or the present task group) doEventLoop() returns 0. Whatever is still to
+/// be served waits for the next doEventLoop(). Does nothing outside of a loop. A task that a
+/// TaskWaker wakes does it for other threads and for signal handlers.
+TARVO_EXPORT void stopEventLoop();
+
 /// The loop for functions that wait for a condition and look at it after each return: with virtual
 /// time one jump and one pass, otherwise doEventLoop(maxSeconds).
 TARVO_EXPORT int doEventLoopInWaitfor(double maxSeconds);

@@ -5,6 +5,7 @@
 #include "Tarvo/Assert.h"
 #include "Tarvo/LibeventFactory.h"
 #include "platform/libevent/EventTime.h"
+#include "platform/libevent/ThreadLoop.h"
 
 namespace Tarvo {
 
@@ -41,6 +42,10 @@ std::shared_ptr<FdControl> getFdControl(FdEventHandler* handler) { return getLeF
 
 int doEventLoop() { return doLeEventLoop(); }
 int doEventLoop(double maxSeconds) { return doLeEventLoop(maxSeconds); }
+
+void stopEventLoop() {
+  if (Impl::ThreadLoop* loop = Impl::ThreadLoop::find()) loop->stop();
+}
 
 int doEventLoopInWaitfor(double maxSeconds) { return doLeEventLoopInWaitfor(maxSeconds); }
 

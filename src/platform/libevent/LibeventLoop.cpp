@@ -90,7 +90,7 @@ int fastForwardLoop(double maxSeconds) {
     const double left = std::max(0.0, end - Tarvo::time());
     if (!leFastForward()) return eventLoopTimeout(left);  // turned off meanwhile
     result = jumpAndServe(left);
-  } while (result >= 0 && Tarvo::time() < end);
+  } while (result >= 0 && !Impl::ThreadLoop::own().stopped() && Tarvo::time() < end);
   return result;
 }
 
@@ -104,7 +104,8 @@ bool hasTimerToWaitFor(timeval* delay) {
 int fastForwardWithoutLimit() {
   timeval delay;
   while (leFastForward() && hasTimerToWaitFor(&delay)) {
-    if (const int result = jumpAndServe(infinity); result < 0) return result;
+    const int result = jumpAndServe(infinity);
+    if (result < 0 || Impl::ThreadLoop::own().stopped()) return result;
   }
   return doLeEventLoop();
 }

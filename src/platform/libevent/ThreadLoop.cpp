@@ -116,6 +116,7 @@ int ThreadLoop::dispatch(Limit limit) {
   event_base* base = leInit();
   if (dispatching) return event_base_dispatch(base);  // libevent warns and returns -1
   throwKept();  // from a program that ran the base by itself, without this function
+  stopped_ = false;
   if (limit == Limit::none && onlyEmptyWheelsLeft()) return 1;
   int result = 0;
   {
@@ -123,7 +124,13 @@ int ThreadLoop::dispatch(Limit limit) {
     result = event_base_dispatch(base);
   }
   throwKept();
-  return finished_ ? 1 : result;
+  return finished_ && !stopped_ ? 1 : result;
+}
+
+void ThreadLoop::stop() {
+  if (!dispatching) return;
+  stopped_ = true;
+  event_base_loopbreak(base_);
 }
 
 void ThreadLoop::keepException() noexcept {

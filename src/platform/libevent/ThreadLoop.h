@@ -96,6 +96,10 @@ class ThreadLoop : public LoopWords {
   /// returns when only the master timers of empty wheels are pending.
   enum class Limit : std::uint8_t { some, none };
   int dispatch(Limit limit);
+  /// Ends the running dispatch after the present notification, with 0. Whoever dispatches again and
+  /// again asks whether the last one was stopped.
+  void stop();
+  bool stopped() const { return stopped_; }
   /// Keeps the exception in flight for the caller of the loop, and breaks the loop.
   void keepException() noexcept;
   /// Delays the destruction of `object` until the running loop returns: an exception may still be
@@ -125,6 +129,7 @@ class ThreadLoop : public LoopWords {
   Owner owner_ = Owner::loop;
   bool onMainThread_ = false;
   bool limited_ = true;    // whether the running dispatch has a time limit
+  bool stopped_ = false;   // stop() ended it
   bool finished_ = false;  // attend() ended it, as nothing was left to wait for
   timeval offset_{0, 0};
   std::exception_ptr kept_;
