@@ -7,9 +7,9 @@
 ///     auto control = std::allocate_shared<Control>(Tarvo::Allocator<Control>(), handler);
 ///     Tarvo::allocationCount<Control>().objects;   // 1
 ///
-/// What a container or a shared pointer allocates beside the type (nodes, reference counts) counts
-/// for the type that the allocator was made for. One counter is touched per allocation; sums are
-/// made by the reader. Any thread may allocate and read.
+/// A container or a shared pointer also allocates nodes and reference counts; these are counted
+/// under the type that the allocator was made for. An allocation changes one atomic counter; the
+/// reader adds up the sums. Any thread may allocate and read.
 
 #include <atomic>
 #include <cstddef>
@@ -27,7 +27,7 @@ namespace Tarvo {
 struct AllocationCount {
   String typeName;           // readable
   std::int64_t objects = 0;  // elements allocated and not yet freed
-  std::int64_t bytes = 0;    // the memory they stand in, with what belongs to them
+  std::int64_t bytes = 0;    // with nodes and reference counts
 };
 
 /// Every type that was ever allocated, sorted by name.
@@ -35,7 +35,8 @@ TARVO_EXPORT std::vector<AllocationCount> allocationCounts();
 
 namespace Impl {
 
-/// Counts the blocks of one size made for one type. Lives for ever, in a list of all.
+/// Counts the blocks of one size that were allocated for one type. Never destroyed; all records are
+/// in one list.
 class TARVO_EXPORT AllocationRecord {
  public:
   AllocationRecord(const std::type_info& counted, std::size_t unitSize);
@@ -69,7 +70,7 @@ AllocationCount allocationCount() {
   return Impl::allocationCountOf(typeid(T));
 }
 
-/// `Counted` is the type whose figures grow; rebinding changes what is allocated, not for whom.
+/// Allocations are counted under `Counted`; rebind() changes T and keeps Counted.
 template <typename T, typename Counted = T>
 class Allocator {
  public:
@@ -85,7 +86,7 @@ class Allocator {
 
   /// Throws std::bad_alloc as std::allocator does.
   T* allocate(std::size_t n) {
-    Impl::AllocationRecord& counted = record();  // the first of its type is allocated too
+    Impl::AllocationRecord& counted = record();  // first, as making the record may throw too
     T* memory = std::allocator<T>().allocate(n);
     counted.add(static_cast<std::int64_t>(n));
     return memory;

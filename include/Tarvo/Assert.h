@@ -8,15 +8,15 @@
 ///     TARVO_CHECK(flags >= 0);
 ///     TARVO_ABORT("task {} is linked twice", name);
 ///
-/// The first two take the assertion path: AssertException, or a report and the end of the process,
-/// as throwOnAssertFailIs() says. The message reads "file:line: Scope::function() text". The last
-/// two always abort, whatever the switch says: they are for invariants after whose loss no handler
-/// should run. They print "program: file:line: function: Assertion `text' failed.", with the
-/// expression or the text letter for letter.
+/// The first two take the assertion path: depending on throwOnAssertFailIs() they throw
+/// AssertException, or report and end the process. The message reads "file:line: Scope::function()
+/// text". The last two always abort, whatever the switch says. They are for invariants whose loss
+/// makes it unsafe to run any handler. They print "program: file:line: function: Assertion `text'
+/// failed.", with the expression or the text unchanged.
 ///
-/// "Scope::function() " stands in every message by one rule, see FunctionScope.h. Format strings
-/// are checked when they are compiled; arguments are evaluated only when the assertion fails and
-/// are shown as displayed() says. Each statement may stand in a constexpr function.
+/// FunctionScope.h says how "Scope::function() " is formed. Format strings are checked at compile
+/// time. Arguments are evaluated only when the assertion fails, and are formatted by displayed().
+/// Each statement may be used in a constexpr function.
 
 #include <exception>
 
@@ -37,7 +37,8 @@ namespace Tarvo::Impl {
 [[noreturn]] TARVO_EXPORT void abortOnAssertion(const char* text, const char* file, int line,
                                                 const char* func) noexcept;
 
-/// The condition of a TARVO_CHECK. A comma would otherwise leave the text as the condition.
+/// The condition of a TARVO_CHECK. Refuses TARVO_CHECK(condition, "text"): as a comma expression it
+/// would test the text, which is always true.
 template <typename Condition, typename... More>
 [[gnu::always_inline]] constexpr bool holds(const Condition& condition, const More&...) {
   static_assert(sizeof...(More) == 0,
@@ -45,8 +46,8 @@ template <typename Condition, typename... More>
   return static_cast<bool>(condition);
 }
 
-/// The two below fall back to the bare format when an argument cannot be shown. `function` is the
-/// compiler's description of it, or one like that.
+/// When formatting an argument throws, the two below print the format string alone. `function` is
+/// in the form of __PRETTY_FUNCTION__.
 [[noreturn]] TARVO_EXPORT void vassertFailed(const char* file, int line, const char* function,
                                              fmt::string_view format, fmt::format_args args);
 [[noreturn]] TARVO_EXPORT void vabortWithText(const char* file, int line, const char* func,
@@ -69,8 +70,9 @@ template <typename... Args>
                  fmt::make_format_args(displayed(args)...));
 }
 
-/// Runs the checks of a destructor. What they throw ends the process, with its report: when it left
-/// the destructor by itself, the compiler could end the process without one.
+/// Runs the checks of a destructor. An exception from them ends the process, with the terminate
+/// handler's report. (An exception that left the noexcept destructor itself could end the process
+/// without that report.)
 template <typename Checks>
 void checkInDestructor(Checks checks) noexcept {
   try {

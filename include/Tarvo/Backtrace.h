@@ -10,11 +10,12 @@ namespace Tarvo {
 
 /// The call stack of one moment: up to 100 return addresses, innermost first.
 ///
-/// Capturing walks the stack once and, once a thread has done it before, allocates nothing; the
-/// text is made only when it is asked for. A plain value, to be copied freely. In a thread that
-/// captured before some module was unloaded with dlclose(), and in a child that was forked among
-/// threads, capturing takes some thirty times as long, because what is remembered of the frames may
-/// be wrong there.
+/// Capturing walks the stack once. After the first time in a thread it allocates nothing. The text
+/// is made by pretty() alone. A backtrace is a plain value and may be copied.
+///
+/// Capturing takes some thirty times as long in two cases, because the unwinder's cache cannot be
+/// used there: in a thread that captured before some module was unloaded with dlclose(), and in a
+/// child that was forked while other threads existed.
 class TARVO_EXPORT Backtrace {
  public:
   static constexpr unsigned maxFrames = 100;
@@ -22,8 +23,7 @@ class TARVO_EXPORT Backtrace {
   /// Captures the stack of the caller when `capture`, otherwise stays empty.
   explicit Backtrace(bool capture);
 
-  /// Replaces the contents by the stack of the caller. Entry 0 is the place that the caller goes
-  /// on at; the frame of unwind() itself is left out.
+  /// Replaces the contents by the stack of the caller. Entry 0 is the return address of this call.
   void unwind();
 
   /// One line per frame as the dynamic loader knows it, "object(symbol+0xoffset)[address]", under

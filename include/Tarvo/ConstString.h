@@ -1,8 +1,8 @@
 #ifndef TARVO_CONSTSTRING_H
 #define TARVO_CONSTSTRING_H
 
-/// Interned strings: equal texts of one cache are one object, so that a copy costs a pointer and a
-/// comparison too.
+/// Interned strings: a cache holds each text once. Copying a handle copies a pointer, and comparing
+/// two handles compares pointers.
 ///
 ///     Tarvo::ConstStringCache names;
 ///     const Tarvo::ConstStringRef poll(names, "poll");
@@ -11,7 +11,7 @@
 /// What happens when:
 /// 1. A handle made from a text finds the text in its cache or puts it there.
 /// 2. Copies count the text's references up and down; no copy allocates.
-/// 3. With its last handle the text leaves the cache.
+/// 3. When the last handle of a text is gone, the cache frees the text.
 ///
 /// A cache owns its texts; a handle does not keep the cache alive. Destroying a cache that still
 /// has handles is a programming error and ends the process. A cache and its handles are used by one
@@ -43,8 +43,8 @@ class TARVO_EXPORT ConstStringRef {
 
     const String& text() const { return text_; }
     std::uint32_t refCount() const { return refCount_; }
-    /// Gives a reference back. The last one takes the text out of its cache and frees it; without
-    /// any nothing happens.
+    /// Drops a reference. Dropping the last one removes the text from its cache and frees it. Does
+    /// nothing when the count is zero already.
     void refCountDec() const {
       if (refCount_ == 0 || --refCount_ > 0) return;
       freeElem();

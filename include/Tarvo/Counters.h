@@ -9,32 +9,32 @@
 ///     accepted.valueInc();
 ///     open.valueInc();    // and valueDec() when it closes
 ///
-/// Where they go is the operator's choice. The first counter of the process loads the plug-in
-/// "Counters" by name (Tarvo/Plugin.h): whoever puts a "libCounters.so" where the dynamic loader
-/// finds it publishes them. Without one a line on the channel "TarvoPlugin" says so, once, and each
-/// addition is one relaxed addition to a number that belongs to the calling thread: no lock, no
-/// call, nothing shared. (The first of a thread allocates the room for 64 of them.) metrics() and
-/// value() work with and without a plug-in.
+/// The operator chooses where the numbers are published. The first metric of the process loads the
+/// plug-in "Counters" (Tarvo/Plugin.h): a "libCounters.so" that the dynamic loader finds publishes
+/// them. Without one, a line on the channel "TarvoPlugin" says so once, and metrics() and value()
+/// still work. An addition then is one relaxed addition to a number that belongs to the calling
+/// thread: no lock, no call, no shared cache line. (The first addition of a thread allocates room
+/// for 64 metrics.)
 ///
-/// 1. The plug-in is shown each metric as it is made: CountersPlugin::watch(), under the global
-///    lock, so it must not wait for another thread. Those made while it was loading come after
-///    that.
-/// 2. It returns null, and reads value() when it publishes; or a CounterWatch, which is called at
-///    each change from then on, after it, by the thread that made it, without a lock. A watch must
-///    not change what it watches.
+/// 1. For each new metric the library calls CountersPlugin::watch(). It holds the global lock, so
+///    watch() must not wait for another thread. Metrics made while the plug-in was loading are
+///    passed to watch() after that.
+/// 2. watch() returns null when the plug-in reads value() by itself. Or it returns a CounterWatch,
+///    which is called after each change from then on, by the thread that made the change, without a
+///    lock. A watch must not change the metric that it watches.
 ///
-/// A plug-in that throws is left: watch() for that metric, a CounterWatch from then on. A line on
-/// the channel "TarvoUtil" says so; who counts is not disturbed. A plug-in that is none of this
-/// kind, or does not register its name, fails an assertion where the first counter is made; where
-/// that throws, later counters work as without one.
+/// When watch() throws, that metric has no watch. When a CounterWatch throws, it is not called
+/// again. A line on the channel "TarvoUtil" says so; the code that counts is not disturbed. When
+/// the loaded library registers no plug-in of that name, or one of another class, the first metric
+/// fails an assertion. If that throws, later metrics work as without a plug-in.
 ///
-/// Any thread may make, change and read all of them, at any time up to the end of the process, but
-/// in signal handlers. What a thread has counted stays when it ends. Those of one name are one
-/// number. It is kept for good, so names must not come from data; there may be 4096. Plug-in and
-/// watches are used as long as the process lives: make them with new, and leave them.
+/// Any thread may make, change and read metrics until the end of the process, except in signal
+/// handlers. What a thread has counted remains when it ends. Counters of one name share one number.
+/// A metric is never freed, so do not make names from data; there may be 4096 metrics. The plug-in
+/// and its watches are used until the process ends: allocate them and never delete them.
 ///
-/// A forked child goes on from what its parent had counted, with the same plug-in, which must bring
-/// its own threads and files in order there.
+/// A forked child continues with its parent's numbers and with the same plug-in, which must restart
+/// its own threads and files there.
 
 #include <array>
 #include <atomic>
@@ -59,10 +59,10 @@ class TARVO_EXPORT CounterWatch {
   ~CounterWatch() = default;
 };
 
-/// What the library "libCounters.so" registers, under the name "Counters".
+/// The plug-in that "libCounters.so" registers, under the name "Counters".
 class TARVO_EXPORT CountersPlugin : public Platform::Plugin {
  public:
-  /// A new metric, and what to call when it changes; null for nothing.
+  /// Called for each new metric. Returns the object to call when it changes, or null.
   virtual CounterWatch* watch(const Metric& metric) = 0;
 
  protected:
@@ -81,29 +81,31 @@ class Tally;
 constexpr std::size_t cellsInBlock = 64;
 constexpr std::size_t mostMetrics = 64 * cellsInBlock;
 
-/// What one thread has added to its metrics; only that thread writes.
+/// The additions of one thread to 64 metrics; only that thread writes.
 using CounterBlock = std::array<std::atomic<std::uint64_t>, cellsInBlock>;
 using CounterTable = std::array<std::atomic<CounterBlock*>, mostMetrics / cellsInBlock>;
 
-/// Of this thread; an empty one before its first addition and after its last.
+/// The table of the calling thread. Before the thread's first addition, and after its thread-local
+/// objects are destroyed, it is a shared table without blocks, so that add() needs no check for
+/// null.
 TARVO_EXPORT extern constinit thread_local CounterTable* counterTable
     __attribute__((tls_model("initial-exec")));
 
 }  // namespace Impl
 
-/// A name and its number.
+/// A named number. Users make a Counter or a Gauge.
 class TARVO_EXPORT Metric {
  public:
   Metric(const Metric&) = delete;
   Metric& operator=(const Metric&) = delete;
 
   const String& name() const { return name_; }
-  /// What it counts, in the words of whoever made it first.
+  /// The description given by the first Counter or Gauge of this name.
   const String& help() const { return help_; }
   MetricKind kind() const { return kind_; }
 
-  /// The sum over all threads, under the global lock: for reports. What other threads add meanwhile
-  /// may be in it or not.
+  /// The sum over all threads. Takes the global lock: for reports. Additions that other threads
+  /// make meanwhile may be missing.
   std::int64_t value() const;
 
   /// For Counter and Gauge.
@@ -135,17 +137,18 @@ class TARVO_EXPORT Metric {
 
   const std::size_t number_;
   std::atomic<CounterWatch*> watch_{nullptr};
-  std::atomic<std::uint64_t> rest_{0};  // of ended threads, and what valueIs() put beside the sum
+  std::atomic<std::uint64_t> rest_{0};  // from ended threads and from valueIs()
   const MetricKind kind_;
   const String name_;
   const String help_;
 };
 
-/// A number that only grows: what happened so far.
+/// A number that only grows, such as a number of requests.
 class TARVO_EXPORT Counter {
  public:
-  /// Joins the counter of that name, or makes it. Fails an assertion when the name is not made of
-  /// letters, digits, "_" and ":", or begins with a digit; when a gauge has it; and for the 4097th.
+  /// The counter of that name, made if there is none. Fails an assertion when the name has
+  /// characters other than letters, digits, "_" and ":", or begins with a digit; when a gauge has
+  /// the name; and for the 4097th metric.
   explicit Counter(const String& name, const String& help = "")
       : metric_(&Metric::of(MetricKind::counter, name, help)) {}
 
@@ -156,16 +159,16 @@ class TARVO_EXPORT Counter {
   Metric* metric_;
 };
 
-/// A number that rises and falls: what there is now.
+/// A number that rises and falls, such as a number of open connections.
 class TARVO_EXPORT Gauge {
  public:
-  /// As a counter is made.
+  /// The gauge of that name, made if there is none. Fails as Counter's constructor does.
   explicit Gauge(const String& name, const String& help = "")
       : metric_(&Metric::of(MetricKind::gauge, name, help)) {}
 
   void valueInc(std::int64_t by = 1) { metric_->add(static_cast<std::uint64_t>(by)); }
   void valueDec(std::int64_t by = 1) { metric_->add(0 - static_cast<std::uint64_t>(by)); }
-  /// Adds what is missing to that value; for this it takes the global lock.
+  /// Sets the value, under the global lock.
   void valueIs(std::int64_t value) { metric_->valueIs(value); }
   std::int64_t value() const { return metric_->value(); }
 
@@ -173,7 +176,7 @@ class TARVO_EXPORT Gauge {
   Metric* metric_;
 };
 
-/// All of them, by name.
+/// All metrics, sorted by name.
 TARVO_EXPORT std::vector<const Metric*> metrics();
 
 }  // namespace Tarvo

@@ -9,14 +9,14 @@
 ///     auto trace = Tarvo::Platform::getDebugHandler("KvService");
 ///     TARVO_TRACE(trace, 1, "listening on port {}", port);
 ///
-/// There are ten levels, 0 to 9; a statement is written only while its level's bit is on in its
-/// handle. Which bits are on is settled by configuration, from the environment or from code:
+/// There are ten levels, 0 to 9. A statement writes a line only while the bit of its level is on in
+/// its handle. The bits are configured from the environment or from code:
 ///
 ///     TRACE=KvService/0123,Tarvo*/9     names or prefixes, "/", the levels ("*" for all)
-///     TRACEFILE=/tmp/trace                where to, instead of standard error; emptied first,
-///                                         unless another process traces there
-///     TRACEFORMAT=time,handle,func-name   which fields stand before the message
-///     TRACESINK=json                      something else than such lines: see Tarvo/TraceSink.h
+///     TRACEFILE=/tmp/trace                a file instead of standard error; truncated first,
+///                                         unless another process traces to it
+///     TRACEFORMAT=time,handle,func-name   the fields before the message
+///     TRACESINK=json                      another form than lines: see Tarvo/TraceSink.h
 ///
 /// Any thread may create handles, trace and configure.
 
@@ -50,14 +50,14 @@ class TARVO_EXPORT DebugHandler : public std::enable_shared_from_this<DebugHandl
   /// not its own.
   virtual void enabledIs(unsigned level, bool enable) = 0;
 
-  /// Writes the text of the stream as one trace line; does not ask whether the level is on.
+  /// Writes the text of the stream as one trace line, also when the level is off.
   virtual void dump(DebugStream& stream, unsigned level, const char* file, int line,
                     const char* func) const = 0;
 
   /// Whether bit `level` is on: one load and one test. Levels count modulo 32.
   bool levelEnabled(unsigned level) const { return ((levels() >> (level % 32)) & 1U) != 0; }
 
-  /// The enable word. Read without a lock; a change by another thread shows up in its own time.
+  /// The enable word. Read without a lock, so a change by another thread may be seen late.
   std::uint32_t levels() const {
     return std::atomic_ref<std::uint32_t>(*levelsPtr_).load(std::memory_order_relaxed);
   }
@@ -65,8 +65,8 @@ class TARVO_EXPORT DebugHandler : public std::enable_shared_from_this<DebugHandl
   const String& name() const { return name_; }
 
  protected:
-  /// Tests its own word, or `levelsPtr` when that is not null; the word stays the caller's and must
-  /// outlive the handler.
+  /// Uses the handler's own enable word, or `*levelsPtr` when that is not null; that word stays the
+  /// caller's and must outlive the handler.
   DebugHandler(const String& name, std::uint32_t levels, std::uint32_t* levelsPtr = nullptr);
 
   bool ownsLevels() const { return levelsPtr_ == &levels_; }
@@ -79,16 +79,16 @@ class TARVO_EXPORT DebugHandler : public std::enable_shared_from_this<DebugHandl
   String name_;
 };
 
-/// A new channel for `name`, with the levels that the configuration gives it. Handlers of one name
-/// are separate objects that are configured alike.
+/// A new handler for `name`, with the levels that are configured for it. Handlers of one name are
+/// separate objects with the same configuration.
 TARVO_EXPORT std::shared_ptr<DebugHandler> getDebugHandler(const String& name);
 
-/// Deletes a handler that nobody shares; null is allowed.
+/// Deletes a handler that is not owned by a shared pointer; null is allowed.
 TARVO_EXPORT void destroyDebugHandler(DebugHandler* handler);
 
-/// Opens what TRACEFILE names, unless it is open already, and switches on the levels of `spec`, or
-/// those of TRACE when it is null. Levels are only ever added. The variables count as unset in a
-/// program that runs with more rights than its caller.
+/// Opens the file that TRACEFILE names, unless it is open already, and switches on the levels of
+/// `spec`, or of TRACE when `spec` is null. Never switches a level off. A set-user-id program
+/// ignores the variables.
 TARVO_EXPORT void setupTarvoDebug(const char* spec);
 
 /// Switches off the levels of `spec`; null does nothing.
@@ -114,11 +114,10 @@ TARVO_EXPORT void clearTraceFormat();
 /// Prints the eight switches to standard output, in the order of the fields.
 TARVO_EXPORT void printAllTraceFormat();
 
-/// Writes one trace line: the chosen fields, `len` bytes of `msg` and a line end, to the trace file
-/// or to standard error, in one piece. Line ends and zero bytes in `msg` are written as they are.
-/// `handler` is the Platform::DebugHandler that emits. A null
-/// file or function, where its field is on, costs the rest of the prefix and nothing else. A failed
-/// write is not reported.
+/// Writes one trace line with one write: the chosen fields, `len` bytes of `msg` and a line end, to
+/// the trace file or to standard error. Line ends and zero bytes in `msg` are written unchanged.
+/// `handler` is the Platform::DebugHandler that emits. If a field is on and its argument is null,
+/// the remaining prefix fields are left out. A failed write is not reported.
 TARVO_EXPORT void dumpDebugMsg(const char* msg, unsigned len, unsigned level, const void* handler,
                                const char* file, const char* func, int line);
 

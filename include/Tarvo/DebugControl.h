@@ -1,8 +1,8 @@
 #ifndef TARVO_DEBUGCONTROL_H
 #define TARVO_DEBUGCONTROL_H
 
-/// The registries behind the trace configuration, for tools that look into it. All of them are
-/// guarded by the global lock; what says REQUIRES: lock aborts without it.
+/// The registries behind the trace configuration, for tools that inspect it. The global lock guards
+/// all of them. An operation marked "REQUIRES: lock" aborts when the caller does not hold it.
 
 #include <cstdint>
 #include <functional>
@@ -20,10 +20,10 @@ namespace Tarvo::Orl {
 /// The one concrete trace channel. Registered by name from construction to destruction.
 class TARVO_EXPORT DebugHandler : public Platform::DebugHandler {
  public:
-  /// REQUIRES: lock. A handler with fixed levels is left alone by the configuration.
+  /// REQUIRES: lock. The configuration never changes the levels of a handler with fixed levels.
   DebugHandler(const String& name, int levels, bool levelsFixed);
-  /// The same with an enable word of the caller's, which must outlive the handler; enabledIs()
-  /// leaves that word alone.
+  /// The same with an enable word of the caller's, which must outlive the handler. enabledIs() then
+  /// fails an assertion.
   DebugHandler(const String& name, std::uint32_t* levelsPtr, bool levelsFixed);
   ~DebugHandler() override;
 

@@ -8,16 +8,16 @@
 ///     plans.pathIs("/etc/plans");
 ///     for (const auto& name : plans.findFiles(".json")) read("/etc/plans/" + name);
 ///
-/// A directory that cannot be opened leaves the node closed, which is traced: at level 9 when it is
-/// missing, forbidden or no directory, otherwise at level 1. A closed node has no entries; asking
-/// it to rewind or to find files throws RuntimeException, as does an error while reading.
+/// When a directory cannot be opened, the node stays closed and a line is traced: at level 9 when
+/// it is missing, forbidden or no directory, otherwise at level 1. A closed node has no entries.
+/// Rewinding it or finding files in it throws RuntimeException, as does an error while reading.
 ///
-/// A node can hold the node of the directory that it stands in, so that a walk over a tree keeps
-/// its ancestors.
+/// A node can hold the node of its parent directory, so that a walk over a tree keeps its
+/// ancestors.
 ///
-/// Copying or moving an open node copies the handle of its stream, and both nodes close it: open a
-/// node where it is to stay, and copy only closed ones. Reading, rewinding and finding files share
-/// one position. A node is used by one thread at a time.
+/// Copy and move closed nodes only: copying an open one copies the handle of its stream, and both
+/// nodes close it. Reading, rewinding and finding files use one position in the stream. A node is
+/// used by one thread at a time.
 
 #include <dirent.h>
 
@@ -32,8 +32,7 @@ namespace Tarvo {
 
 class TARVO_EXPORT DirNode : public Debuggable {
  public:
-  /// Closed nodes; the second one has a path, which openDir() opens. It is not joined with the
-  /// parent's.
+  /// Makes a closed node. openDir() opens `path`, which is not joined with the parent's path.
   DirNode(Platform::DebugHandler& handler);
   DirNode(Platform::DebugHandler& handler, const String& path, std::shared_ptr<DirNode> parent);
   DirNode(const DirNode& other);
@@ -46,10 +45,10 @@ class TARVO_EXPORT DirNode : public Debuggable {
   const String& path() const { return path_; }
   const std::shared_ptr<DirNode>& parent() const { return parent_; }
 
-  /// Opens the path, anew if it was open.
+  /// Opens the path; closes it first when it is open.
   void openDir();
-  /// The next entry, in the order of the directory and with "." and ".."; null after the last one
-  /// and when the node is closed. Valid until the next is read.
+  /// The next entry in directory order, "." and ".." included; null after the last one, and when
+  /// the node is closed. Valid until the next call.
   dirent* readEntry() const;
   /// Goes back to the first entry.
   void rewind() const;

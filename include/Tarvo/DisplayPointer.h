@@ -9,7 +9,7 @@
 namespace Tarvo {
 
 /// A pointer for display: "NULL", or "0x" and the address in hexadecimal, padded with zeros to ten
-/// characters in all. Flags, fill and width of the stream are neither heeded nor changed.
+/// characters in all. Output ignores the stream's flags, fill and width, and does not change them.
 class TARVO_EXPORT DisplayPointer {
  public:
   explicit DisplayPointer(const void* pointer) : pointer_(pointer) {}

@@ -1,10 +1,10 @@
 #ifndef TARVO_EXCEPTION_H
 #define TARVO_EXCEPTION_H
 
-/// Errors, in one family.
+/// The family of the library's exceptions.
 ///
-/// A run-time error that a caller may handle is thrown as one of the classes below. Each carries
-/// its message and the call stack of the place that made it:
+/// A run-time error that a caller may handle is thrown as one of the classes below. Each holds its
+/// message and the call stack of the place where it was made:
 ///
 ///     try {
 ///       Tarvo::RuntimeException::throwException("cannot read " + path);
@@ -13,9 +13,9 @@
 ///       log(e.what());  // the same, and the backtrace, one line a frame
 ///     }
 ///
-/// A programming error takes the assertion path: AssertException::throwException() throws when
-/// throwOnAssertFailIs(true) was said (tests do), and otherwise prints the reason and ends the
-/// process with a report (services do). The statements for it stand in Tarvo/Assert.h.
+/// A programming error takes the assertion path: AssertException::throwException() throws after
+/// throwOnAssertFailIs(true), which tests call. Otherwise it prints the reason and ends the process
+/// with a report, as a service wants. The statements for it are in Tarvo/Assert.h.
 ///
 /// An exception belongs to one thread at a time: what() fills its cache without a lock.
 
@@ -45,7 +45,7 @@ class TARVO_EXPORT Exception : public std::exception {
   /// text. Falls back to the bare message when there is no memory for it.
   const char* what() const noexcept final;
 
-  /// What what() returns, with its length: a message may hold zero bytes.
+  /// The text of what() with its length: a message may contain zero bytes.
   std::string_view text() const noexcept;
 
   /// The name of the class, with its namespace.

@@ -9,15 +9,15 @@
 
 namespace Tarvo {
 
-/// An output stream over a file descriptor, which stays the caller's and is not closed. What was
-/// written leaves with a flush, when the buffer is full, and at the end.
+/// An output stream over a file descriptor, which stays the caller's and is not closed. The buffer
+/// is written at a flush, when it is full, and by the destructor.
 ///
 ///     Tarvo::FdToStream out(fd);
 ///     out << "ready" << std::endl;
 ///
-/// Waits up to a second at a time for a non-blocking descriptor whose reader is slow. A failed
-/// write sets the stream's bad bit, and what could not be written is dropped; a reader that is gone
-/// raises no signal.
+/// On a non-blocking descriptor whose reader is slow, each write waits up to a second. When a write
+/// fails, the stream's bad bit is set and the rest of the buffer is dropped. A reader that is gone
+/// raises no SIGPIPE.
 class TARVO_EXPORT FdToStream : public std::ostream {
  public:
   explicit FdToStream(int fd);

@@ -3,16 +3,16 @@
 
 /// A task that runs when its descriptor is ready.
 ///
-/// A descriptor task has two directions, each with an inner task of its own that is scheduled, run
-/// and counted like any other: the reading one, named after the task with ":read" appended, and the
-/// writing one with ":write", made when it is first asked for.
+/// A descriptor task has two directions. Each has an inner task of its own, which is scheduled, run
+/// and counted like any other task: the reading task has ":read" appended to its name, the writing
+/// task ":write". The writing task is made when it is first needed.
 /// 1. taskWatchFdIs() makes the descriptor non-blocking and watches it. Reading is watched from the
-///    start, writing when taskWatchWritableIs(true) says so.
-/// 2. When the loop finds the descriptor readable, the reading task is scheduled. At its turn it
-///    runs taskExecuteReadable(). As long as there is something left to read when that returns, it
-///    is scheduled again; so a body may read as much as it likes, or as taskShouldYield() allows.
-/// 3. When the descriptor is writable, writing ceases to be watched and taskExecuteWritable() runs,
-///    once. A body that could not write everything asks again.
+///    start, writing after taskWatchWritableIs(true).
+/// 2. When the loop finds the descriptor readable, the reading task is scheduled and runs
+///    taskExecuteReadable(). If data is left unread when that returns, the reading task is
+///    scheduled again. So a body may read as little or as much as taskShouldYield() allows.
+/// 3. When the descriptor is writable, taskExecuteWritable() runs once, and writing is no longer
+///    watched. A body that could not write everything calls taskWatchWritableIs(true) again.
 ///
 ///     struct Echo : Tarvo::FileDescriptorTask {
 ///       Echo(std::shared_ptr<Tarvo::TaskScheduler> scheduler, int fd)
@@ -23,23 +23,25 @@
 ///       void taskExecuteWritable() override { if (!giveOut()) taskWatchWritableIs(true); }
 ///     };
 ///
-/// The descriptor stays its owner's. Before it is closed, taskWatchFdDel() is to be called, or the
-/// task destroyed. (A descriptor that was closed without, and whose number another control or task
-/// of the thread watches, is forgotten: taskWatchFd() is -1 then. Not so for files without an
-/// identity of their own, such as an eventfd; and the kernel goes on reporting a descriptor that
-/// was closed while a copy of it is open.) At most one body of a task runs at a time. An end of
-/// file and a broken connection make a descriptor readable until it is forgotten. So does a
-/// connection that cannot be accepted for want of descriptors: stop watching for a while, or the
-/// thread spins.
+/// At most one body of a task runs at a time.
 ///
-/// One descriptor may be watched by several tasks and controls of this library. Events that a
-/// program adds to the event base itself are another matter: with one of those on the same
-/// descriptor, reports to either may be lost.
+/// The descriptor stays its owner's. Call taskWatchFdDel(), or destroy the task, before the
+/// descriptor is closed. (If it was closed without that, and another control or task of the thread
+/// then watches the same number, the task loses its descriptor: taskWatchFd() is -1. This cannot be
+/// detected for files without an identity of their own, such as an eventfd. And while a dup() of
+/// the closed descriptor is open, the kernel goes on reporting it.)
 ///
-/// The figures of both directions are kept, under their statistics names, after the task is gone,
-/// and only so many records of that kind. A service whose tasks have a name each
-/// ("client 10.0.0.7") gives all connections of a kind one statistics name, by
-/// taskStatsNameIs("client"), or keeps nothing of them, by includeInCompletedTaskIs(false).
+/// After an end of file or a broken connection a descriptor stays readable: stop watching it. It
+/// also stays readable while accept() fails for want of descriptors: stop watching for a while, or
+/// the thread spins.
+///
+/// Several tasks and controls of this library may watch one descriptor. But when the program adds
+/// an event of its own for that descriptor to the event base, reports to either may be lost.
+///
+/// The figures of both directions are kept, under their statistics names, after the task is gone;
+/// the number of such records is limited. A service whose tasks have unique names ("client
+/// 10.0.0.7") should give all connections of a kind one statistics name with
+/// taskStatsNameIs("client"), or keep no figures with includeInCompletedTaskIs(false).
 ///
 /// A descriptor task is made with std::make_shared and held by shared reference; it keeps itself
 /// alive while a body of it runs. Every operation belongs to the thread of the root.
@@ -67,7 +69,7 @@ class TARVO_EXPORT FileDescriptorTask : public _TaskBase, private Platform::FdEv
   void taskStatsNameIs(String name) override;
   /// Whether either direction is on its run queue.
   bool taskScheduled() const override;
-  /// The three below concern the direction whose body is running; outside of one they fail an
+  /// The three below apply to the direction whose body is running. Outside of a body they fail an
   /// assertion.
   bool taskShouldYield() const override;
   void taskWorkCountInc(unsigned long long n) override;
@@ -78,36 +80,36 @@ class TARVO_EXPORT FileDescriptorTask : public _TaskBase, private Platform::FdEv
   virtual void taskExecuteReadable() = 0;
   virtual void taskExecuteWritable() = 0;
 
-  /// For taskExecuteReadable(), when a read has just returned EAGAIN: nothing is left to read, so
-  /// the kernel need not be asked after the run. Not after a read that returned less than it might:
-  /// the end of a stream may be behind that, and would not be reported. Outside of that body it
-  /// fails an assertion.
+  /// For taskExecuteReadable(): says that a read has just returned EAGAIN, which saves a poll after
+  /// the run. Do not call it after a short read: the end of the stream may follow, and would not be
+  /// reported. Outside of that body it fails an assertion.
   void taskReadDrained();
 
-  /// Called by the event loop, once until the direction has run: schedule the direction. An
-  /// override calls these, or schedules the direction later.
+  /// Called by the event loop when the descriptor is ready, once until the direction has run. They
+  /// schedule the direction. An override must call these, or schedule the direction later.
   void readFdEvent(int fd) override;
   void writeFdEvent(int fd) override;
 
-  /// Which directions are watched. Turning one off takes it off its run queue.
+  /// Which directions are watched. Switching one off removes its task from the run queue.
   bool taskWatchReadable() const { return taskWatchReadable_; }
   void taskWatchReadableIs(bool on);
   bool taskWatchWritable() const { return taskWatchWritable_; }
   void taskWatchWritableIs(bool on);
-  /// The descriptor, -1 without one. Another one takes both directions off their run queues. Throws
-  /// RuntimeException when it cannot be watched, and aborts when it is none.
+  /// The descriptor; -1 if there is none. Setting another one removes both directions from their
+  /// run queues. Throws RuntimeException when it cannot be watched; aborts when it is not an open
+  /// descriptor.
   int taskWatchFd() const;
   void taskWatchFdIs(int fd);
   void taskWatchFdDel();
 
-  /// Schedule a direction whatever the descriptor's state.
+  /// Schedule a direction whether or not the descriptor is ready.
   void scheduleTaskReadable();
   void scheduleTaskWritable();
   bool taskScheduledReadable() const;
   bool taskScheduledWritable() const;
 
-  /// The figures of each direction; see TaskImpl. Those of a writing task that does not exist yet
-  /// are 0, and adding to them fails an assertion.
+  /// The figures of each direction; see TaskImpl. Before the writing task is made its figures are
+  /// 0, and adding to them fails an assertion.
   unsigned long long taskWorkCountReadableTotal() const;
   float taskWorkCountReadableDecayAvg() const;
   unsigned int taskWorkCountReadableHighWaterMark() const;
@@ -127,8 +129,8 @@ class TARVO_EXPORT FileDescriptorTask : public _TaskBase, private Platform::FdEv
   /// Of both directions together.
   unsigned int taskRunCount() const;
 
-  /// Settings of both directions; see TaskImpl. Resuming gives a run to each direction that is
-  /// watched, and to the writing one when scheduleTaskWritable() has asked for it.
+  /// Settings of both directions; see TaskImpl. Resuming schedules each direction that is watched,
+  /// and the writing one also when scheduleTaskWritable() was called before.
   TaskPriority taskPriority() const { return taskPriority_; }
   TaskTimeDuration taskQuantum() const;
   void taskQuantumIs(TaskTimeDuration quantum);
@@ -159,11 +161,11 @@ class TARVO_EXPORT FileDescriptorTask : public _TaskBase, private Platform::FdEv
   bool readDrained_ = false;
   bool taskWatchReadable_ = false;
   bool taskWatchWritable_ = false;
-  bool writeRunWanted_ = false;  // asked for, and neither run nor taken back
+  bool writeRunWanted_ = false;  // scheduleTaskWritable() was called, and it has not run since
   std::shared_ptr<Impl::DeferredFdControl> fdControl_;
   std::shared_ptr<ReadTask> readTask_;
   std::shared_ptr<WriteTask> writeTask_;
-  TaskImpl* executingTask_ = nullptr;
+  TaskImpl* executingTask_ = nullptr;  // the direction whose body is running
   TaskPriority taskPriority_;
   bool taskBusy_ = false;
 };

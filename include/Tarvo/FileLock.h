@@ -8,19 +8,19 @@
 ///     if (!lock.lock(false)) return alreadyRunning(lock.ownerDescription());
 ///     ...  // until release(), or the end of `lock`
 ///
-/// How it works: the lock belongs to the open file, not to the process (open file description locks
-/// of Linux). So two FileLock objects of one process exclude each other, and the lock goes with the
-/// process, however it ends, and with its forked children that have not executed another program.
-/// The file and its directories are made when they are missing; the file can be opened by
-/// everybody. It stays there: removing a lock file that others wait for would give them different
-/// files to lock.
+/// How it works: the lock belongs to the open file, not to the process (Linux's open file
+/// description locks). So two FileLock objects of one process exclude each other. The kernel drops
+/// the lock when the last process that has the file open ends: the owner, or a child that it forked
+/// and that has not called exec(). The file and its directories are made when they are missing;
+/// everybody may open the file. It is never removed: two waiters could otherwise hold locks on
+/// different files of one name.
 ///
-/// A forked child holds the parent's lock open but must not release it: an assertion fails. As
-/// destroying the object releases, a child that destroys one that is held ends; children should
-/// execute another program, which does not inherit it, or leave with _exit().
+/// A forked child has the parent's lock open, but releasing it fails an assertion. The destructor
+/// of a held lock releases it, so a child must not run that destructor: it should call exec(),
+/// which closes the file, or _exit().
 ///
-/// The lock is advisory: it binds those who ask. An object is used by one thread at a time. While a
-/// file is made the umask of the process is 0 for a moment.
+/// The lock is advisory: it excludes only programs that ask for it. An object is used by one thread
+/// at a time. While a lock file is made, the umask of the process is 0 for a moment.
 
 #include <sys/types.h>
 
@@ -32,31 +32,31 @@ namespace Tarvo {
 
 class TARVO_EXPORT FileLock : public Debuggable {
  public:
-  /// Touches nothing yet. Traces through `handler`: contention at level 1, the rest at level 5.
-  /// With an empty directory the file stands in the current one. Fails an assertion when the file
-  /// name contains a slash.
+  /// Does not open the file yet. Traces to `handler`: contention at level 1, the rest at level 5.
+  /// An empty directory means the current one. Fails an assertion when the file name contains a
+  /// slash.
   FileLock(Platform::DebugHandler& handler, const String& directory, const String& fileName);
   FileLock(const FileLock&) = delete;
   FileLock& operator=(const FileLock&) = delete;
-  /// Releases what is held.
+  /// Releases the lock if it is held.
   ~FileLock();
 
   /// Tries to get the lock, without waiting; false when another holder has it, or when the file
-  /// cannot be opened. Holding it already counts as success with `reentry`, and as a conflict
-  /// without. Fails an assertion on other errors.
+  /// cannot be opened. When this object holds it already, the result is `reentry`. Fails an
+  /// assertion on other errors.
   bool lock(bool reentry);
   /// Gives the lock up. Fails an assertion when this process does not hold it.
   void release();
-  /// Closes the file, and with it drops the lock (unless a forked child has it open), but goes on
-  /// naming this process as the owner: a lock(true) that follows says yes without having one. Meant
-  /// for those who have to close descriptors and will not lock again.
+  /// Closes the file, which drops the lock unless a forked child has it open. The object still
+  /// names this process as the owner, so a later lock(true) returns true without a lock. For
+  /// programs that close all descriptors and will not lock again.
   void closeFd();
 
   const String& file() const { return path_; }
-  /// Who holds the lock, for the message to whom it was refused: "process 12 (store)", with a comma
-  /// between several (a forked child holds its parent's), or "nobody". Counts the processes that
-  /// could not be looked at. Looks at the descriptors of all processes, which may take a while; to
-  /// do that in steps use OwnerSearch::ofLock(). Throws what that throws.
+  /// Who holds the lock, for an error message: "process 12 (store)", several with commas between
+  /// them (a forked child holds its parent's lock), or "nobody". Says how many processes could not
+  /// be examined. Reads the descriptors of all processes, which may take a while;
+  /// OwnerSearch::ofLock() does the same in steps. Throws what that throws.
   String ownerDescription() const;
 
  private:

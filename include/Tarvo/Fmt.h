@@ -1,10 +1,10 @@
 #ifndef TARVO_FMT_H
 #define TARVO_FMT_H
 
-/// Message text: how statements format their arguments, and the builders beneath them.
+/// Message text: how statements format their arguments, and the functions that build a message.
 ///
-/// The builders are a leaf: they need the formatting library and, for writing a line, the platform
-/// writer, which they reference weakly.
+/// Foundation code uses this header too, so it depends only on the formatting library. To write a
+/// line it calls the trace writer through a weak reference.
 
 #include <fmt/format.h>
 #include <fmt/ostream.h>
@@ -68,7 +68,7 @@ TARVO_EXPORT void vfmtrace(const void* handler, unsigned level, const char* file
                            const char* func, const char* className, int line,
                            fmt::string_view format, fmt::format_args args);
 
-/// Hands a finished message to the platform's writer; aborts when the program holds none.
+/// Passes a finished message to the trace writer; aborts when none is linked into the program.
 TARVO_EXPORT void dumpDebugMsg(const char* msg, std::size_t len, std::uint32_t level,
                                const void* handler, const char* file, const char* func, int line);
 
@@ -100,8 +100,8 @@ TARVO_EXPORT String vformatstr(const char* file, int line, bool withFunc, const 
 
 namespace Tarvo::Fmtrace::Impl {
 
-/// Appends formatted text to the buffer of `context`; for formatters that are written in terms of
-/// a format string.
+/// Appends formatted text to the buffer of `context`. For formatters that use a format string of
+/// their own.
 TARVO_EXPORT fmt::format_context::iterator vformat_to(fmt::format_context& context,
                                                       fmt::string_view format,
                                                       fmt::format_args args);

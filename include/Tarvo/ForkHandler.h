@@ -3,19 +3,19 @@
 
 /// Processes made by fork().
 ///
-/// In a child, before fork() returns: isForkedChild() becomes true, the global lock is free (unless
-/// the forking thread itself held it), and the thread id is the child's. A child that goes on with
-/// the event loop calls leForkReinit() (Tarvo/LibeventFactory.h); then timers, callbacks and
-/// descriptors that the forking thread had armed work in it, apart from the parent's. The parent is
-/// not touched. (A child that was forked by a handler runs its loop only after that handler has
-/// returned.)
+/// In the child, before fork() returns: isForkedChild() becomes true, the global lock is free
+/// (unless the forking thread itself held it), and the thread id is the child's. A child that
+/// continues with the event loop calls leForkReinit() (Tarvo/LibeventFactory.h). Then the timers,
+/// callbacks and descriptors that the forking thread had armed work in the child too, independently
+/// of the parent's. (A child that was forked inside a handler can run its loop only after that
+/// handler has returned.)
 ///
-/// A child can trace, make channels and exceptions, and configure, whatever the parent's other
-/// threads were doing. When there were any, it keeps clear of the C library's and the unwinder's
-/// locks, one of which may be locked for ever: a backtrace takes some ten microseconds, and lines
-/// show local time by the offset from UTC at the fork, also when summer time begins or ends, until
-/// the program's own tzset() changes the zone. A program that lives on in a child for months forks
-/// before it starts threads.
+/// The child can trace, make channels and exceptions, and configure, whatever the parent's other
+/// threads were doing. If the parent had other threads, a lock inside the C library or the unwinder
+/// may stay locked for ever in the child, so the library does not use those there. This has two
+/// effects: a backtrace takes some ten microseconds; and trace lines show local time with the UTC
+/// offset of the moment of the fork, also after a change of summer time, until the program's own
+/// tzset() changes the zone. A daemon that runs for months should fork before it starts threads.
 ///
 ///     if (fork() == 0) {
 ///       Tarvo::leForkReinit();
@@ -35,7 +35,7 @@ TARVO_EXPORT void setupHandler();
 TARVO_EXPORT void handleFork();
 
 TARVO_EXPORT bool isForkedChild();
-/// For code that has finished rebuilding what a child must rebuild, and for tests.
+/// For code that has rebuilt its own state in the child, and for tests.
 TARVO_EXPORT void forkedChildIs(bool forked);
 
 }  // namespace Tarvo::Platform

@@ -3,10 +3,10 @@
 
 /// Names for trace and assertion statements, taken from the compiler at compile time.
 ///
-/// One rule decides what a statement carries: the innermost named class or namespace that encloses
-/// the function, "::", the function's name and "() ". A function outside every named scope (main, a
-/// C function) carries nothing. Template arguments and parameters are left out, unnamed namespaces
-/// are passed over, and a lambda counts as part of the function that it stands in.
+/// A message begins with the name of the innermost named class or namespace around the function,
+/// "::", the function's name and "() ". In a function outside every named scope (main, a C
+/// function) it begins with nothing. Template arguments and parameters are left out. Unnamed
+/// namespaces are skipped. A lambda counts as part of the function around it.
 
 #include <algorithm>
 #include <array>
@@ -15,8 +15,8 @@
 
 namespace Tarvo::Impl {
 
-/// What a statement hands on: never null, and alive for ever. Either may be empty; then the message
-/// carries neither.
+/// The names for a statement: non-null static strings. Either may be empty; then the message has
+/// neither.
 struct ScopeNames {
   const char* className;
   const char* func;
@@ -44,7 +44,7 @@ class ScopeParser {
         at_ = std::min(text_.find('(', at_), text_.size() - 1);
         skipBracketed();
       } else if (startsWith("::<lambda")) {
-        endComponent(2);  // of a namespace: there is no function to name
+        endComponent(2);  // a lambda at namespace scope: no function name
         return {scope_, {}};
       } else if (startsWith("::")) {
         endComponent(2);
@@ -57,7 +57,7 @@ class ScopeParser {
         if (!startsWith("::") || startsWith("::<lambda") || startsWith("::(")) {
           return {scope_, withoutTemplate(func)};
         }
-        scope_ = {};  // a class inside this function: go on with its members
+        scope_ = {};  // a local class of this function: continue with its members
         at_ += 2;
         componentBegin_ = at_;
       } else if (text_[at_] == '<' || text_[at_] == '{' || text_[at_] == '[') {
@@ -137,7 +137,7 @@ constexpr std::size_t scopeSize(std::string_view pretty) {
   return views.scope.size() + views.func.size() + 2;
 }
 
-/// Both names in storage of their own, each with its terminator.
+/// Both names, each with a terminating zero, in one array.
 template <std::size_t Size>
 class FunctionScope {
  public:
@@ -157,7 +157,7 @@ class FunctionScope {
 
 }  // namespace Tarvo::Impl
 
-/// Declares `name` as the scope of the function in which the statement stands.
+/// Declares `name` as the scope of the enclosing function.
 #define TARVO_SCOPE(name)                                                 \
   static constexpr ::Tarvo::Impl::FunctionScope<::Tarvo::Impl::scopeSize( \
       static_cast<const char*>(__PRETTY_FUNCTION__))>                     \

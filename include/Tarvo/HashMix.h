@@ -1,13 +1,13 @@
 #ifndef TARVO_HASHMIX_H
 #define TARVO_HASHMIX_H
 
-/// A fast hash that is not for secrets: FNV-1a taken a word at a time instead of a byte at a time.
-/// Its values may be stored and exchanged; they are the same on every machine and in every version.
+/// A fast hash, not for cryptography: FNV-1a on words instead of bytes. Its values may be stored
+/// and exchanged; they are the same on every machine and in every version.
 ///
 ///     const std::uint32_t bucket = Tarvo::Util::hash("poll") % primeBucketCount;
 ///
-/// The low bits of a result mix less than the high ones: never index a table whose size is a power
-/// of two with them. Any thread may hash.
+/// The low bits of a result are mixed less well than the high ones: do not use them to index a
+/// table whose size is a power of two. Any thread may hash.
 
 #include <bit>
 #include <cstddef>
@@ -21,8 +21,9 @@ namespace Tarvo {
 
 namespace Impl {
 
-/// The state of a hash. `Word` is an unsigned integer of 32 or 64 bits. Two calls are not the same
-/// as one over the joined input, unless the first input ends at a word.
+/// The state of a hash. `Word` is an unsigned integer of 32 or 64 bits. Two calls give the same
+/// value as one call over the joined input only if the length of the first input is a multiple of
+/// the word size.
 template <typename Word>
 class HashMix {
  public:
@@ -35,8 +36,7 @@ class HashMix {
   void mix(const void* data, std::size_t len);
   void mix(std::string_view text) { mix(text.data(), text.size()); }
 
-  /// What mix() does, expanded where it is called. The last word is filled up with zeros; an empty
-  /// input changes nothing.
+  /// mix(), inline. An incomplete last word is padded with zeros; an empty input changes nothing.
   void mixInline(const void* data, std::size_t len) {
     const auto* bytes = static_cast<const unsigned char*>(data);
     for (; len >= sizeof(Word); len -= sizeof(Word), bytes += sizeof(Word)) {

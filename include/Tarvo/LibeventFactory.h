@@ -1,12 +1,12 @@
 #ifndef TARVO_LIBEVENTFACTORY_H
 #define TARVO_LIBEVENTFACTORY_H
 
-/// The event-loop backend, for those who need the base itself: to add events of their own, to free
-/// it before a thread ends, or to rebuild it in a forked child. Everybody else uses
-/// Tarvo/Platform.h, whose factories and loops forward here.
+/// The event-loop backend, for code that needs the base itself: to add events of its own, to free
+/// the base before a thread ends, or to rebuild it in a forked child. All other code uses
+/// Tarvo/Platform.h, whose functions call these.
 ///
-/// Each thread has at most one base, made at first use. All operations concern the calling thread.
-/// The base is to be run through doEventLoop() only, which passes exceptions on.
+/// Each thread has at most one base, made at first use. All operations apply to the calling thread.
+/// Run the base through doEventLoop() only, which passes exceptions on.
 
 #include <memory>
 
@@ -19,9 +19,9 @@ struct timeval;
 
 extern "C" {
 /// Sets `out` to the expiry of the earliest pending timeout, on the base's own clock, and returns
-/// 0; non-zero when none is pending. Counts timeouts of every kind: plain, common, and those of I/O
-/// events, whoever added them. (One cannot be seen: an event
-/// for reading or writing that was given descriptor -1.)
+/// 0; non-zero when none is pending. Covers timeouts of every kind: plain, common, and of I/O
+/// events, whoever added them. (One exception: an event for reading or writing on descriptor -1
+/// cannot be seen.)
 TARVO_EXPORT int event_base_get_first_timeout(event_base* base, timeval* out);
 /// Makes every pending timeout of the base due `delta` earlier; their order stays.
 TARVO_EXPORT void event_base_timeout_subtract_offset(event_base* base, const timeval* delta);
@@ -29,22 +29,23 @@ TARVO_EXPORT void event_base_timeout_subtract_offset(event_base* base, const tim
 
 namespace Tarvo {
 
-/// A new base with two priorities; fails an assertion when there is none to be had. The caller owns
-/// it.
+/// A new base with two priorities, owned by the caller. Fails an assertion when it cannot be made.
 TARVO_EXPORT event_base* leCreateBase();
 /// Makes `base` the thread's base. Fails an assertion when the thread has a different one.
 TARVO_EXPORT void leRegisterBase(event_base* base);
-/// The thread's base, made when there is none.
+/// The thread's base, made if there is none.
 TARVO_EXPORT event_base* leInit();
-/// Frees the thread's base, if any. All of its controls must be gone. Fails an assertion when
-/// called from inside the loop. A thread that ends frees the base that leInit() has made for it,
-/// after its thread-local objects; one that leRegisterBase() was given stays the program's.
+/// Frees the thread's base, if any. All of its controls must have been destroyed. Fails an
+/// assertion when called inside the loop. Without this call, a base made by leInit() is freed when
+/// the thread ends, after its thread-local objects. A base passed to leRegisterBase() is left to
+/// the program.
 TARVO_EXPORT void leFree();
 TARVO_EXPORT bool leInitialized();
-/// Rebuilds the base in a forked child, or makes one. A child that goes on with its loop calls it
-/// first. (Until then parent and child share what they watch; controls that a child uses or
-/// destroys without it rebuild the base by themselves, so that the parent is left in peace. A child
-/// that was forked by a handler runs its loop only after that handler has returned.)
+/// Rebuilds the base in a forked child, or makes one. A child that continues with its loop calls
+/// this first. (Until then parent and child share the kernel's registrations. A control that a
+/// child uses or destroys before this call rebuilds the base by itself, so that the parent's
+/// registrations stay. A child that was forked inside a handler can run its loop only after that
+/// handler has returned.)
 TARVO_EXPORT void leForkReinit();
 /// Remembers whether the thread is the process's main thread.
 TARVO_EXPORT void setMainThread();
@@ -73,18 +74,20 @@ TARVO_EXPORT void leRegisterFastForwardChangeNotifier(void (*notifier)());
 
 /// The calling thread's virtual offset in seconds.
 TARVO_EXPORT double leVirtualTimeOffset();
-/// Moves the thread's clock `delta` on and its pending timeouts as much earlier.
+/// Advances the thread's clock by `delta`, and makes its pending timeouts due that much earlier.
 TARVO_EXPORT void applyFastForwardDelta(const timeval* delta);
-/// How far the thread's clock must jump for its first timer to be due, with a margin of 100
-/// microseconds, or zero when it is overdue; false without a timer.
+/// How far the thread's clock must jump so that its first timer is due, with a margin of 100
+/// microseconds; zero when it is overdue. Returns false when no timer is pending.
 TARVO_EXPORT bool fastForwardDelayToFirstTimer(timeval* out);
 /// Jumps by `delta` and serves one pass of what is then ready.
 TARVO_EXPORT int eventLoopFastForward(const timeval* delta);
-/// The same up to the first timer, or by `maxSeconds` when that is less or there is none.
+/// The same, jumping to the first timer, or by `maxSeconds` when that is sooner or no timer is
+/// pending.
 TARVO_EXPORT int eventLoopFastForwardToFirstTimer(double maxSeconds);
 
-/// The default limit of functions that wait for a condition, in seconds: WAITFOR_DEFAULT as it was
-/// at the first call, or infinity. A value that is no number is reported on standard error once.
+/// The default time limit, in seconds, of functions that wait for a condition: the variable
+/// WAITFOR_DEFAULT at the first call, or infinity. An invalid value is reported on standard error
+/// once.
 TARVO_EXPORT double waitForDefaultTimeout();
 
 /// The event library's own reports. A fatal error fails an assertion; messages become traces of

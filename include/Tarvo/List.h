@@ -1,8 +1,8 @@
 #ifndef TARVO_LIST_H
 #define TARVO_LIST_H
 
-/// Intrusive doubly linked lists: the link stands in the element, so that linking and unlinking
-/// cost constant time and allocate nothing.
+/// Intrusive doubly linked lists: the link is a member of the element, so that linking and
+/// unlinking take constant time and allocate nothing.
 ///
 ///     struct Job {
 ///       Tarvo::ListLinkNode link;
@@ -13,12 +13,12 @@
 ///     for (Job& each : jobs) run(each);
 ///     jobs.unlink(job);
 ///
-/// A list never owns its elements. An element that is destroyed leaves its list by itself; a list
-/// that is destroyed lets go of its elements. An element is in one list per link at most: linking
-/// it twice ends the process.
+/// A list never owns its elements. Destroying an element removes it from its list; destroying a
+/// list unlinks its elements. Through one link an element is in at most one list: linking it twice
+/// ends the process.
 ///
-/// A BookmarkList also takes bookmarks: nodes that are no elements, left by a long iteration to
-/// keep its place while others come and go. Iterators pass over them.
+/// A BookmarkList also holds bookmarks: nodes without an element, with which a long iteration keeps
+/// its place while elements are added and removed. Iterators skip them.
 ///
 ///     Tarvo::BookmarkListLinkNode place(Tarvo::BookmarkListLinkNode::bookmark);
 ///     list.insertBefore(place, iterator);          // ... runs on, later ...
@@ -62,7 +62,7 @@ class BookmarkListLinkNode : public Impl::AutoUnlinkHook {
   Kind kind_;
 };
 
-/// What both lists are made of: `ptrToLinkNode` is the member of `T` through which it is linked.
+/// The base of both lists. `ptrToLinkNode` is the member of `T` through which it is linked.
 template <typename T, typename LinkNode, LinkNode T::*ptrToLinkNode>
 class ListImpl {
   using Nodes = boost::intrusive::list<LinkNode, boost::intrusive::constant_time_size<false>>;
@@ -78,8 +78,8 @@ class ListImpl {
     using reference = T&;
 
     Iterator() = default;
-    /// Starts at `node`, or at the first element after it when it is a bookmark.
-    /// The node must be in the list.
+    /// Starts at `node`, or at the first element after it when it is a bookmark. The node must be
+    /// in the list.
     Iterator(const ListImpl& list, LinkNode& node) : list_(&list), at_(Nodes::s_iterator_to(node)) {
       if (!node.isLinked()) [[unlikely]]
         TARVO_ABORT("node.isLinked()");
@@ -161,13 +161,13 @@ class ListImpl {
   }
 
  private:
-  mutable Nodes nodes_;  // a const list hands out elements that may change
+  mutable Nodes nodes_;  // a const list gives access to non-const elements
 };
 
 template <typename T, ListLinkNode T::*ptrToLinkNode>
 class List final : public ListImpl<T, ListLinkNode, ptrToLinkNode> {
  public:
-  /// What the base says, faster: there are no bookmarks to pass over.
+  /// As in the base, but faster: there are no bookmarks to skip.
   T* first() const { return this->empty() ? nullptr : &this->elementOf(this->front()); }
 };
 

@@ -18,8 +18,8 @@ namespace Impl {
 /// Throws the error of a mutex call.
 [[noreturn]] TARVO_EXPORT void throwMutexError(int error);
 
-/// pthread_self(). Where that is what the thread pointer points to, it is one instruction and no
-/// call, which in a lock without contention shows.
+/// pthread_self(). On x86-64 glibc it is the first word of the thread control block, so one
+/// instruction reads it. The saved call is measurable in an uncontended lock.
 inline pthread_t self() {
 #if defined(__x86_64__) && defined(__LP64__) && defined(__GLIBC__)
   pthread_t thread;
@@ -30,8 +30,8 @@ inline pthread_t self() {
 #endif
 }
 
-// Both read and write an owner without ordering: only the holder writes it, and a stale value can
-// only tell a thread that it is not the owner.
+// Relaxed order is enough for the owner: only the holder writes its own id there, so no thread can
+// read its own id from a stale value.
 inline bool isSelf(const std::atomic<pthread_t>& owner) {
   return owner.load(std::memory_order_relaxed) == self();
 }
@@ -106,13 +106,13 @@ class TARVO_EXPORT RecursiveLock {
   }
   TARVO_EXPORT bool owns_lock() const { return Impl::isSelf(owner_); }
 
-  /// For a forked child, in which the thread that held the lock may not exist: the lock is made
-  /// anew. It stays held as often as the calling thread, the child's only one, held it.
+  /// For a forked child, where the thread that held the lock may not exist: makes the mutex anew.
+  /// If the calling thread held it in the parent, it holds it as many times again.
   void forkReinit();
 
  private:
-  /// The mutex counts its own recursion and there is no portable way to ask. Only the owner's
-  /// answer is exact; to another thread, whose release fails anyway, it is for the message.
+  /// The recursion count inside the mutex, for which there is no portable call. It is exact for the
+  /// owner only; other threads use it in the message of a failed release.
   unsigned lockCount() const { return __atomic_load_n(&mutex_.__data.__count, __ATOMIC_RELAXED); }
   [[noreturn]] void failUnlock() const;
 
@@ -120,7 +120,7 @@ class TARVO_EXPORT RecursiveLock {
   std::atomic<pthread_t> owner_{0};
 };
 
-/// Holds a Lock for its scope, unless releaseIs(false) hands the held lock on to later code.
+/// Holds a Lock for its scope. After releaseIs(false) the lock stays held when the scope ends.
 class TARVO_EXPORT ConditionalGuard {
  public:
   explicit ConditionalGuard(Lock& lock);

@@ -1,8 +1,9 @@
 #ifndef TARVO_LOCO_H
 #define TARVO_LOCO_H
 
-/// The one lock that all threads share: it guards the library's registries (trace configuration,
-/// trace output, printers, plug-ins). It is recursive, so code that holds it may call on.
+/// The global lock: it guards the library's registries (trace configuration, trace output,
+/// printers, plug-ins, metrics). It is recursive, so code that holds it may call any function of
+/// the library.
 ///
 ///     {
 ///       Tarvo::Platform::LocoGuard guard;
@@ -16,7 +17,7 @@ namespace Tarvo {
 
 namespace Platform {
 
-/// The global lock as its users see it.
+/// The interface of the global lock.
 class TARVO_EXPORT Loco {
  public:
   virtual void lock() = 0;
@@ -25,7 +26,7 @@ class TARVO_EXPORT Loco {
   virtual ~Loco();
 };
 
-/// The process-wide lock; a forked child gets it back in order. Made at the first call and never
+/// The process-wide lock. In a forked child it is usable at once. Made at the first call and never
 /// destroyed, so that static objects may still trace while the process exits.
 TARVO_EXPORT Loco& loco();
 

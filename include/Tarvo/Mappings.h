@@ -1,7 +1,7 @@
 #ifndef TARVO_MAPPINGS_H
 #define TARVO_MAPPINGS_H
 
-/// The memory map of a process: which file, or what else, stands at which addresses.
+/// The memory map of a process: which file or other memory is mapped at which addresses.
 ///
 ///     const auto map = Tarvo::Mappings::self();
 ///     if (const auto* mapping = map.find(address)) {
@@ -9,12 +9,12 @@
 ///     }
 ///
 /// The map is read once and does not follow later changes. Reading takes time in proportion to the
-/// number of mappings, finding the logarithm of it. Copies share the text, so the paths stay valid
-/// while any copy lives. Any thread may read a map that no thread is assigning to.
+/// number of mappings, find() its logarithm. Copies share the text, so the paths stay valid while
+/// any copy lives. Any thread may read a map that no thread is assigning to.
 ///
-/// A process that has ended has no map, a kernel thread an empty one. NoPermissionException is
-/// thrown where the kernel refuses to show the map: that of another user's process, or of one that
-/// is protected from being looked at.
+/// A process that has ended has no map; a kernel thread has an empty one. NoPermissionException is
+/// thrown when the kernel refuses to show the map, for instance of another user's process or of one
+/// that is not dumpable.
 
 #include <sys/types.h>
 
@@ -46,16 +46,16 @@ struct Mapping {
   std::uint64_t offset = 0;  // of `begin` in the file
   dev_t device = 0;          // 0 without a file, as is the inode
   ino_t inode = 0;
-  /// The file's path, or the name in brackets, or nothing. Line ends, which the kernel writes as
-  /// \012, are line ends again; so a path that has these four characters itself shows wrong. The
-  /// mark " (deleted)" is cut off.
+  /// The file's path, or the name in brackets, or nothing. The kernel writes a line end in a path
+  /// as \012, which is converted back; so a path with these four characters is shown wrong. The
+  /// suffix " (deleted)" is removed.
   std::string_view path;
   MappingKind kind = MappingKind::anonymous;
   bool readable = false;
   bool writable = false;
   bool executable = false;
   bool shared = false;   // else private: changes are copies
-  bool deleted = false;  // the file has lost its name (or has one that ends in " (deleted)")
+  bool deleted = false;  // the file was removed (or its name ends in " (deleted)")
 };
 
 class TARVO_EXPORT Mappings {
@@ -63,7 +63,7 @@ class TARVO_EXPORT Mappings {
   static Mappings self();
   /// None when the process has ended.
   static std::optional<Mappings> of(const Process& process);
-  /// From the text of a maps file. Throws RuntimeException, with the line, when it is none.
+  /// Parses the text of /proc/PID/maps. Throws RuntimeException with the first invalid line.
   static Mappings parse(String text);
 
   /// The mapping that holds the address; null when none does.

@@ -1,7 +1,7 @@
 #ifndef TARVO_PLATFORM_H
 #define TARVO_PLATFORM_H
 
-/// The event loop, as everything that wants to be woken up sees it.
+/// The interface of the event loop: timers, callbacks and descriptors.
 ///
 /// What happens when:
 /// 1. A client implements a handler and asks for its control on the thread that is to run it; that
@@ -9,9 +9,8 @@
 /// 2. Through the control the client arms a timer, requests a callback or names a descriptor.
 /// 3. doEventLoop() on that thread waits and calls the handlers. Events of strict-high priority run
 ///    before those of default priority that are ready at the same time.
-/// 4. An exception from a handler is offered to the handler's exception operation. When that
-///    returns false, the exception leaves doEventLoop(); the next call goes on with whatever was
-///    still to be served.
+/// 4. When a handler throws, its exception operation is called. If that returns false, the
+///    exception leaves doEventLoop(); the next call serves the events that were still pending.
 ///
 ///     struct Hello : Tarvo::Platform::TimeoutHandler {
 ///       void timeout() override { std::puts("hello"); }
@@ -21,15 +20,16 @@
 ///     timer->setTimeout(0.5);
 ///     Tarvo::Platform::doEventLoop();  // returns when nothing is left to wait for
 ///
-/// Handlers stay the client's and must outlive their controls; controls are shared-owned. A handler
-/// may do anything with any control from inside a notification: re-arm it, disarm it, destroy it. A
-/// notification that destroys its handler must not throw.
-/// Everything here is used on one thread: the one that asked for the control. The loop cannot be
-/// run from inside a handler of the same thread: such a call returns -1 and serves nothing.
+/// A handler stays the client's and must outlive its control; a control is owned by its shared
+/// pointers. Inside a notification a handler may do anything with any control: re-arm it, disarm
+/// it, destroy it. A notification that destroys its handler must not throw.
 ///
-/// Delays are seconds. Infinity never comes (arming with it disarms), a negative delay is due at
-/// once, a huge one saturates and NaN fails an assertion. A timer counts from the moment it is set;
-/// its clock is the kernel's coarse one, with steps of some milliseconds.
+/// A control is used on the thread that asked for it. The loop cannot be run inside a handler of
+/// the same thread: such a call returns -1 and serves nothing.
+///
+/// Delays are seconds. Infinity means never (it disarms the timer), a negative delay is due at
+/// once, a huge one saturates and NaN fails an assertion. A delay counts from the moment of the
+/// call. Timers use the kernel's coarse clock, which has steps of some milliseconds.
 
 #include <fmt/format.h>
 
@@ -78,12 +78,12 @@ class TARVO_EXPORT FdEventHandler {
 class TARVO_EXPORT TimerControl {
  public:
   virtual ~TimerControl();
-  /// Drops a pending expiry and makes timeout() due once, `seconds` from now.
+  /// Arms the timer: timeout() is called once, `seconds` from now. Replaces an earlier expiry.
   virtual void setTimeout(double seconds) = 0;
   /// Disarms; harmless when not armed.
   virtual void delTimeout() = 0;
-  /// Seconds left, 0.0 when the expiry is past, infinity when not armed. On the event loop told in
-  /// steps of its coarse clock.
+  /// Seconds left; 0.0 when the timer is overdue, infinity when it is not armed. Controls on the
+  /// event loop round it to the steps of the coarse clock.
   virtual double remainingTimeout() const = 0;
 };
 
@@ -96,25 +96,25 @@ class TARVO_EXPORT CallbackControl {
   virtual bool pendingCallback() const = 0;
 };
 
-/// A new control has no descriptor, wants reads and does not want writes.
+/// A new control has no descriptor; reads are on, writes are off.
 class TARVO_EXPORT FdControl {
  public:
   virtual ~FdControl();
-  /// Chooses whether readFdEvent() is called while the descriptor can be read.
+  /// Whether readFdEvent() is called while the descriptor is readable.
   virtual void setReads(bool on) = 0;
-  /// Chooses whether writeFdEvent() is called when the descriptor can be written: once, after which
-  /// setWrites(true) asks for the next.
+  /// Whether writeFdEvent() is called when the descriptor is writable. One-shot: each further call
+  /// needs another setWrites(true).
   virtual void setWrites(bool on) = 0;
-  /// Binds to a descriptor and makes it non-blocking. Aborts when it is none. Throws
-  /// RuntimeException, as do setReads() and setWrites(), when it cannot be watched; the control
+  /// Watches a descriptor and makes it non-blocking. Aborts when it is not open. Throws
+  /// RuntimeException, as setReads() and setWrites() do, when it cannot be watched; the control
   /// then has no descriptor.
   virtual void setFd(int fd) = 0;
-  /// Withdraws all notifications and forgets the descriptor. To be called before closing it:
-  /// whoever gets the number next would otherwise not be told of its events.
+  /// Stops all notifications and forgets the descriptor. Call it before closing the descriptor:
+  /// otherwise a control that next watches a file of this number may miss events.
   virtual void delFd() = 0;
   /// -1 without a descriptor.
   virtual int getFd() const = 0;
-  /// Withdraws both notifications; the descriptor and the two choices stay.
+  /// Stops both notifications. The descriptor and both settings stay.
   virtual void clearEvents() = 0;
 };
 
@@ -128,9 +128,8 @@ TARVO_EXPORT bool isEventPriorityValid(EventPriority priority);
 TARVO_EXPORT String eventPriorityToString(EventPriority priority);
 TARVO_EXPORT std::ostream& operator<<(std::ostream& out, EventPriority priority);
 
-/// Shows opaque values of one named type in traces: through the introspection map when it has a
-/// printer for the type, otherwise as the hexadecimal digits of the value's bytes, in the order in
-/// which they stand in memory.
+/// Formats opaque values of one named type for traces: with the type's printer from the
+/// introspection map, or else as the hexadecimal digits of the value's bytes, in memory order.
 class TARVO_EXPORT ValuePrinter {
  public:
   /// `size` in bytes.
@@ -157,34 +156,34 @@ TARVO_EXPORT std::shared_ptr<TimerControl> getTimerControl(TimeoutHandler* handl
 TARVO_EXPORT std::shared_ptr<CallbackControl> getCallbackControl(CallbackHandler* handler);
 TARVO_EXPORT std::shared_ptr<FdControl> getFdControl(FdEventHandler* handler);
 
-/// Runs the calling thread's loop until nothing is left to wait for. Returns 1 then, 0 when the
-/// loop was broken, -1 on an error.
+/// Runs the calling thread's loop until nothing is left to wait for, and returns 1. Returns 0 when
+/// the loop was broken, -1 on an error.
 TARVO_EXPORT int doEventLoop();
-/// The same for `maxSeconds`, also when there is nothing to wait for, and returns 0. With infinity
-/// there is no limit and the call returns as doEventLoop() does.
+/// Runs the loop for `maxSeconds`, also when there is nothing to wait for, and returns 0. With
+/// infinity it is the same as doEventLoop().
 TARVO_EXPORT int doEventLoop(double maxSeconds);
 
-/// Ends the calling thread's running loop: after the present notification (the scheduler's ends
-/// with the present run, or the present task group) doEventLoop() returns 0. Whatever is still to
-/// be served waits for the next doEventLoop(). Does nothing outside of a loop. A task that a
-/// TaskWaker wakes does it for other threads and for signal handlers.
+/// Ends the calling thread's running loop: doEventLoop() returns 0 after the present notification
+/// (a scheduler's notification then ends with the present run, or the present task group's run).
+/// Events that are still pending are served by the next doEventLoop(). Does nothing outside of a
+/// loop. Other threads and signal handlers wake a task that calls this, through a TaskWaker.
 TARVO_EXPORT void stopEventLoop();
 
-/// The loop for functions that wait for a condition and look at it after each return: with virtual
-/// time one jump and one pass, otherwise doEventLoop(maxSeconds).
+/// For functions that wait for a condition and test it after each return: under virtual time one
+/// jump and one pass, otherwise doEventLoop(maxSeconds).
 TARVO_EXPORT int doEventLoopInWaitfor(double maxSeconds);
 
-/// Virtual time, for tests and simulations. While it is on, a loop with nothing ready moves the
-/// thread's clock to the first timer instead of sleeping. Off at start. The switch is one for the
-/// process, to be changed on the main thread only; the clock is the thread's own. Switching it off
-/// keeps the offset, so that time() never goes back. docs/Time.md is the manual.
+/// Virtual time, for tests and simulations. While it is on, a loop with nothing ready advances the
+/// thread's clock to the first timer instead of sleeping. It is off at start. There is one switch
+/// per process, changed on the main thread only, and one clock per thread. Switching it off keeps
+/// the offset, so that time() never goes back. docs/Time.md is the manual.
 TARVO_EXPORT void setFastForward(bool on);
 TARVO_EXPORT bool fastForward();
-/// Moves the thread's clock on by `seconds`, without running the loop. Fails an assertion while
+/// Advances the thread's clock by `seconds` without running the loop. Fails an assertion while
 /// virtual time is off.
 TARVO_EXPORT void fastForwardBy(double seconds);
-/// Calls `notifier` whenever the switch changes; a function is noted once, and for good. To be
-/// called on the main thread, at start.
+/// Calls `notifier` whenever the switch changes. A function is registered once and cannot be
+/// removed. Call this on the main thread, at start.
 TARVO_EXPORT void registerFastForwardChangeNotifier(void (*notifier)());
 
 /// Not available in this library: both fail an assertion.

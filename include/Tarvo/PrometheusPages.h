@@ -1,20 +1,20 @@
 #ifndef TARVO_PROMETHEUSPAGES_H
 #define TARVO_PROMETHEUSPAGES_H
 
-/// One page for Prometheus out of several.
+/// Joins several pages for Prometheus into one.
 ///
-/// A root is reported on its own thread, so a process of several threads has several pages, and
-/// these cannot simply stand behind each other: a reader wants each family once, in one piece.
-/// Each thread renders its page with statsRenderPrometheus(), or lets a task write it with
-/// snapshotRenderPrometheusAsync(); whoever answers the scrape joins them:
+/// Each root is reported on its own thread, so a process of several threads has several pages. They
+/// cannot just be concatenated: a reader wants each metric family once, in one piece. Each thread
+/// renders its page with statsRenderPrometheus(), or has a task write it with
+/// snapshotRenderPrometheusAsync(). The thread that answers the scrape joins the pages:
 ///
 ///     std::vector<Tarvo::String> pages;  // one a thread, under a lock
 ///     ...
 ///     respond(Tarvo::joinPrometheusPages(pages));
 ///
-/// Pages are told apart by their label "root", the name of the thread that rendered them. Where
-/// several have one name, the second becomes "name#2", the third "name#3": in the order in which
-/// they are given, so give them in one order always, or names to the threads.
+/// The label "root" of each series is the name of the thread that rendered the page. When several
+/// pages have the same name, the second becomes "name#2", the third "name#3", in the order of the
+/// span. So pass the pages always in the same order, or give the threads distinct names.
 
 #include <span>
 
@@ -23,8 +23,9 @@
 
 namespace Tarvo {
 
-/// The pages as one: each family once, with the series of all pages. For any thread. Throws
-/// RuntimeException when one of them is no whole page of this library, joined or not.
+/// One page with each family once and the series of all pages. Any thread may call it. Throws
+/// RuntimeException when one of them is not a complete page of this library. A joined page may be
+/// joined again.
 TARVO_EXPORT String joinPrometheusPages(std::span<const String> pages);
 
 }  // namespace Tarvo

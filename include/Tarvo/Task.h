@@ -11,15 +11,14 @@
 ///    is done or taskShouldYield() says that its quantum is used up; then it schedules itself.
 /// 3. The run's time is measured, counted and compared with the quantum.
 ///
-/// A task is made with std::make_shared and always held by shared reference. Making it registers
-/// it with its scheduler, destroying it unregisters it; the scheduler never owns it, but holds a
-/// reference while it runs, so that a body may drop the last other one. A task holds its scheduler.
-/// From its body a task may do anything with itself and with others: schedule, unschedule, suspend,
-/// destroy. It cannot run the event loop.
+/// A task is made with std::make_shared and always held by a shared pointer. Making it registers it
+/// with its scheduler, destroying it unregisters it. The scheduler never owns a task, but holds a
+/// reference while the task runs, so that its body may drop the last other one. A task holds its
+/// scheduler. The body may do anything with its own and with other tasks: schedule, unschedule,
+/// suspend, destroy. It cannot run the event loop.
 ///
-/// When a body throws, the run is closed as if it had returned, a trace says whose run it was, and
-/// the exception leaves the event loop; whatever else is scheduled runs with the next
-/// doEventLoop().
+/// When a body throws, the run is counted as if it had returned, a trace line names the task, and
+/// the exception leaves the event loop. The other scheduled tasks run with the next doEventLoop().
 ///
 /// Every operation belongs to the thread of the root scheduler and checks it.
 
@@ -53,7 +52,7 @@ class TARVO_EXPORT _TaskBase : public std::enable_shared_from_this<_TaskBase> {
   /// Reports that `n` units of work were done, or that `n` are left to do.
   virtual void taskWorkCountInc(unsigned long long n) = 0;
   virtual void taskWorkPendingIs(unsigned int n) = 0;
-  /// Called when the task has become scheduled or has ceased to be.
+  /// Called when the task has become scheduled, and when it is no longer scheduled.
   virtual void handleTaskBusy();
   /// Called when the task's figures were reset.
   virtual void handleResetStats();
@@ -63,7 +62,7 @@ class TARVO_EXPORT _TaskBase : public std::enable_shared_from_this<_TaskBase> {
   const ConstStringRef& taskNameRef() const { return taskName_; }
   const String& taskStatsName() const { return taskStatsName_.text(); }
   const ConstStringRef& taskStatsNameRef() const { return taskStatsName_; }
-  /// The letter of the priority, a blank and the name: how messages show the task.
+  /// The letter of the priority, a blank and the name; used in messages.
   const String& taskLabel() const { return taskLabel_.text(); }
   const std::shared_ptr<TaskScheduler>& taskScheduler() const { return taskScheduler_; }
 
@@ -80,7 +79,7 @@ class TARVO_EXPORT _TaskBase : public std::enable_shared_from_this<_TaskBase> {
 
 TARVO_EXPORT std::ostream& operator<<(std::ostream& out, const _TaskBase& task);
 
-/// A task with all its state; what schedulers link and run.
+/// A task with all its state. Schedulers link and run objects of this class.
 class TARVO_EXPORT TaskImpl : public _TaskBase {
  public:
   /// How taskShouldYield() decides: by the steady clock, by virtual time, or by counting calls.
@@ -104,7 +103,7 @@ class TARVO_EXPORT TaskImpl : public _TaskBase {
   /// The work.
   virtual void taskExecute() = 0;
 
-  /// Takes back a scheduleTask(); harmless when the task is not scheduled.
+  /// Removes the task from its run queue; harmless when it is not scheduled.
   void unscheduleTask();
 
   bool taskSuspended() const { return (flags_ & suspendedFlag) != 0; }
@@ -147,8 +146,8 @@ class TARVO_EXPORT TaskImpl : public _TaskBase {
   /// Whether the task stands for a task group.
   bool isTaskGroup() const { return (flags_ & taskGroupFlag) != 0; }
 
-  /// A copy of the task's figures, which resetStats() sets back to the start. The copy names the
-  /// task by an interned string: it must be gone before the root is.
+  /// A copy of the task's figures. The copy names the task by an interned string, so it must be
+  /// destroyed before the root is. resetStats() sets the figures back to the start.
   TaskStat getStats() const;
   void resetStats();
   unsigned int taskRunCount() const { return taskRunCount_; }
@@ -160,9 +159,9 @@ class TARVO_EXPORT TaskImpl : public _TaskBase {
   unsigned int taskWorkPending() const { return taskWorkPending_; }
   unsigned int taskWorkPendingHighWaterMark() const { return taskWorkPendingHighWaterMark_; }
 
-  /// Whether the figures are kept, under the statistics name, after the task is gone. Tasks with
-  /// ever new names should have one statistics name in common, or this off: of names the scheduler
-  /// keeps only so many (TaskScheduler::completedTaskRecordsMax()).
+  /// Whether the figures are kept, under the statistics name, after the task is destroyed. Tasks
+  /// with ever new names should share one statistics name, or have this off: the scheduler keeps a
+  /// limited number of records (TaskScheduler::completedTaskRecordsMax()).
   bool includeInCompletedTask() const { return includeInCompleted_; }
   void includeInCompletedTaskIs(bool include) { includeInCompleted_ = include; }
 
@@ -171,17 +170,17 @@ class TARVO_EXPORT TaskImpl : public _TaskBase {
 
   /// Registers the task with its scheduler.
   void handleInitialized();
-  /// Unschedules and unregisters the task. Destructors of derived classes call it while the task
-  /// is still whole; calling it again is harmless.
+  /// Unschedules and unregisters the task. The destructor of each derived class calls it, before
+  /// its members are destroyed; calling it again is harmless.
   void handleDestroy();
 
   /// As taskShouldYield(), for a caller that has just read the clock.
   bool taskShouldYieldAt(TaskClock::time_point now) const;
 
-  /// The parts of scheduling that kinds of tasks share.
+  /// Parts of scheduling that the kinds of tasks share.
   void unscheduleTaskPrivate(TaskClock::time_point now);
   void taskBusyIs(bool busy, TaskClock::time_point now);
-  /// Inside handleTaskBusy(): when it happened.
+  /// Valid inside handleTaskBusy(): when the change happened.
   TaskClock::time_point taskBusyChangeTime() const;
   void isTaskGroupIs(bool group) { flagIs(taskGroupFlag, group); }
   bool taskOnRunQueue() const { return taskRunQueueLink_.isLinked(); }

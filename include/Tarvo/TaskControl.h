@@ -8,16 +8,17 @@
 ///     timer = Tarvo::Platform::getTimerControl(this);
 ///     timer = Tarvo::Platform::getTimerControl(this, scheduler, Tarvo::TaskPriority::low, "poll");
 ///
-/// 1. What a control on the loop would notify of makes the task runnable.
-/// 2. At its turn the task calls the handler; the call is measured, counted and noted in the
+/// 1. Where a loop control would call the handler, this one schedules the task.
+/// 2. When the task runs it calls the handler. The call is measured, counted and recorded in the
 ///    history like any run.
 ///
-/// What is different from the controls on the loop:
-/// - An exception of timeout() or callback() leaves the loop without the handler's exception
-///   operation being asked. For a descriptor handler handleFdException() is asked as ever.
+/// Differences from the controls on the loop:
+/// - An exception from timeout() or callback() leaves the loop; the handler's exception operation
+///   is not called. For a descriptor handler, handleFdException() is called as usual.
 /// - clearEvents() forgets the descriptor, as delFd() does.
-/// - An expired timer that waits for its turn is not armed: remainingTimeout() is infinity.
-/// - setWrites(true) changes nothing while writing is wanted already.
+/// - A timer that has expired, and whose task has not run yet, is not armed: remainingTimeout() is
+///   infinity.
+/// - setWrites(true) has no effect while writes are on already.
 ///
 /// The client owns the control through the shared pointer. The handler stays the client's and must
 /// outlive the control. Everything belongs to the scheduler's thread.

@@ -3,23 +3,25 @@
 
 /// A family of tasks that shares one place in its parent scheduler.
 ///
-/// A group is a scheduler of its own. In its parent stands one task for it, the parent task:
+/// A group is a scheduler of its own. In its parent scheduler one task, the parent task, represents
+/// it:
 /// 1. The first member that is scheduled schedules the parent task.
-/// 2. When the parent scheduler runs that, the group runs its members, chosen by their priorities
-///    among each other, until the parent task's quantum is used up or no member is left to run. At
-///    least one member runs.
-/// 3. When members are left, the parent task is scheduled again, at the end of its queue.
-/// So the group's quantum and priority bound what the whole family takes from the thread, and the
-/// members' priorities order the work inside. Members may themselves be parent tasks of groups.
+/// 2. When the parent scheduler runs the parent task, the group runs its members, most urgent
+///    first, until the parent task's quantum is used up or no member is runnable. At least one
+///    member runs.
+/// 3. When members are still runnable, the parent task is scheduled again, at the end of its queue.
+/// So the group's priority and quantum bound the time that all members together take from the
+/// thread, and the members' priorities order the work inside. A member may itself be the parent
+/// task of a group.
 ///
 ///     auto background = std::make_shared<Tarvo::TaskGroup>("background", Tarvo::TaskPriority::low,
 ///                                                          false, Tarvo::schedulerRootTarvo());
 ///     background->taskGroupQuantumIs(std::chrono::milliseconds(2));
 ///     auto digest = std::make_shared<Digest>(background, Tarvo::TaskPriority::normal, "digest");
 ///
-/// A group is made with std::make_shared and lives as long as its owners, of which each member is
-/// one. It holds its parent scheduler. When a member throws, the exception leaves the event loop;
-/// the other members run with the next doEventLoop().
+/// A group is made with std::make_shared. Each member holds a reference to it. The group holds its
+/// parent scheduler. When a member throws, the exception leaves the event loop; the other members
+/// run with the next doEventLoop().
 
 #include <chrono>
 #include <memory>
@@ -35,15 +37,15 @@ class TARVO_EXPORT TaskGroup : public TaskScheduler {
  public:
   class ParentTask;
 
-  /// With `enforcePriority` every member must have the group's priority; an assertion fails for one
-  /// that has not.
+  /// With `enforcePriority`, making a member of another priority than the group's fails an
+  /// assertion.
   TaskGroup(const String& name, TaskPriority priority, bool enforcePriority,
             std::shared_ptr<TaskScheduler> parentScheduler);
   ~TaskGroup() override;
 
   /// Schedules the parent task.
   void requestSchedulerRun() override;
-  /// Makes the parent task yield after each member while a member is under a test yield ratio.
+  /// Makes the parent task yield after each member while a member has a test yield ratio.
   void handleTaskForceYieldInTest() override;
   void taskRegister(TaskImpl* task) override;
 
@@ -58,8 +60,8 @@ class TARVO_EXPORT TaskGroup : public TaskScheduler {
     taskGroupQuantumNoCheckIs(quantum.count());
   }
 
-  /// Whether a member that schedules itself may run again within one run of the parent task; yes at
-  /// first. Takes effect with the parent's next run.
+  /// Whether a member that schedules itself may run again within the same run of the parent task.
+  /// True at first. A change takes effect with the parent's next run.
   bool tasksPermittedMultipleRuns() const { return tasksPermittedMultipleRuns_; }
   void tasksPermittedMultipleRunsIs(bool permitted) { tasksPermittedMultipleRuns_ = permitted; }
 
@@ -85,7 +87,7 @@ class TARVO_EXPORT TaskGroup : public TaskScheduler {
   bool tasksPermittedMultipleRuns_ = true;
 };
 
-/// What stands for a group in its parent scheduler.
+/// The task that represents a group in its parent scheduler.
 class TARVO_EXPORT TaskGroup::ParentTask : public Task {
  public:
   ParentTask(TaskGroup& group, std::shared_ptr<TaskScheduler> scheduler, TaskPriority priority);
@@ -98,8 +100,8 @@ class TARVO_EXPORT TaskGroup::ParentTask : public Task {
  private:
   friend class TaskGroup;
 
-  // A weak reference: cleared by the group's destructor. A std::weak_ptr cannot be had while the
-  // group is still being made.
+  // Null once the group is destroyed: its destructor clears this. It cannot be a std::weak_ptr, as
+  // the group makes its parent task in its constructor.
   TaskGroup* group_;
 };
 

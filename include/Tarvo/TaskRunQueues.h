@@ -5,8 +5,7 @@
 ///
 /// How the next task is chosen:
 /// 1. The first task of the most urgent queue that has one is the candidate.
-/// 2. The starvation guard may let one less urgent task go before it: see
-/// attemptLowerPriorityBump().
+/// 2. The starvation guard may pick a less urgent task before it: see attemptLowerPriorityBump().
 /// 3. Tasks of one priority take turns in the order in which they were scheduled.
 ///
 /// All operations take constant time and allocate nothing.
@@ -22,9 +21,9 @@
 
 namespace Tarvo {
 
-/// The queue of one priority. A pass that runs each task at most once moves what is queued to a
-/// second, temporary list, from which it then picks; what is scheduled meanwhile waits in the
-/// persistent one.
+/// The queue of one priority. Tasks are queued in the persistent list. A pass that runs each task
+/// at most once first moves them to a second, temporary list and then picks from that; tasks that
+/// are scheduled during the pass stay in the persistent list.
 class TARVO_EXPORT TaskRunQueue {
  public:
   TaskRunQueue() = default;
@@ -33,24 +32,24 @@ class TARVO_EXPORT TaskRunQueue {
 
   /// Appends a task that is in no queue.
   void enqueue(TaskImpl& task);
-  /// Takes a task out that shall not run after all.
+  /// Removes a task that was unscheduled.
   void withdraw(TaskImpl& task);
-  /// Takes a task out to run it; ends the process when the counts do not allow one.
+  /// Removes a task to run it; ends the process when the counts say that the queue is empty.
   void dequeue(TaskImpl& task);
 
   /// The next task, null without one; it stays queued.
   TaskImpl* first() const { return currentList().first(); }
 
-  /// All fail an assertion when the temporary list is not empty where it must be.
+  /// These fail an assertion when the temporary list should be empty and is not.
   void checkTemporaryIsEmpty() const;
   void movePersistentToTemporary();
   void moveTemporaryToPersistent();
 
-  /// Tasks taken in a row without a less urgent one being let through.
+  /// How many tasks were picked from this queue since a less urgent one was last let through.
   std::uint32_t consecutivePicks() const { return consecutivePicks_; }
   void consecutivePicksReset() { consecutivePicks_ = 0; }
 
-  /// Tasks in both lists, and tasks ever taken out to run.
+  /// The number of tasks in both lists, and of tasks picked to run so far.
   std::uint64_t runnableCount() const { return queuedCount_ - dequeuedCount_; }
   std::uint64_t dequeuedCount() const { return dequeuedCount_; }
 
@@ -72,23 +71,25 @@ class TARVO_EXPORT TaskRunQueues {
  public:
   using TaskRunQueue = Tarvo::TaskRunQueue;
 
-  /// Throws std::out_of_range when the priority is none.
+  /// Throws std::out_of_range when the priority is not valid.
   TaskRunQueue& queue(TaskPriority priority) { return queues_.at(priority); }
   const TaskRunQueue& queue(TaskPriority priority) const { return queues_.at(priority); }
 
-  /// Chooses the next task, among those of priority `from` and less urgent ones, and takes it out
-  /// of its queue; null without one.
+  /// Picks the next task among those of priority `from` and less urgent ones, and removes it from
+  /// its queue; null when there is none.
   TaskImpl* pickOneTask(unsigned from = TaskPriority::absolute);
-  /// Whether a task of a lower priority goes before the next of `priority`, of which
-  /// `consecutivePicks` were served in a row. Only high and normal tasks can be held up so, and
-  /// only high, normal and low ones count: with the weights 64, 8 and 1, one goes ahead when
-  ///     (sum over the lower of weight * runnable) * consecutivePicks > runnable * weight
+  /// The starvation guard: whether a less urgent task runs before the next one of `priority`, after
+  /// `consecutivePicks` tasks of that priority in a row. Only high and normal tasks can be delayed
+  /// this way, and only high, normal and low ones count. With the weights 64, 8 and 1, a less
+  /// urgent task is due when
+  ///     (sum over the less urgent of weight * runnable) * consecutivePicks > runnable * weight
   /// in 32-bit unsigned arithmetic.
   bool attemptLowerPriorityBump(unsigned priority, std::uint32_t consecutivePicks) const;
 
+  /// Whether pickOneTask() would find a task.
   bool anyInCurrentLists() const;
   std::uint64_t runnableCount() const;
-  /// Of that priority and more urgent ones.
+  /// The runnable tasks of that priority and of more urgent ones.
   std::uint64_t runnableCountUpTo(unsigned priority) const;
 
   void movePersistentToTemporary();

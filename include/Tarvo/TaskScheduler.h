@@ -3,10 +3,10 @@
 
 /// The task runtime: one header for all of it.
 ///
-/// A thread that must do many kinds of work gives each kind a task with a priority. Its root
-/// scheduler sits on the thread's event loop and runs one task at a time, so that timers,
-/// descriptors and other callbacks come in between, and no kind of work can hold up the others for
-/// longer than 20 us and one run.
+/// A thread that does many kinds of work makes a task with a priority for each. Its root scheduler
+/// runs on the thread's event loop, one task at a time, so that timers, descriptors and other
+/// callbacks are served in between. No kind of work can delay the others for longer than 20 us and
+/// one run.
 ///
 ///     #include <Tarvo/TaskScheduler.h>
 ///     #include <cstdio>
@@ -37,38 +37,39 @@
 ///    starvation guard lets a less urgent one go first (TaskRunQueues.h).
 /// 3. It runs the task's body and measures: the wait, the run, whether it took twice or five times
 ///    the task's quantum.
-/// 4. It goes on with the next task, within the same callback, until its slice ends as said below;
-///    then it asks for another callback, before which the event loop asks the kernel.
-/// 5. When a step finds no task, the scheduler is idle until the next scheduleTask(). If a
-///    descriptor's report or a timer wakes it, its callback comes in the same turn of the loop,
-///    after what is active already.
+/// 4. It continues with the next task within the same callback, until its slice ends, as described
+///    below. Then it requests another callback; before that, the event loop polls the kernel.
+/// 5. When a step finds no task, the scheduler is idle until the next scheduleTask(). If a timer or
+///    a ready descriptor wakes it, its callback runs in the same turn of the loop, after the events
+///    that are active already.
 ///
 /// Who may have to wait for whom:
-/// - The event loop, for tasks: what it can serve without asking the kernel or the clock (an active
-///   event, a requested callback, a timer without delay, another root, the end of a loop that was
-///   broken or is over) comes after the present run. What only the kernel or the clock knows (a
-///   descriptor that becomes readable, a timer that comes due) comes when runSlice() is over, 20 us
-///   after the callback began, and the run that is then in progress has ended. With runSliceIs(0)
-///   the kernel is asked before every run. A timer that the program adds to the thread's base by
-///   itself counts as one that only the clock knows.
+/// - The event loop, for tasks. Events that it knows of without a system call wait for the present
+///   run only: an active event, a requested callback, a timer without delay, another root, the end
+///   of a loop that was broken or is over. Events that only the kernel or the clock knows of (a
+///   descriptor that becomes readable, a timer that comes due) wait until runSlice(), 20 us, has
+///   passed since the callback began, and for the run then in progress. With runSliceIs(0) the loop
+///   polls the kernel before every run. A timer that the program itself adds to the thread's base
+///   belongs to the second kind.
 /// - A more urgent task, for a less urgent one: the present run, and the runs that the starvation
 ///   guard lets through (TaskRunQueues.h says how many).
 /// - Tasks of one priority run in the order in which they were scheduled.
-/// - Everybody, for a task group: its quantum and one member's run.
+/// - All others, for a task group: its quantum and one member's run.
 /// With fast forward or virtual time on there are no slices: one task runs per callback.
 ///
 /// The thread rule: a root, and everything registered with it, is used on the thread that made it.
-/// Every operation checks std::this_thread::get_id() against the root's and ends the process when
-/// they differ. Other threads reach a root through a descriptor that a task of it watches.
+/// Every operation compares std::this_thread::get_id() with the root's thread, and ends the process
+/// when they differ. Other threads wake a root through a descriptor that one of its tasks watches.
 ///
-/// In a child that fork() made, the thread that forked goes on with its root (it is the same
-/// std::thread::id there; messages name the parent's process as the owner), once leForkReinit() has
-/// given it an event base of its own. The roots of other threads must be left alone.
+/// In a child made by fork(), the thread that forked may continue with its root, once
+/// leForkReinit() has given it an event base of its own. (Its std::thread::id is unchanged;
+/// messages name the parent's process as the owner.) The roots of other threads must not be used
+/// there.
 ///
-/// Who owns what: tasks belong to whoever made them, by shared reference, and hold their scheduler;
-/// a scheduler never owns its tasks. A thread's shared root lives until the thread ends or frees
-/// its event base with leFree(), or until the last task is gone, whichever is later; so tasks, and
-/// roots of one's own, are destroyed before leFree().
+/// Who owns what: the program owns its tasks through shared pointers, and each task holds its
+/// scheduler. A scheduler never owns its tasks. A thread's shared root lives until the thread ends
+/// or calls leFree(), or until its last task is destroyed, whichever is later. So destroy tasks,
+/// and roots of your own, before leFree().
 
 #include "Tarvo/FileDescriptorTask.h"    // IWYU pragma: export
 #include "Tarvo/Platform.h"              // IWYU pragma: export

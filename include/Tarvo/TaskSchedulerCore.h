@@ -1,7 +1,7 @@
 #ifndef TARVO_TASKSCHEDULERCORE_H
 #define TARVO_TASKSCHEDULERCORE_H
 
-/// What roots and task groups have in common. Tarvo/TaskScheduler.h says what runs when.
+/// The base class of roots and task groups. Tarvo/TaskScheduler.h says what runs when.
 
 #include <cstdint>
 #include <map>
@@ -35,36 +35,37 @@ class TARVO_EXPORT TaskScheduler : public std::enable_shared_from_this<TaskSched
   TaskScheduler(const TaskScheduler&) = delete;
   TaskScheduler& operator=(const TaskScheduler&) = delete;
 
-  /// Whether the statistics of the root are just being reset.
+  /// Whether statsResetAsync() of the root is under way.
   virtual bool resetStatsInProgress() const;
   /// Asks for one more run step soon.
   virtual void requestSchedulerRun() = 0;
-  /// Called when the set of tasks under a test yield ratio has become empty or ceased to be.
+  /// Called when the set of tasks with a test yield ratio has become empty or non-empty.
   virtual void handleTaskForceYieldInTest() = 0;
-  /// Adds a task; tasks do it themselves. Ends the process when the task is registered already or
-  /// its priority is none.
+  /// Registers a task; the task's constructor calls it. Ends the process when the task is
+  /// registered already or its priority is not valid.
   virtual void taskRegister(TaskImpl* task);
   virtual ~TaskScheduler();
 
-  /// Removes a task and keeps its figures, if it wants that. Ends the process when the task is
-  /// scheduled or not registered.
+  /// Unregisters a task and keeps its figures if includeInCompletedTask() says so. Ends the process
+  /// when the task is scheduled or not registered.
   void taskUnregister(TaskImpl* task);
 
-  /// The run step: picks one task, runs it and asks for the next step; without a task, or while the
-  /// root is suspended, it goes quiet. Fails an assertion inside a run of the same scheduler.
+  /// The run step: picks one task, runs it and requests the next step. Without a runnable task, or
+  /// while the root is suspended, it requests nothing. Fails an assertion inside a run of the same
+  /// scheduler.
   void handleSchedulerRun();
-  /// Announces whether there is something to run; the first such announcement requests a run.
+  /// Says whether there is a runnable task. A change to true requests a run step.
   void schedulerHasRunnableTasksIs(bool runnable, TaskClock::time_point now);
   bool schedulerHasRunnableTasks() const { return hasRunnableTasks_; }
-  /// Takes the next task, of priority `from` or less urgent, off its queue and notes how long it
-  /// has waited; null without one.
+  /// Picks the next task of priority `from` or less urgent, removes it from its queue and records
+  /// how long it has waited; null when there is none.
   TaskImpl* pickOneTask(TaskClock::time_point now, unsigned from = TaskPriority::absolute);
   bool attemptLowerPriorityBump(TaskPriority priority, std::uint32_t consecutivePicks) const {
     return runQueues_.attemptLowerPriorityBump(priority, consecutivePicks);
   }
   /// How many tasks would run before one of `priority` scheduled now; 0 outside a run step.
   std::uint64_t tasksAhead(TaskPriority priority) const;
-  /// Notes how long ago a run was requested.
+  /// Records the time since the last request for a run step.
   void checkSchedulerLatency(TaskClock::time_point now);
 
   /// For passes that run each task at most once.
@@ -90,7 +91,7 @@ class TARVO_EXPORT TaskScheduler : public std::enable_shared_from_this<TaskSched
   TaskTimeDuration defaultTaskQuantum() const { return defaultTaskQuantum_; }
   void defaultTaskQuantumIs(TaskTimeDuration quantum) { defaultTaskQuantum_ = quantum; }
 
-  /// The time from the last request for a run to the run step, and its high-water mark.
+  /// The time from the last request for a run step to that step, and its maximum.
   TaskTimeDuration lastSchedulerLatency() const { return lastSchedulerLatency_; }
   TaskTimeDuration maxSchedulerSlip() const { return maxSchedulerSlip_; }
 
@@ -100,7 +101,7 @@ class TARVO_EXPORT TaskScheduler : public std::enable_shared_from_this<TaskSched
   Time virtualRunStart() const { return virtualRunStart_; }
   void virtualRunStartIs(Time start) { virtualRunStart_ = start; }
 
-  /// Registered tasks, and records of completed tasks, of a priority.
+  /// The numbers of registered tasks and of records of completed tasks, by priority.
   unsigned int tasksPerPriority(TaskPriority priority) const;
   void tasksPerPriorityInc(TaskPriority priority) { ++tasksPerPriority_[priority]; }
   void tasksPerPriorityDec(TaskPriority priority) { --tasksPerPriority_[priority]; }
@@ -111,7 +112,7 @@ class TARVO_EXPORT TaskScheduler : public std::enable_shared_from_this<TaskSched
   void completedTasksPerPriorityDec(TaskPriority priority) {
     --completedTasksPerPriority_[priority];
   }
-  /// Tasks ever taken from the run queue of a priority.
+  /// How many tasks were picked from the run queue of a priority so far.
   std::uint64_t runTaskCount(TaskPriority priority) const {
     return runQueues_.queue(priority).dequeuedCount();
   }
@@ -121,30 +122,30 @@ class TARVO_EXPORT TaskScheduler : public std::enable_shared_from_this<TaskSched
   std::uint64_t runnableTaskCount() const { return runQueues_.runnableCount(); }
   TaskSchedulerQueueStats queueStats() const;
 
-  /// Sets the figures of all tasks, and the scheduler's own, back to the start and forgets the
+  /// Sets the figures of all tasks and of the scheduler back to the start, and drops the records of
   /// completed tasks.
   void resetStats();
 
-  /// Merges the figures of a finished task into the record of its name and priority.
+  /// Adds the figures of a finished task to the record of its name and priority.
   void updateCompletedTaskStats(const TaskStat& finished);
-  /// How many such records are kept, 10,000 at first; a new group takes it over from its parent.
-  /// The figures of further names are summed up under "(others)", with one more record for each
-  /// priority. Lowering it sums up the newest records.
+  /// The maximum number of such records, 10,000 at first; a new group takes it from its parent. The
+  /// figures of further names are added up under "(others)", in one more record per priority.
+  /// Lowering the maximum adds the newest records to those.
   unsigned int completedTaskRecordsMax() const;
   void completedTaskRecordsMaxIs(unsigned int most);
 
-  /// Tells the scheduler that a task has come under a test yield ratio or is so no more.
+  /// Tells the scheduler that a task has got a test yield ratio, or has lost it.
   void taskForceYieldInTestNotify(const TaskImpl* task, bool force);
   bool anyTaskForceYieldInTest() const { return !forceYieldTasks_.empty(); }
 
-  /// Look-ups by name for tests: null or empty when there is none, any one when there are several.
+  /// Look-ups by name, for tests: null or empty when there is none; any one when there are several.
   TaskImpl* taskForTest(const String& name) const;
   std::optional<TaskStat> taskStatForTest(const String& name) const;
   std::optional<TaskStat> completedTaskStatForTest(const String& name) const;
   TaskScheduler* findSchedulerForTest(const String& name) const;
 
  protected:
-  /// Whose thread it is; the root's, which all its schedulers look at.
+  /// The thread of the root. All schedulers of a root point to the root's copy.
   struct ThreadCheck {
     std::thread::id owner;
     bool disabled = false;
@@ -153,16 +154,16 @@ class TARVO_EXPORT TaskScheduler : public std::enable_shared_from_this<TaskSched
   /// A root is its own root.
   TaskScheduler(const String& name, TaskSchedulerRoot* root, const ThreadCheck& threadCheck,
                 std::shared_ptr<TaskSchedulerHistory> history);
-  /// A scheduler under the root of another, whose default quantum it takes over.
+  /// A scheduler with the root and the default quantum of `parent`.
   TaskScheduler(const String& name, const TaskScheduler& parent);
 
   /// The run step at `now`; returns when it ended.
   TaskClock::time_point runStep(TaskClock::time_point now);
   /// Whether a run step would find a task.
   bool hasTaskToRun() const { return runQueues_.anyInCurrentLists(); }
-  /// Whether one of that priority or a more urgent one is queued.
+  /// Whether a task of that priority or a more urgent one is queued.
   bool hasTaskToRun(unsigned priority) const { return runQueues_.runnableCountUpTo(priority) != 0; }
-  /// Requests a run and notes when.
+  /// Requests a run step and records when.
   void requestNextRun(TaskClock::time_point now);
   void recordEvent(TaskClock::time_point now, TaskSchedulerEventType type) const {
     history_->insert(now, type, this);
@@ -172,8 +173,8 @@ class TARVO_EXPORT TaskScheduler : public std::enable_shared_from_this<TaskSched
   [[noreturn]] void failThreadCheckOfRoot() const;
   void countCompletedTasks();
 
-  friend class TaskImpl;   // enters its queue
-  friend class StatsWalk;  // visits its tasks and records
+  friend class TaskImpl;   // enters itself in runQueues_
+  friend class StatsWalk;  // visits tasks and records
   struct CurrentTask {
     TaskKey key;
     std::shared_ptr<_TaskBase> task;  // null between runs
@@ -183,21 +184,21 @@ class TARVO_EXPORT TaskScheduler : public std::enable_shared_from_this<TaskSched
   TaskSchedulerRoot* root_;
   const ThreadCheck* threadCheck_;
   std::shared_ptr<TaskSchedulerHistory> history_;
-  std::unique_ptr<TaskNameIndex> nameIndex_;  // its names live in the history's cache
+  std::unique_ptr<TaskNameIndex> nameIndex_;  // its names are in the history's cache
   RegisteredTasks registeredTasks_;
   TaskRunQueues runQueues_;
   std::map<TaskPriority, unsigned int> tasksPerPriority_;
   std::map<TaskPriority, unsigned int> completedTasksPerPriority_;
   TaskClock::time_point lastRunRequestTime_;
-  TaskClock::time_point busyChangeTime_;  // of any task
+  TaskClock::time_point busyChangeTime_;  // for TaskImpl::taskBusyChangeTime()
   TaskTimeDuration lastSchedulerLatency_ = 0;
   TaskTimeDuration defaultTaskQuantum_ = 20'000'000;
   TaskTimeDuration maxSchedulerSlip_ = 0;
   bool hasRunnableTasks_ = false;
   CurrentTask currentlyRunning_;
-  Impl::KeptObject kept_;  // a task that threw, which may hold the last reference to this
+  Impl::KeptObject kept_;  // a task that threw; it may hold the last reference to this scheduler
   Time virtualRunStart_ = 0;
-  std::shared_ptr<ConstStringCache> nameCache_;  // the history's, kept alive by it
+  std::shared_ptr<ConstStringCache> nameCache_;  // a member of *history_, which this keeps alive
   ConstStringRef schedulerNameRef_;
   std::set<const TaskImpl*> forceYieldTasks_;
 };

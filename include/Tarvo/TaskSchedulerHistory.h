@@ -1,8 +1,8 @@
 #ifndef TARVO_TASKSCHEDULERHISTORY_H
 #define TARVO_TASKSCHEDULERHISTORY_H
 
-/// The last things that happened to the tasks and schedulers of one root: a ring of events that is
-/// always on, to be read after the fact. Recording one costs constant time and allocates nothing.
+/// The last events of the tasks and schedulers of one root, in a ring buffer that is always on, for
+/// reading after the fact. Recording an event takes constant time and allocates nothing.
 ///
 /// Used on the thread of its root.
 
@@ -22,7 +22,7 @@ namespace Tarvo {
 class TaskScheduler;
 class _TaskBase;
 
-/// Those up to delete_ happen to a task, the others to a scheduler.
+/// The types up to delete_ are events of a task, the others of a scheduler.
 enum class TaskSchedulerEventType : std::uint8_t {
   schedule = 0,
   unschedule,
@@ -58,12 +58,12 @@ class TARVO_EXPORT TaskSchedulerHistory {
         : eventType(type), time(when), name(std::move(who)) {}
 
     TaskSchedulerEventType eventType = TaskSchedulerEventType::schedule;
-    bool threw = false;  // the end of a run: by an exception
+    bool threw = false;  // for runEnd: the run ended by an exception
     TaskClock::time_point time;
-    ConstStringRef name;  // outlives the task or scheduler
+    ConstStringRef name;  // stays valid after the task or scheduler is destroyed
 
     String eventTypeDisplay() const;
-    /// The type, filled up to 12 characters, a blank and the name.
+    /// The type, padded to 12 characters, a blank and the name.
     String display() const;
   };
   using Events = boost::circular_buffer<Event>;
@@ -75,24 +75,24 @@ class TARVO_EXPORT TaskSchedulerHistory {
   TaskSchedulerHistory(const TaskSchedulerHistory&) = delete;
   TaskSchedulerHistory& operator=(const TaskSchedulerHistory&) = delete;
 
-  /// Records that `type` happened to a task, or to a scheduler, at `now`; the oldest event makes
-  /// room. Fails an assertion when the type is not one of that kind.
+  /// Records an event of a task, or of a scheduler. When the ring is full it replaces the oldest
+  /// event. Fails an assertion when the type is not of that kind.
   void insert(const TaskClock::time_point& now, TaskSchedulerEventType type, const _TaskBase* task);
   void insert(const TaskClock::time_point& now, TaskSchedulerEventType type,
               const TaskScheduler* scheduler);
 
-  /// Marks the newest event, the end of a run, as one by an exception.
+  /// Marks the newest event, a runEnd, as caused by an exception.
   void newestThrew();
 
   /// The newest first.
   const Events& events() const { return events_; }
   unsigned int capacity() const { return static_cast<unsigned int>(events_.capacity()); }
-  /// Keeps the newest events that fit.
+  /// Changes the capacity; the newest events stay.
   void capacityIs(unsigned int capacity);
   void clear() noexcept { events_.clear(); }
 
-  /// A header that tells the capacity, then a line per event: its time, how long before the newest
-  /// one it was, what happened, and to whom; "threw" after the end of a run that threw.
+  /// Writes a header with the capacity, then one line per event: its time, the time from it to the
+  /// newest event, its type and its name, and "threw" for a run that threw.
   void renderText(std::ostream& out) const;
 
   /// Where the names of the root's tasks and schedulers are interned.

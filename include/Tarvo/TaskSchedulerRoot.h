@@ -1,7 +1,7 @@
 #ifndef TARVO_TASKSCHEDULERROOT_H
 #define TARVO_TASKSCHEDULERROOT_H
 
-/// The scheduler that sits on a thread's event loop. Tarvo/TaskScheduler.h says what runs when.
+/// The scheduler that runs on a thread's event loop. Tarvo/TaskScheduler.h says what runs when.
 
 #include <cstdint>
 #include <functional>
@@ -32,7 +32,8 @@ class TARVO_EXPORT TaskSchedulerRoot : public TaskScheduler, private Platform::C
   /// How many events a new root's history holds.
   static constexpr unsigned int historyEntryCountDefault = 100;
 
-  /// Belongs to the calling thread. Use the functions below, which share it.
+  /// Belongs to the calling thread. Use the functions below the class, which return shared
+  /// pointers.
   explicit TaskSchedulerRoot(const String& name);
   ~TaskSchedulerRoot() override;
 
@@ -44,15 +45,16 @@ class TARVO_EXPORT TaskSchedulerRoot : public TaskScheduler, private Platform::C
   /// Called by the event loop: a slice of run steps.
   void callback() override;
 
-  /// Joins or leaves virtual time when the root follows it, then runs one task.
+  /// Switches virtual time as fast forward says, if the root follows it, then runs one task.
   void handleSchedulerRun();
 
-  /// The priority that the next step runs, unless less urgent ones have waited too long; beyond the
-  /// last when nothing is to run or no step is requested.
+  /// The most urgent priority that has a runnable task, which the next step will run unless the
+  /// starvation guard picks another. oneBeyondLast when no task is runnable or no step is
+  /// requested.
   unsigned nextUrgency() const;
 
-  /// Adds a task group of this thread, or removes it. End the process when it is registered
-  /// already, or is not.
+  /// Adds or removes a task group of this thread. Adding one twice, or removing one that is not
+  /// registered, ends the process.
   void registerScheduler(TaskScheduler* scheduler);
   void unregisterScheduler(TaskScheduler* scheduler);
   /// The root and its groups.
@@ -61,18 +63,19 @@ class TARVO_EXPORT TaskSchedulerRoot : public TaskScheduler, private Platform::C
   unsigned int totalRegisteredTaskCount() const;
   TaskSchedulerQueueStats queueStatsRoot() const;
 
-  /// How long, in nanoseconds, the root may run tasks before the loop asks the kernel again; 20 us
-  /// at first, and 0 asks before every run. Tarvo/TaskScheduler.h says what a slice leaves waiting.
-  /// Fails an assertion when it is negative.
+  /// How long, in nanoseconds, the root may run tasks before the loop polls the kernel again: 20 us
+  /// at first; with 0 the loop polls before every run. Tarvo/TaskScheduler.h says which events wait
+  /// for the end of a slice. Fails an assertion when it is negative.
   TaskTimeDuration runSlice() const { return runSlice_; }
   void runSliceIs(TaskTimeDuration length);
 
-  /// While suspended nothing runs, in the groups neither; what is scheduled waits.
+  /// While the root is suspended no task runs, neither its own nor those of its groups; scheduled
+  /// tasks wait.
   bool suspended() const { return suspended_; }
   void suspendedIs(bool suspended);
 
-  /// Whether tasks see their quanta pass in virtual time. A root that follows fast forward, as a
-  /// new one does, sets this by itself at each run step; to set it by hand, stop following first.
+  /// Whether quanta are measured in virtual time. A root that follows fast forward, as a new one
+  /// does, sets this at each run step; call followFastForwardIs(false) before setting it by hand.
   bool virtualTime() const { return virtualTime_; }
   void virtualTimeIs(bool virtualTime);
   bool followFastForward() const { return followFastForward_; }
@@ -81,7 +84,7 @@ class TARVO_EXPORT TaskSchedulerRoot : public TaskScheduler, private Platform::C
   /// The test yield ratio of all tasks that have none of their own.
   unsigned char taskTestYieldRatio() const { return taskTestYieldRatio_; }
   void taskTestYieldRatioIs(unsigned char ratio);
-  /// Lets every task of the thread choose its yield mode anew.
+  /// Makes every task of the root choose its yield mode again.
   void taskShouldYieldModeReevaluate();
 
   /// The thread check, on at first.
@@ -91,42 +94,45 @@ class TARVO_EXPORT TaskSchedulerRoot : public TaskScheduler, private Platform::C
   /// Ends the process with a message that names both threads.
   [[noreturn]] void failThreadCheck() const;
 
-  /// The figures of everything, as docs/Statistics.md explains them: a line per task and per record
-  /// of completed tasks, those that ran longest first and the members of a group under its line,
-  /// then a line per queue. Only what has a name that begins with `prefix`.
+  /// A table of all figures, as docs/Statistics.md explains them: one line per task and per record
+  /// of completed tasks, sorted by total run time, with the members of a group under the group's
+  /// line; then one line per queue. Shows only names that begin with `prefix`.
   void statsRenderTextForDebug(std::ostream& out, const String& prefix = {}) const;
   /// The descriptor stays open.
   void statsRenderTextForDebug(int fd, const String& prefix = {}) const;
   String statsRenderTextForDebugToString(const String& prefix = {}) const;
   void statsRenderTextForDebugStdErr(const String& prefix = {}) const;
 
-  /// The same as JSON, for programs; times in nanoseconds.
+  /// The same as JSON, for programs; durations are nanoseconds.
   String statsRenderJson(const String& prefix = {}) const;
-  /// The same in the text format of Prometheus, ready to be served; times in seconds. Tasks of one
-  /// name and priority in one scheduler are one series, together with what is completed. The label
-  /// "root" of each series is the thread's name; Tarvo/PrometheusPages.h joins pages of several.
+  /// The same in the text format of Prometheus, ready to be served; durations are seconds. All
+  /// tasks of one name and priority in one scheduler, completed ones included, are one series. The
+  /// label "root" of each series is the thread's name. Tarvo/PrometheusPages.h joins the pages of
+  /// several threads.
   String statsRenderPrometheus() const;
 
-  /// Writes the JSON to a descriptor as a task of low priority, in pieces, waiting when the reader
-  /// is slow. Each record is of one moment; tasks that come meanwhile are missing. `done` is called
-  /// at the end, by that task, with 0 or the errno that ended it, and what was written. The caller
-  /// keeps the task until then: dropping it ends the writing. The file becomes non-blocking. The
-  /// descriptor stays the caller's, who may close it: a copy is written to. The task's quantum is a
-  /// millisecond, unless taskQuantumIs() gives it another.
+  /// A task of low priority writes the JSON to a descriptor, in pieces, and waits when the reader
+  /// is slow. Each record is of one moment; tasks made during the writing are missing. At the end
+  /// the task calls `done` with 0, or with the errno that ended the writing, and with the number of
+  /// bytes written. The caller keeps the task until then: dropping it ends the writing. The file
+  /// becomes non-blocking. The descriptor stays the caller's, who may close it: the task writes to
+  /// a copy. The task's quantum is one millisecond, unless taskQuantumIs() changes it.
   std::shared_ptr<FileDescriptorTask> snapshotRenderJsonAsync(
       int fd, std::function<void(int error, std::uint64_t bytes)> done = nullptr);
-  /// The same with the page for Prometheus. While it is made it holds some 300 bytes a series.
+  /// The same with the page for Prometheus. Uses some 300 bytes of memory per series while it is
+  /// made.
   std::shared_ptr<FileDescriptorTask> snapshotRenderPrometheusAsync(
       int fd, std::function<void(int error, std::uint64_t bytes)> done = nullptr);
 
-  /// The history as a timeline, in the trace event format that Perfetto and Chrome open: a track
-  /// per scheduler with runs, over them waits, suspensions and idle times, and all other events.
+  /// The history as a timeline, in the trace event format that Perfetto and Chrome open: one track
+  /// per scheduler with its runs, above them waits, suspensions and idle times, and all other
+  /// events.
   String timelineRenderJson() const;
 
-  /// Sets the figures of all tasks and schedulers back to the start and forgets the completed
-  /// tasks, as a task of low priority, piece by piece. Meanwhile resetStatsInProgress() is true;
-  /// each task's handleResetStats() is called once. `done` is called at the end, by that task. The
-  /// caller keeps the task until then: dropping it leaves the rest as it is.
+  /// A task of low priority sets the figures of all tasks and schedulers back to the start and
+  /// drops the records of completed tasks, in pieces. resetStatsInProgress() is true until it has
+  /// finished; each task's handleResetStats() is called once. At the end the task calls `done`. The
+  /// caller keeps the task until then: dropping it stops the reset halfway.
   std::shared_ptr<Task> statsResetAsync(std::function<void()> done = nullptr);
 
   /// When the root was made.
@@ -165,8 +171,8 @@ class TARVO_EXPORT TaskSchedulerRoot : public TaskScheduler, private Platform::C
   String threadName_;
   pid_t pid_;
   TaskTimeDuration runSlice_ = 20'000;
-  bool inSlice_ = false;     // requests are noted, not passed on to the loop
-  bool stepWanted_ = false;  // and this is the note
+  bool inSlice_ = false;     // inside callback(): requests only set stepWanted_
+  bool stepWanted_ = false;  // another step was requested during the present one
   bool suspended_ = false;
   bool virtualTime_ = false;
   bool followFastForward_ = true;
@@ -179,8 +185,8 @@ class TARVO_EXPORT TaskSchedulerRoot : public TaskScheduler, private Platform::C
   std::uint64_t lastTaskKey_ = 0;
 };
 
-/// The calling thread's shared root, made at the first call: "main" on the main thread,
-/// "thread:" and pthread_self() on any other. The thread lets go of it when it ends.
+/// The calling thread's shared root, made at the first call. Its name is "main" on the main thread,
+/// "thread:" and pthread_self() on any other. The thread drops its reference when it ends.
 TARVO_EXPORT std::shared_ptr<TaskSchedulerRoot> schedulerRootTarvo();
 
 /// A root of the caller's own, on the calling thread.

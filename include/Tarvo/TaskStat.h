@@ -1,7 +1,7 @@
 #ifndef TARVO_TASKSTAT_H
 #define TARVO_TASKSTAT_H
 
-/// What is told about tasks: their priority, their key and their figures, as plain values.
+/// Plain values that describe tasks: priority, key, status and figures.
 ///
 /// A TaskStat is a copy of one task's figures at one moment, or the sum over the finished tasks of
 /// one name. Durations are nanoseconds of the steady clock. Names are interned in the cache of the
@@ -18,7 +18,7 @@
 
 namespace Tarvo {
 
-/// How urgent a task is: the lower the value, the more.
+/// How urgent a task is; a lower value is more urgent.
 class TARVO_EXPORT TaskPriority {
  public:
   enum Value : std::uint8_t {
@@ -49,7 +49,7 @@ inline std::ostream& operator<<(std::ostream& out, TaskPriority::Value priority)
   return out << TaskPriority(priority);
 }
 
-/// Tells the tasks of a root apart: no two of them ever have the same.
+/// Identifies a task of a root: no two of its tasks ever have the same key.
 class TARVO_EXPORT TaskKey {
  public:
   constexpr TaskKey() = default;
@@ -71,7 +71,7 @@ class TARVO_EXPORT TaskStat {
   /// The mark of work counts that were never reported.
   static constexpr unsigned int noMark = 0xFFFFFFFF;
 
-  /// What a task is and does at one moment, as a set of bits.
+  /// The kind and the state of a task at one moment, as a set of bits.
   class TARVO_EXPORT TaskStatus {
    public:
     enum Mask : std::uint8_t {
@@ -101,7 +101,7 @@ class TARVO_EXPORT TaskStat {
     void taskCurrentlyRunningIs(bool on) { bitmaskSetBit(currentlyRunningMask, on); }
     bool taskSuspended() const { return bitmaskHasBitSet(suspendedMask); }
     void taskSuspendedIs(bool on) { bitmaskSetBit(suspendedMask, on); }
-    /// The task stands for a task group in the scheduler of its parent.
+    /// The task is the parent task of a task group.
     bool taskIsTaskGroup() const { return bitmaskHasBitSet(isTaskGroupMask); }
     void taskIsTaskGroupIs(bool on) { bitmaskSetBit(isTaskGroupMask, on); }
 
@@ -122,9 +122,9 @@ class TARVO_EXPORT TaskStat {
            TaskTimeDuration taskSchedulingLatencyHighWaterMark = 0,
            unsigned int taskCompletedCount = 0, unsigned int taskThrewCount = 0);
 
-  /// Adds the figures of a finished task of the same name: counts and times grow, marks rise, what
-  /// describes a moment is taken over, and the completed count grows by one. Fails an assertion
-  /// when the names differ.
+  /// Adds the figures of a finished task of the same name: counts and times are added, marks become
+  /// the maximum, momentary values are replaced, and the completed count grows by one. Fails an
+  /// assertion when the names differ.
   TaskStat& operator+=(const TaskStat& finished);
 
   /// Two characters: "*" running, else "S" suspended, else "T" or "t" a timer task whose timer is
@@ -149,13 +149,13 @@ class TARVO_EXPORT TaskStat {
   TaskTimeDuration taskRunTimeHighWaterMark() const { return taskRunTimeHighWaterMark_; }
   void taskRunTimeHighWaterMarkIs(TaskTimeDuration mark) { taskRunTimeHighWaterMark_ = mark; }
 
-  /// The work that the task reported: all of it, a decaying average of single reports, and the
-  /// largest one, or noMark.
+  /// The work that the task reported: the total, a decaying average of the reports, and the largest
+  /// report, or noMark.
   unsigned long long taskWorkCountTotal() const { return taskWorkCountTotal_; }
   void taskWorkCountTotalInc(unsigned long long n) { taskWorkCountTotal_ += n; }
   float taskWorkCountDecayAvg() const { return taskWorkCountDecayAvg_; }
   unsigned int taskWorkCountHighWaterMark() const { return taskWorkCountHighWaterMark_; }
-  /// The backlog that it last reported, and the largest one, or noMark.
+  /// The backlog that the task reported last, and the largest one, or noMark.
   unsigned int taskWorkPending() const { return taskWorkPending_; }
   unsigned int taskWorkPendingHighWaterMark() const { return taskWorkPendingHighWaterMark_; }
 
@@ -206,8 +206,8 @@ class TARVO_EXPORT TaskStat {
   unsigned int taskThrewCount_ = 0;
 };
 
-/// The key under which reports nest the tasks of a group: made of the name and the key of the
-/// group's parent task, whose figures are given. Fails an assertion for any other task.
+/// The key by which reports connect a group with its members: the name and the key of the group's
+/// parent task. `parentTask` are its figures; those of any other task fail an assertion.
 TARVO_EXPORT String subSchedulerKey(const TaskStat& parentTask);
 
 /// The figures of one run queue.
@@ -231,7 +231,7 @@ class TARVO_EXPORT TaskSchedulerPriorityStats {
   unsigned int notRunnable() const { return notRunnable_; }
   /// Records of completed tasks.
   unsigned int completed() const { return completed_; }
-  /// Tasks ever taken from the queue to run.
+  /// How many tasks were picked from the queue so far.
   unsigned int runCount() const { return runCount_; }
 
  private:
@@ -248,7 +248,7 @@ class TARVO_EXPORT TaskSchedulerQueueStats
  public:
   using std::map<TaskPriority, TaskSchedulerPriorityStats>::map;
 
-  /// Adds entry by entry; what this lacks is taken over.
+  /// Adds the entries of `other` to those of the same priority; missing ones are copied.
   TaskSchedulerQueueStats& operator+=(const TaskSchedulerQueueStats& other);
 };
 

@@ -12,7 +12,7 @@
 
 namespace Tarvo {
 
-/// Seconds, on the library clock Tarvo::time() when it is a moment.
+/// Seconds. A point in time is on the library clock, Tarvo::time().
 using Time = double;
 
 /// A count of nanoseconds.
@@ -21,8 +21,8 @@ using TaskTimeDuration = std::int64_t;
 /// The duration that never ends.
 inline constexpr TaskTimeDuration taskTimeNever = std::numeric_limits<TaskTimeDuration>::max();
 
-/// The clock of runs, waits and history: nanoseconds since boot, never virtual. Its time points are
-/// those of the standard's steady clock, read without the way through that library.
+/// The clock of runs, waits and history: nanoseconds since boot, never virtual. It is the
+/// standard's steady clock, with now() inlined, which saves a call into the standard library.
 struct TaskClock : std::chrono::steady_clock {
   static time_point now() noexcept {
     timespec time;
@@ -31,8 +31,8 @@ struct TaskClock : std::chrono::steady_clock {
   }
 };
 
-/// Nanoseconds of `t` seconds, without the fraction; what is beyond the largest duration becomes
-/// that. Fails an assertion when `t` is negative or no number.
+/// Converts `t` seconds to nanoseconds, rounded down and cut to the largest duration. Fails an
+/// assertion when `t` is negative or NaN.
 TARVO_EXPORT TaskTimeDuration time2Duration(Time t);
 
 inline TaskTimeDuration nanoseconds(TaskClock::duration duration) {

@@ -12,8 +12,8 @@
 
 namespace Tarvo {
 
-/// The kernel's id of the calling thread, remembered per thread and right in a child that
-/// fork() made (not vfork(), nor a bare clone).
+/// The kernel's id of the calling thread. It is cached per thread; the cache is cleared in a child
+/// made by fork() (but not by vfork() or a plain clone()).
 TARVO_EXPORT pid_t gettid();
 
 /// Whether the caller is the thread that the process started with.
@@ -23,16 +23,16 @@ TARVO_EXPORT bool isMainThread();
 TARVO_EXPORT String threadName();
 TARVO_EXPORT String currentThreadName();
 
-/// Names the calling thread. Does nothing on the main thread, whose name is that of the process. A
-/// name of more than 15 characters is refused by the system and fails an assertion.
+/// Names the calling thread. Does nothing on the main thread, because its name is that of the
+/// process. A name of more than 15 characters fails an assertion.
 TARVO_EXPORT void threadNameIs(const char* name);
 
-/// Gives the calling thread singletons of its own. To be called before the thread first uses one;
-/// later it fails an assertion. Calling it again is harmless.
+/// Gives the calling thread singletons of its own. Call it before the thread first uses one; later
+/// it fails an assertion. Calling it again is harmless.
 TARVO_EXPORT void useThreadLocalSingletons();
 
-/// Whether the thread has singletons of its own. Whoever asks is about to create one, so the answer
-/// is settled from then on.
+/// Whether the thread has singletons of its own. The caller is about to create one, so from then on
+/// useThreadLocalSingletons() can no longer change it.
 TARVO_EXPORT bool hasThreadLocalSingletons();
 
 /// The numeric value of a thread id, or "thread::id of a non-executing thread".

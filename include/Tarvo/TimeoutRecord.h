@@ -10,20 +10,20 @@ namespace Tarvo::Impl {
 
 class TimeoutList;
 
-/// The links by which a timer hangs in at most one list, a slot of the timing wheel. Part of the
-/// timer, so that linking allocates nothing.
+/// The links of a timer in one list, a slot of the timing wheel. A base class of the timer, so that
+/// linking allocates nothing.
 struct TimeoutRecord {
   /// Expiries are absolute ticks.
   static constexpr std::uint32_t absolute = 2;
 
   TimeoutRecord* next_ = nullptr;
   TimeoutRecord* previous_ = nullptr;
-  TimeoutList* pending_ = nullptr;  // the list that it hangs in
-  std::uint64_t expires_ = 0;       // tick in the wheel; its owner's when it is in no list
-  std::uint32_t flags_ = absolute;  // the upper bits are its owner's
+  TimeoutList* pending_ = nullptr;  // the list that it is in
+  std::uint64_t expires_ = 0;       // a tick while it is in a list, otherwise free for its owner
+  std::uint32_t flags_ = absolute;  // the upper bits are free for its owner
 };
 
-/// First in, first out; any member leaves in constant time.
+/// A first-in, first-out list from which any member can be removed in constant time.
 class TARVO_EXPORT TimeoutList {
  public:
   TimeoutList() = default;
@@ -36,7 +36,8 @@ class TARVO_EXPORT TimeoutList {
   void append(TimeoutRecord& record);
   /// REQUIRES: the record hangs in this list.
   void remove(TimeoutRecord& record);
-  /// Forgets all members and returns the first; the others follow by their links.
+  /// Empties the list without unlinking its members: returns the first, and `next_` leads to the
+  /// others.
   TimeoutRecord* release() {
     last_ = nullptr;
     return std::exchange(first_, nullptr);

@@ -8,12 +8,11 @@
 ///     TARVO_ASSERT_STREAM(handle, 0, bytes >= 0, "got " << bytes);
 ///
 /// `handle` is a Debuggable (so `*this` in a class derived from it), a DebugHandler, or a plain or
-/// shared pointer to one; null is silent. Arguments must not
-/// destroy the handle that they are traced on. The level is tested first and the arguments are
-/// evaluated only when it is on. TARVO_ASSERT_STREAM traces its text when the level is on and then
-/// takes the assertion path; the other assertions stand in Tarvo/Assert.h. Each message begins with
-/// "Scope::function() " by the rule in Tarvo/FunctionScope.h. Where an argument throws instead of
-/// being shown, the message ends with a remark about that.
+/// shared pointer to one; with null nothing is traced. The arguments are evaluated only when the
+/// level is on. They must not destroy the handle. TARVO_ASSERT_STREAM traces its text when the
+/// level is on and then takes the assertion path; the other assertions are in Tarvo/Assert.h. Each
+/// message begins with "Scope::function() ", as Tarvo/FunctionScope.h describes. When formatting an
+/// argument throws, the message ends with a remark about it.
 
 #include <memory>
 
@@ -35,7 +34,7 @@ Platform::DebugHandler* traceHandler(const std::shared_ptr<Handler>& handler) {
   return handler.get();
 }
 
-// A statement takes a handle; a name would make a new channel at every pass.
+// Refuses a name in place of a handle: it would make a new channel at every execution.
 Platform::DebugHandler* traceHandler(const char* name) = delete;
 Platform::DebugHandler* traceHandler(const String& name) = delete;
 
@@ -51,12 +50,12 @@ template <typename... Args>
 /// Opens a message in stream form with the names of the scope.
 TARVO_EXPORT void beginMessage(Platform::DebugStream& stream, const ScopeNames& scope);
 
-/// To be called while what an argument threw is handled: ends the message with a remark.
+/// Call while the exception of an argument is being handled: appends a remark to the message.
 TARVO_EXPORT void endUnshownMessage(Platform::DebugStream& stream);
 
 }  // namespace Tarvo::Impl
 
-// Tests whether the statement is to be written; keeps a temporary handle alive meanwhile.
+// Tests whether the statement is on. Binds the handle, so that a temporary lives to its end.
 #define TARVO_TRACE_IF_ON(handle, level)                                \
   auto&& tarvoOwner_ = (handle);                                        \
   const auto* tarvoHandler_ = ::Tarvo::Impl::traceHandler(tarvoOwner_); \
@@ -72,7 +71,7 @@ TARVO_EXPORT void endUnshownMessage(Platform::DebugStream& stream);
     }                                                                                 \
   } while (false)
 
-// Declares the message. One that cannot be made must not break the code that it reports on.
+// Declares the message. An exception from an argument must not break the traced code.
 #define TARVO_STREAM_MESSAGE(...)                                   \
   ::Tarvo::Platform::DebugStream tarvoStream_;                      \
   try {                                                             \

@@ -6,9 +6,9 @@
 
 namespace Tarvo {
 
-/// The readable form of a name mangled by the C++ ABI, as std::type_info::name() gives it; the name
-/// itself when it cannot be read, and nothing for null. Fails an assertion when the demangler
-/// claims success without a result.
+/// Demangles a name as std::type_info::name() returns it. Returns the name itself when it cannot be
+/// demangled, and an empty string for null. Fails an assertion when the demangler claims success
+/// without a result.
 TARVO_EXPORT String typeName(const char* mangledName);
 
 }  // namespace Tarvo

@@ -71,7 +71,7 @@ void StatsJson::beginScheduler() {
   writer_.StartObject();
   text("name", scheduler.schedulerName());
   if (group != nullptr) text("key", subSchedulerKey(group->parentTask().getStats()));
-  number("lastSchedulerLatency", scheduler.lastSchedulerLatency());
+  number("lastSchedulerLatencyNs", scheduler.lastSchedulerLatency());
   number("maxSchedulerSlip", scheduler.maxSchedulerSlip());
   queues();
   writer_.Key("tasks");
