@@ -1,5 +1,5 @@
-/// Everything that happens when the library is loaded, in its order. No other file of the library
-/// has an initialiser that runs by itself, but for the standard streams, which must come first.
+/// Everything that happens when the library is loaded, in order. No other file of the library has a
+/// static initialiser, except that of the standard streams, which must run first.
 
 #include <iostream>
 #include <vector>
@@ -41,17 +41,18 @@ void reviveForkedChild() {
 }
 
 void startUp() {
-  // 1. Which handles trace at which level, and where to: the defaults, then the environment.
+  // 1. The levels and the file of traces: first the defaults, then the environment.
   Platform::setupTarvoDebug("Tarvo*/01");
   Platform::setupTarvoDebug(nullptr);
-  // 2. What stands before a message, or what is made of a record instead of a line.
+  // 2. The fields of a trace line, or the sink that gets the records instead.
   Platform::setTraceFormat("date,time,tid,handle,level");
   Platform::setTraceFormat(nullptr);
   Platform::setTraceSink(nullptr);
-  // 3. The report about what killed the process, and what backtraces need in a forked child.
+  // 3. The terminate handler, and the unwinder, which cannot be loaded later in a forked child.
   Impl::loadUnwinder();
   Impl::installTerminateHandler();
-  // 4. What a fork must find whole, what a child must put right, and how it knows that it is one.
+  // 4. The hooks of fork(): AtFork.h says why. setupHandler() comes last, so that isForkedChild()
+  //    is true only when the child is repaired.
   const int error = pthread_atfork(beforeFork, Impl::releaseChanges, reviveForkedChild);
   TARVO_CHECK(error == 0);
   Platform::setupHandler();
@@ -59,7 +60,7 @@ void startUp() {
   Impl::libeventTrace = makeHandle("TarvoLibevent");
   Impl::pluginTrace = makeHandle("TarvoPlugin");
   Impl::taskSchedulerTrace = makeHandle("TaskScheduler");
-  Impl::taskSchedulerTrace->enabledIs(0, true);  // last words about a body that threw
+  Impl::taskSchedulerTrace->enabledIs(0, true);  // the line that names the task that threw
   Impl::timerWheelTrace = makeHandle("TarvoTimerWheel");
   Impl::utilTrace = makeHandle("TarvoUtil");
 }

@@ -6,8 +6,8 @@ namespace Tarvo::Impl {
 
 namespace {
 
-/// What `build` makes, or the bare format when an argument throws: a failed assertion must end as
-/// one whatever its arguments do.
+/// The result of build(), or the format string alone when formatting an argument throws: a failed
+/// assertion must be reported as such, whatever its arguments do.
 template <typename Build>
 String messageOr(fmt::string_view format, Build build) {
   try {

@@ -8,8 +8,9 @@ namespace Tarvo::Impl {
 
 namespace {
 
-/// Recursive, for the thread that forks inside its own change. A thread is known by an address,
-/// which stays the same in a forked child, so that the child can release what its parent took.
+/// A recursive lock, because a thread may fork inside its own change. The holder is identified by
+/// the address of a thread-local variable and not by its thread id: the address is the same in a
+/// forked child, so the child can release the lock that its parent took.
 class ChangeLock {
  public:
   void lock() {
@@ -35,13 +36,13 @@ class ChangeLock {
  private:
   static thread_local char self_;
   std::atomic<const char*> holder_{nullptr};
-  unsigned depth_ = 0;  // beyond the first; only the holder uses it
+  unsigned depth_ = 0;  // nested locks beyond the first; only the holder uses it
 };
 thread_local char ChangeLock::self_ = 0;
 constinit ChangeLock changes;
 
 std::atomic<bool> forkingAmongThreads{false};
-std::atomic<bool> amongThreads{false};  // written by the only thread of a child
+std::atomic<bool> amongThreads{false};  // set in the child only
 
 }  // namespace
 

@@ -1,22 +1,24 @@
 #ifndef TARVO_SRC_FOUNDATION_ATFORK_H
 #define TARVO_SRC_FOUNDATION_ATFORK_H
 
-/// What fork() must find whole, and what a forked child must put right.
+/// The hooks of fork(): which data must be consistent at the fork, and what a child must repair.
 ///
-/// A child has a copy of all memory and only one thread. What another thread was changing at that
-/// moment stays half changed, and a lock that it held stays locked for ever. Two rules help:
-/// 1. Our own registries change inside a WholeChange, which fork() waits for. (The global lock
-///    itself is no part of this: it may be held for long, also by whoever waits for the fork.)
-/// 2. Locks of other libraries are out of reach. A child that was forked among threads does not
-///    touch them: see forkedAmongThreads().
+/// A child has a copy of all memory but only one thread. Data that another thread was changing at
+/// that moment stays half changed, and a lock that it held stays locked for ever. Two rules prevent
+/// that:
+/// 1. Our own registries are changed inside a WholeChange, and fork() waits for its end. (The hooks
+///    do not take the global lock: a thread may hold it for long, and may even hold it while it
+///    waits for the forking thread.)
+/// 2. Locks inside other libraries cannot be taken before a fork. A child that was forked while
+///    other threads existed does not use functions that take them: see forkedAmongThreads().
 
 #include "Tarvo/Export.h"
 
 namespace Tarvo::Impl {
 
-/// Stands around the change of a registry; REQUIRES: the global lock. Only pointers are set
-/// meanwhile: nothing is allocated, freed or waited for, so that a fork waits for moments only. A
-/// thread that forks inside its own change goes on with it in both processes.
+/// Guards one change of a registry. REQUIRES: the global lock. Inside it only pointers are set; do
+/// not allocate, free or wait there, so that a fork waits only for a moment. A thread that forks
+/// inside its own change continues the change in both processes.
 class TARVO_EXPORT WholeChange {
  public:
   WholeChange();
@@ -25,19 +27,19 @@ class TARVO_EXPORT WholeChange {
   ~WholeChange();
 };
 
-/// Whether this process, or one that it descends from by fork(), was forked while other threads
-/// may have run. Locks of other libraries may then be locked for ever.
+/// Whether this process, or an ancestor by fork(), was forked while other threads may have existed.
+/// Locks inside other libraries may then be locked for ever.
 bool forkedAmongThreads();
 
-/// The three hooks of fork(), for what this header is about.
+/// The hooks of fork(): before it, after it in the parent, after it in the child.
 void holdChanges();
 void releaseChanges();
 void releaseChangesInChild();
 
-/// Forgets the thread id that the child's only thread has inherited.
+/// Called in a child: clears the cached thread id, which is the parent's.
 void forgetThreadId();
 
-/// Frees the global lock where a thread that the child does not have held it.
+/// Called in a child: frees the global lock if a thread held it that does not exist in the child.
 void reviveLoco();
 
 }  // namespace Tarvo::Impl

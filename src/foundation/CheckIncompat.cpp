@@ -11,7 +11,8 @@ namespace Tarvo {
 void checkIncompat() {
   TARVO_CHECK(platformLibPresenceFlag == Tarvo::PLATFORM_LIB_FLAG_TARVO &&
               "a library incompatible with Tarvo has been loaded");
-  // The address of a static object names this library whatever the program has interposed.
+  // Find this library by the address of a static object: it cannot be interposed by another
+  // library.
   static const char ownAddress = 0;
   Dl_info info;
   if (dladdr(&ownAddress, &info) != 0 && info.dli_fname != nullptr) {

@@ -12,7 +12,7 @@ ConstStringRef::ConstStringRef(ConstStringCache& cache, std::string_view text)
     : ConstStringRef(cache.intern(text)) {}
 
 const String& ConstStringRef::text() const {
-  static const auto& empty = *new String;  // also for those who print while the process exits
+  static const auto& empty = *new String;  // never destroyed: it may be printed during exit
   return elem_ != nullptr ? elem_->text() : empty;
 }
 

@@ -1,5 +1,5 @@
-/// Built in for the measuring of coverage only. The counters are written at exit, but the processes
-/// that the tests start often end at once: these two take the place of the system's and write the
+/// Part of coverage builds only. gcov writes its counters at exit(), but processes that the tests
+/// start often end by abort() or _exit(). These two functions replace the C library's and write the
 /// counters first.
 
 #include <dlfcn.h>

@@ -78,7 +78,7 @@ FdToStream::Buffer::int_type FdToStream::Buffer::overflow(int_type c) {
 
 int FdToStream::Buffer::sync() {
   const auto size = static_cast<std::size_t>(pptr() - pbase());
-  reset();  // what cannot be written is dropped
+  reset();  // before the write: if that fails, the bytes are dropped and not written again
   return size == 0 || writeAll(fd_, bytes_.data(), size) ? 0 : -1;
 }
 

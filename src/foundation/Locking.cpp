@@ -13,7 +13,7 @@ Lock::~Lock() { pthread_mutex_destroy(&mutex_); }
 
 namespace {
 
-// The library has the inline operations too, for callers that were compiled without their bodies.
+// Makes the library export the inline functions, for programs compiled when they were not inline.
 template <typename Mutex>
 constexpr std::tuple operations{&Mutex::lock, &Mutex::try_lock, &Mutex::unlock, &Mutex::owns_lock};
 [[gnu::used]] constexpr auto lockOperations = operations<Lock>;
@@ -21,7 +21,7 @@ constexpr std::tuple operations{&Mutex::lock, &Mutex::try_lock, &Mutex::unlock, 
 
 }  // namespace
 
-// Both failures speak in the name of the operation that was called.
+// The messages name unlock(), the function that the caller has called.
 void Lock::failUnlock() const {
   Tarvo::Impl::assertFailed(
       TARVO_FILE, __LINE__, "Lock::unlock()",
@@ -40,7 +40,8 @@ RecursiveLock::~RecursiveLock() { pthread_mutex_destroy(&mutex_); }
 
 void RecursiveLock::forkReinit() {
   const unsigned held = owns_lock() ? lockCount() : 0;
-  mutex_ = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;  // the old one knows its holder by another id
+  // A recursive mutex stores the kernel's thread id of its holder, which differs in the child.
+  mutex_ = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
   owner_.store(0, std::memory_order_relaxed);
   for (unsigned i = 0; i < held; ++i) lock();
 }

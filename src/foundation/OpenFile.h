@@ -5,9 +5,10 @@
 
 namespace Tarvo::Impl {
 
-/// What open(2) does, for a file that is kept: never one of the three standard descriptors, which a
-/// process may have closed and gives other files when it becomes a daemon; and close-on-exec from
-/// the start, also for a child that another thread forks right now. -1 and errno when that fails.
+/// open(2) for a file that stays open. The descriptor is never 0, 1 or 2: a process that has closed
+/// those, for instance to become a daemon, may redirect them later. It is close-on-exec from the
+/// start, so that a child forked by another thread at this moment does not keep it. Returns -1 and
+/// errno on failure.
 int openFile(const char* path, int flags, mode_t mode = 0);
 
 }  // namespace Tarvo::Impl

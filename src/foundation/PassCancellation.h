@@ -5,9 +5,10 @@
 
 namespace Tarvo::Impl {
 
-/// To be called first by whoever catches everything: what ends a cancelled thread must be thrown
-/// again, or the process ends. It is no exception of the language and so has no pointer; the class
-/// that the compiler offers for it is caught by a reference to nothing, which sanitizers mind.
+/// Call this first in every catch (...). Cancelling a thread unwinds it with a foreign exception,
+/// which must be thrown again, or the process is aborted. std::current_exception() is null for a
+/// foreign exception. (Catching abi::__forced_unwind& would be the usual way, but it binds a
+/// reference to null, which the undefined-behaviour sanitizer reports.)
 inline void passCancellation() {
   if (std::current_exception() == nullptr) throw;
 }

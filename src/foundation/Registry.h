@@ -7,8 +7,8 @@
 
 namespace Tarvo::Impl {
 
-// Changes of the maps behind the registries, each whole to a forked child. REQUIRES: the global
-// lock. What they allocate is there before the change, what they free goes after it.
+// Changes of the maps behind the registries; a forked child sees each of them done or not begun.
+// REQUIRES: the global lock. They allocate before the WholeChange and free after it.
 
 /// Makes room in a hash map for one more entry.
 template <typename Map>
@@ -24,14 +24,16 @@ void growFor(Map& map) {
   map.swap(larger);
 }
 
-/// Adds an entry; where a map has the key already, it stays as it is. Returns where the key stands.
+/// Adds an entry and returns its place. A map that has the key already stays unchanged, and the
+/// result is the place of that entry.
 template <typename Map, typename Key, typename Value>
 typename Map::iterator addEntry(Map& map, Key&& key, Value&& value) {
   Map one;
   one.emplace(std::forward<Key>(key), std::forward<Value>(value));
   auto node = one.extract(one.begin());
   if constexpr (requires { map.bucket_count(); }) growFor(map);
-  decltype(map.insert(std::move(node))) added;  // with the node, when that was not wanted
+  // Declared outside, so that a refused node is freed after the change.
+  decltype(map.insert(std::move(node))) added;
   {
     const WholeChange change;
     added = map.insert(std::move(node));
@@ -45,7 +47,7 @@ typename Map::iterator addEntry(Map& map, Key&& key, Value&& value) {
 
 template <typename Map>
 void removeEntry(Map& map, typename Map::iterator entry) {
-  typename Map::node_type removed;
+  typename Map::node_type removed;  // outlives the change, so that it is freed after it
   const WholeChange change;
   removed = map.extract(entry);
 }

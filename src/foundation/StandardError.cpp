@@ -15,7 +15,7 @@ void writeStandardError(std::string_view text) noexcept {
   try {
     buffer->sputn(text.data(), static_cast<std::streamsize>(text.size()));
     buffer->pubsync();
-  } catch (...) {  // a buffer of the program's own
+  } catch (...) {  // the program may have installed a buffer of its own, which throws
   }
 }
 

@@ -5,12 +5,13 @@
 
 namespace Tarvo::Impl {
 
-/// Writes to the buffer of std::cerr, past the stream's state: one failed write elsewhere must not
-/// silence every later line. Does nothing when the program has taken the buffer away; a failure is
-/// not reported.
+/// Writes directly to the buffer of std::cerr and ignores the stream's state: after one failed
+/// write elsewhere, that state would suppress every later line. Does nothing when std::cerr has no
+/// buffer. A failure is not reported.
 void writeStandardError(std::string_view text) noexcept;
 
-/// The same for what a dying process says: without a buffer it goes to the descriptor.
+/// The same for the last message of a process that ends. When std::cerr has no buffer it writes to
+/// descriptor 2.
 void writeLastWords(std::string_view text) noexcept;
 
 }  // namespace Tarvo::Impl

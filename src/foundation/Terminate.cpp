@@ -24,7 +24,8 @@ const char* textOf(const std::exception& e) {
   return text != nullptr ? text : "";
 }
 
-/// What the exception in flight says. Sets `wantsBacktrace` off when that text holds one.
+/// The text of the exception in flight. Clears `wantsBacktrace` when that text contains a
+/// backtrace.
 String describeException(bool& wantsBacktrace) {
   try {
     throw;
@@ -49,7 +50,7 @@ void report(const char* mangled) {
   if (!text.empty()) writeLastWords(text + "\n");
 }
 
-/// The same piece by piece, when there is no memory to put a text together.
+/// The same, written in pieces, for when there is no memory to compose a text.
 void reportWithoutMemory(const char* mangled) {
   if (mangled == nullptr) return;
   const auto write = [](std::initializer_list<const char*> pieces) {
@@ -65,18 +66,18 @@ void reportWithoutMemory(const char* mangled) {
 }
 
 void reportAndAbort() {
-  // A failure while reporting must not report itself for ever.
+  // std::terminate() was called again during the report: do not recurse.
   if (terminating) std::abort();
   terminating = true;
 
   const std::type_info* type = assertionFailed ? nullptr : abi::__cxa_current_exception_type();
   const char* mangled = type == nullptr ? nullptr : type->name();
-  if (mangled != nullptr && *mangled == '*') ++mangled;
+  if (mangled != nullptr && *mangled == '*') ++mangled;  // marks types compared by address
   bool reported = false;
   try {
     report(mangled);
     reported = true;
-  } catch (...) {  // what is then in flight is not what has ended the process
+  } catch (...) {  // leave this handler, so that the original exception is the current one again
   }
   if (!reported) reportWithoutMemory(mangled);
   std::abort();

@@ -3,11 +3,11 @@
 
 namespace Tarvo::Impl {
 
-/// Makes the handler that reports what killed the process the one that std::terminate() calls.
+/// Installs our terminate handler, which reports the exception that ends the process.
 void installTerminateHandler();
 
-/// Ends the process after a failed assertion: the report then speaks of no exception, even when
-/// another one is being handled at that moment.
+/// Ends the process after a failed assertion. The report then describes no exception, even if one
+/// is being handled at that moment.
 [[noreturn]] void terminateOnAssertion();
 
 }  // namespace Tarvo::Impl

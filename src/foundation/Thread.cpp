@@ -21,7 +21,7 @@ constexpr std::size_t nameSize = 16;  // the kernel's limit, with the terminator
 thread_local pid_t cachedTid = 0;                      // 0 until first asked
 thread_local std::array<char, nameSize> cachedName{};  // empty until first asked or set
 thread_local bool threadLocalSingletons = false;
-thread_local bool singletonCreated = false;  // somebody has relied on threadLocalSingletons
+thread_local bool singletonCreated = false;  // threadLocalSingletons may no longer change
 
 }  // namespace
 
@@ -47,7 +47,7 @@ void threadNameIs(const char* name) {
   TARVO_ASSERT(name != nullptr, "a thread's name must not be null");
   const int error = pthread_setname_np(pthread_self(), name);
   TARVO_ASSERT(error == 0, "pthread_setname_np() failed:{} for name:{}", error, name);
-  cachedName = {};  // so that the terminator stands wherever the copy ends
+  cachedName = {};  // zeros, so that the copy is terminated
   std::memcpy(cachedName.data(), name, strnlen(name, nameSize - 1));
 }
 

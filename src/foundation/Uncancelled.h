@@ -5,8 +5,8 @@
 
 namespace Tarvo::Impl {
 
-/// Puts a cancellation of the thread off to the end of the scope. What the library says about a
-/// program is written whole, also from a destructor, which no cancellation may leave.
+/// Defers a cancellation of the thread until after the scope. Used where a cancellation point may
+/// not unwind: in destructors, and where a message must be written completely.
 class Uncancelled {
  public:
   Uncancelled() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }

@@ -27,7 +27,8 @@ Plugin* find(const String& name) {
   return found != registry().end() ? found->second : nullptr;
 }
 
-/// A dlopen() under way on this thread, which an exception must not cross.
+/// A dlopen() under way on this thread. An exception must not cross the dynamic loader, so it is
+/// stored here and thrown again when dlopen() has returned.
 class Loading {
  public:
   Loading() : outer_(std::exchange(innermost_, this)) {}
@@ -35,16 +36,17 @@ class Loading {
   Loading& operator=(const Loading&) = delete;
   ~Loading() { innermost_ = outer_; }
 
-  /// Whether the library could be opened. Throws what its initialisers failed with.
+  /// Returns whether the library could be opened. Throws the exception that an initialiser has
+  /// stored.
   bool open(const char* file) {
     const bool opened = dlopen(file, RTLD_NOW | RTLD_GLOBAL) != nullptr;
     if (failure_) std::rethrow_exception(failure_);
     return opened;
   }
 
-  /// To be called while an exception is handled: leaves it to the dlopen() under way, or throws it
-  /// again when there is none.
-  static void failed() {
+  /// Call in a catch block: stores the exception for the dlopen() under way, or throws it again
+  /// when there is none.
+  static void storeOrRethrow() {
     if (innermost_ == nullptr) throw;
     if (!innermost_->failure_) innermost_->failure_ = std::current_exception();
   }
@@ -67,7 +69,7 @@ void registerPlugin(Plugin* plugin) {
     TARVO_TRACE(pluginTrace, 2, "adding plugin {}", name);
     Impl::addEntry(registry(), name, plugin);
   } catch (...) {
-    Loading::failed();
+    Loading::storeOrRethrow();
   }
 }
 
@@ -89,7 +91,7 @@ Plugin* loadPlugin(const char* name) {
     TARVO_TRACE(pluginTrace, 2, "Yay!  Plugin {} loaded", name);
     return plugin;
   } catch (...) {
-    Loading::failed();
+    Loading::storeOrRethrow();
     return nullptr;
   }
 }

@@ -31,10 +31,11 @@ std::string_view shownAs(const Character& character, std::string_view text) {
 }  // namespace
 
 String tableText(std::string_view text, std::size_t width) {
-  const std::size_t mostBytes = 8 * width;  // marks take no column, but must not go on for ever
+  // Combining marks take no column, so the number of bytes needs a limit of its own.
+  const std::size_t mostBytes = 8 * width;
   String shown;
   std::size_t used = 0;
-  std::size_t cut = 0;  // of what is shown, what leaves room for the sign that more was there
+  std::size_t cut = 0;  // the size of `shown` that leaves a column for the ellipsis
   while (!text.empty()) {
     const Character character = firstCharacter(text);
     const std::string_view next = shownAs(character, text);

@@ -7,11 +7,11 @@
 
 namespace Tarvo::Impl {
 
-/// For a table: valid UTF-8 cut to `width` columns, as terminals count them. What has no shape of
-/// its own becomes a question mark: control characters, marks of direction, what is not assigned.
+/// For a table: valid UTF-8 cut to `width` terminal columns. Characters without a visible shape
+/// become question marks: control characters, direction marks, unassigned code points.
 String tableText(std::string_view text, std::size_t width);
 
-/// How many columns such a text takes.
+/// The number of terminal columns of a text that tableText() has made.
 std::size_t columns(std::string_view tableText);
 
 }  // namespace Tarvo::Impl

@@ -22,7 +22,7 @@ constexpr std::string_view rootLabel = "{root=\"";
                   page + 1, line.substr(0, 80)));
 }
 
-/// Families in the order in which they first come.
+/// Collects the families of all pages, in the order of their first occurrence.
 class Joiner {
  public:
   void add(std::size_t page, std::string_view text) {
@@ -46,9 +46,9 @@ class Joiner {
   struct Family {
     String head;
     String series;
-    std::size_t page;  // that the head is from
+    std::size_t page;  // the page from which the head was taken
   };
-  using Families = std::map<std::string_view, Family>;  // their names lie in the pages
+  using Families = std::map<std::string_view, Family>;  // the keys point into the pages
 
   void take(std::string_view line) {
     if (line.starts_with(help) || line.starts_with(type)) return takeHead(line);
@@ -77,7 +77,8 @@ class Joiner {
     if (found->second.page == page_) found->second.head += line;
   }
 
-  /// What a root of this page is called in the page that is made.
+  /// The name in the joined page of a root of this page: unchanged, or with "#2" and so on where an
+  /// earlier page has used it.
   const String& nameOf(std::string_view root) {
     const auto found = names_.find(root);
     if (found != names_.end()) return found->second;
@@ -95,7 +96,7 @@ class Joiner {
   std::vector<Families::value_type*> order_;
   Families::value_type* family_ = nullptr;
   std::map<std::string_view, String> names_;
-  std::map<String, unsigned> taken_;  // and the last number given to one of that name
+  std::map<String, unsigned> taken_;  // used names, and the last "#" number given to each
 };
 
 }  // namespace

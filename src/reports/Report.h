@@ -5,7 +5,7 @@
 
 namespace Tarvo {
 
-/// A text that is made piece by piece, so that whoever wants it may pause in between.
+/// A text that is made in pieces, so that a task can write it without exceeding its quantum.
 class Report {
  public:
   Report() = default;
@@ -16,7 +16,7 @@ class Report {
   /// Makes the next piece. False after the last one.
   virtual bool step() = 0;
 
-  /// What was made and not yet taken.
+  /// The text made since the last clear().
   virtual std::string_view text() const = 0;
   virtual void clear() = 0;
 };

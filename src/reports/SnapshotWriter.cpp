@@ -41,7 +41,8 @@ ssize_t writeQuietly(int fd, std::string_view bytes) {
   return count;
 }
 
-/// Renders as much as the descriptor takes.
+/// The task that renders a report and writes it. It renders the next piece only when the last one
+/// is written, so a slow reader costs no memory.
 class SnapshotWriter final : public FileDescriptorTask {
  public:
   using Done = std::function<void(int error, std::uint64_t bytes)>;
@@ -56,7 +57,7 @@ class SnapshotWriter final : public FileDescriptorTask {
   }
   ~SnapshotWriter() override { closeFd(); }
 
-  /// Apart from the construction, so that the copy is closed if there is no memory for the rest.
+  /// Not in the constructor: if this throws, the destructor must run to close the copy.
   void start(int fd) {
     fd_ = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     const int flags = fd_ < 0 ? -1 : fcntl(fd_, F_GETFL);
@@ -65,10 +66,10 @@ class SnapshotWriter final : public FileDescriptorTask {
       error_ = errno;
     } else if ((flags & O_PATH) != 0) {
       error_ = EBADF;
-    } else if (!S_ISREG(status.st_mode)) {  // which is always ready
+    } else if (!S_ISREG(status.st_mode)) {  // epoll refuses regular files; they are always ready
       try {
         taskWatchFdIs(fd_);
-      } catch (const RuntimeException&) {  // so are some devices
+      } catch (const RuntimeException&) {  // epoll refuses some devices too; write without waiting
       }
     }
     scheduleTaskWritable();
@@ -80,7 +81,7 @@ class SnapshotWriter final : public FileDescriptorTask {
       try {
         if (error_ == 0) proceed();
       } catch (const std::bad_alloc&) {
-        error_ = ENOMEM;  // in the middle of a record, so there is no going on
+        error_ = ENOMEM;  // a record is half written; the report cannot be continued
       }
       if (error_ == EAGAIN && taskWatchFd() >= 0) {
         error_ = 0;
@@ -123,10 +124,10 @@ class SnapshotWriter final : public FileDescriptorTask {
     if (fd_ >= 0) close(std::exchange(fd_, -1));
   }
 
-  int fd_ = -1;  // a copy: the caller may close his
+  int fd_ = -1;  // a copy: the caller may close the original
   std::unique_ptr<Report> report_;
   Done done_;
-  std::size_t written_ = 0;  // of what the report holds
+  std::size_t written_ = 0;  // of report_->text()
   std::uint64_t bytes_ = 0;
   int error_ = 0;
   bool rendered_ = false;

@@ -27,7 +27,8 @@ String seconds(TaskTimeDuration duration) {
   return fmt::to_string(static_cast<double>(duration) / 1e9);
 }
 
-/// The name of a thread's shared root is another one each time that the thread starts.
+/// The shared root of a thread is named after pthread_self(), which differs in every run of the
+/// program. Its series would have new labels each time, so the thread's name is used instead.
 String schedulerName(const TaskScheduler& scheduler) {
   const String& name = scheduler.schedulerName();
   return name == fmt::format("thread:{}", pthread_self()) ? threadName() : name;
@@ -94,7 +95,8 @@ bool StatsPrometheus::step() {
   }
   const Family& family = families.at(family_);
   writeSeries(family.name, next_->first, family.value(next_->second));
-  // What is written for the last time goes at once: all of it together would take long.
+  // In the last family each sum is erased once it is written. Destroying all sums at the end would
+  // take longer than a quantum.
   const bool last = family_ + 1 == families.size();
   next_ = last ? sums_.erase(next_) : std::next(next_);
   if (next_ != sums_.end()) return true;
@@ -107,7 +109,9 @@ bool StatsPrometheus::step() {
 void StatsPrometheus::add(const TaskStat& stat, bool completed) {
   Sum& sum = sums_[fmt::format("{},{},{}", schedulerLabel_, label("task", stat.taskName()),
                                label("priority", stat.taskPriority().toStrep()))];
-  sum.stat.taskNameIs(stat.taskNameRef());  // names that differ may be shown alike
+  // operator+= requires equal names. Different names may have the same label, when validUtf8() has
+  // replaced invalid bytes.
+  sum.stat.taskNameIs(stat.taskNameRef());
   sum.stat += stat;
   if (completed) {
     sum.completed += stat.taskCompletedCount();

@@ -11,12 +11,13 @@
 
 namespace Tarvo {
 
-/// The figures of a root as a page for Prometheus. First it adds up what stands under one set of
-/// labels, a task or record a step; then it writes the series, one a step. So all series of a task
-/// are of one moment.
+/// The figures of a root as a page for Prometheus. The first pass adds up the figures for each set
+/// of labels, one task or record per step. The second pass writes the series, one per step. So all
+/// series of a task are of one moment, although the page lists them far apart.
 class StatsPrometheus final : public Report {
  public:
-  /// Everything of one name and priority in one scheduler: series must be distinct, tasks need not.
+  /// The sum over all tasks of one name and priority in one scheduler. Series must have distinct
+  /// labels; tasks may have equal names.
   struct Sum {
     TaskStat stat;
     unsigned int tasks = 0;
@@ -39,10 +40,10 @@ class StatsPrometheus final : public Report {
 
   const TaskSchedulerRoot& root_;
   String rootLabel_;
-  String schedulerLabel_;  // of what the walk stands at
+  String schedulerLabel_;  // of the scheduler that the walk is in
   StatsWalk walk_;
   std::map<String, Sum> sums_;  // by their labels
-  bool added_ = false;          // everything
+  bool added_ = false;          // the first pass is over
   std::size_t family_ = 0;
   std::map<String, Sum>::iterator next_;
   fmt::memory_buffer text_;

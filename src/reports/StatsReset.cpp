@@ -21,7 +21,7 @@ class TaskSchedulerRoot::StatsReset final : public Task {
 
   void taskExecute() override {
     if (over_) return;
-    scheduleTask();  // also when a hook throws
+    scheduleTask();  // here, so that the reset goes on when a hook throws
     while (true) {
       if (walk_.next() == StatsWalk::At::end) break;
       if (walk_.at() != StatsWalk::At::task || &walk_.task() != this) walk_.reset();

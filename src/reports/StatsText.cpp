@@ -14,7 +14,7 @@ namespace Tarvo {
 
 namespace {
 
-/// Three figures and the unit that suits them.
+/// A duration with three significant digits, in the unit that fits.
 String duration(TaskTimeDuration nanoseconds) {
   static constexpr std::array<const char*, 4> units = {"ns", "µs", "ms", "s"};
   auto value = static_cast<double>(nanoseconds);
@@ -42,7 +42,7 @@ struct Section {
   bool arranged = false;
 };
 
-/// A row in its place, or a heading.
+/// A line of the table: a row with its depth, or, if `row` is null, a heading.
 struct Line {
   const Row* row;
   std::size_t depth;
@@ -74,7 +74,7 @@ class Table {
 
   void render(std::ostream& out) {
     arrange(sections_.begin()->second, 0);
-    // What a filter has left without the line that it belongs under.
+    // Members of a group whose own line was filtered out by the prefix.
     for (auto& [key, section] : sections_) {
       if (section.arranged || section.rows.empty()) continue;
       lines_.push_back({nullptr, 0, "members of " + section.scheduler->schedulerName()});
@@ -95,7 +95,7 @@ class Table {
  private:
   static constexpr std::size_t longestName = 40;
 
-  /// The key of the parent task; the root's is the lowest.
+  /// The key of the group's parent task. The root has the lowest key, so it sorts first.
   static TaskKey keyOf(const TaskScheduler& scheduler) {
     const auto* group = dynamic_cast<const TaskGroup*>(&scheduler);
     return group == nullptr ? TaskKey() : group->parentTask().taskKey();
@@ -184,7 +184,7 @@ void TaskSchedulerRoot::statsRenderTextForDebug(int fd, const String& prefix) co
 
 String TaskSchedulerRoot::statsRenderTextForDebugToString(const String& prefix) const {
   std::ostringstream out;
-  out.exceptions(std::ios::badbit);  // no memory must not look like a short report
+  out.exceptions(std::ios::badbit);  // throw std::bad_alloc instead of returning half a report
   statsRenderTextForDebug(out, prefix);
   return out.str();
 }

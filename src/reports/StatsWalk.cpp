@@ -7,7 +7,8 @@ namespace Tarvo {
 
 namespace {
 
-/// The element behind a bookmark, which moves on; null at the end or without a list.
+/// Moves a bookmark behind the next element and returns that element; null at the end, and when the
+/// bookmark is in no list.
 template <typename List>
 auto* pass(BookmarkListLinkNode& bookmark, List& list) {
   using Element = std::remove_reference_t<decltype(*list.begin())>;
@@ -46,7 +47,7 @@ void StatsWalk::completing(const TaskNameIndex::Completed& record, const TaskSta
     if (parts == parts_.end()) {
       try {
         parts = parts_.try_emplace(key, Parts{record.stat, {}}).first;
-      } catch (const std::bad_alloc&) {  // the walk is less exact then, the record is not
+      } catch (const std::bad_alloc&) {  // this walk counts the task twice; the record stays exact
         return;
       }
     }
@@ -61,7 +62,7 @@ const StatsWalk::Parts* StatsWalk::partsOf(const TaskStat& stat) const {
   return parts == parts_.end() ? nullptr : &parts->second;
 }
 
-/// Not when there was none of it at the walk's turn.
+/// False for a record that had no tasks in it when the walk passed their turn.
 bool StatsWalk::isToVisit(const TaskNameIndex::Completed& record) const {
   const Parts* parts = partsOf(record.stat);
   return parts == nullptr || parts->before.taskCompletedCount() != 0;
@@ -74,7 +75,8 @@ const TaskStat& StatsWalk::completed() const {
 
 StatsWalk::At StatsWalk::next() {
   if (scheduler_ != nullptr && stillThere()) {
-    // Tasks stand in the order of their keys.
+    // The list is sorted by key, since tasks are registered when they are made. So a key above
+    // newestTask_ means that all older tasks have been visited.
     task_ = pass(nextTask_, scheduler_->registeredTasks_);
     if (task_ != nullptr && task_->taskKey() <= newestTask_) {
       lastTask_ = task_->taskKey();

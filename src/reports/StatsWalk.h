@@ -11,10 +11,10 @@
 
 namespace Tarvo {
 
-/// Goes through everything that a root keeps figures of: each scheduler, then its tasks, then its
-/// records of completed tasks. It may stop after every step and go on later: what comes and goes
-/// meanwhile does no harm. What comes is not visited, so that a walk has an end. What ends is
-/// counted once: with the completed when its turn as a task had not come, otherwise as the task
+/// Visits everything that a root keeps figures of: each scheduler, then its tasks, then its records
+/// of completed tasks. The walk may pause after every step. Tasks may be made and destroyed between
+/// steps. New ones are skipped, so the walk terminates. A task that finishes during the walk is
+/// counted once: in its completed record if the walk had not visited it yet, otherwise as the task
 /// that it was.
 class StatsWalk : private TaskNameIndex::Watcher {
  public:
@@ -23,22 +23,24 @@ class StatsWalk : private TaskNameIndex::Watcher {
   explicit StatsWalk(const TaskSchedulerRoot& root)
       : root_(root), newestTask_(root.newestTaskKey()) {}
 
-  /// Moves on. What the accessors below refer to is valid until anything else happens.
+  /// Makes a step. The objects that the accessors below return are valid only until other code
+  /// runs.
   At next();
   At at() const { return at_; }
   TaskScheduler& scheduler() const { return *scheduler_; }
   TaskImpl& task() const { return *task_; }
-  /// Without the tasks that ended after their turn.
+  /// The record's figures without the tasks that finished after the walk had visited them.
   const TaskStat& completed() const;
 
-  /// Sets what the walk stands at back to the start. Of a record those tasks are left.
+  /// Resets the object that the walk is at. A record keeps the figures that completed() leaves out.
   void reset();
 
  private:
-  /// A record to which tasks were added that had had their turn, or are newer than the walk.
+  /// The two parts of a record to which tasks were added that the walk had visited already, or that
+  /// are newer than the walk.
   struct Parts {
-    TaskStat before;  // without them
-    TaskStat later;   // they alone
+    TaskStat before;  // without those tasks
+    TaskStat later;   // those tasks alone
   };
   using RecordKey = std::pair<const ConstStringRef::Elem*, TaskPriority>;
 
@@ -51,13 +53,14 @@ class StatsWalk : private TaskNameIndex::Watcher {
 
   const TaskSchedulerRoot& root_;
   TaskKey newestTask_;
-  TaskKey lastTask_;                  // of this scheduler: those up to it have had their turn
-  std::map<RecordKey, Parts> parts_;  // of this scheduler's records
+  TaskKey lastTask_;                  // tasks of this scheduler up to this key were visited
+  std::map<RecordKey, Parts> parts_;  // for records of this scheduler
   At at_ = At::end;
   TaskScheduler* scheduler_ = nullptr;
   TaskImpl* task_ = nullptr;
   TaskNameIndex::Completed* completed_ = nullptr;
-  // In front of what comes next; out of their lists when those are gone.
+  // Placed before the next task and the next record. They unlink themselves when their lists are
+  // destroyed.
   BookmarkListLinkNode nextTask_{BookmarkListLinkNode::bookmark};
   BookmarkListLinkNode nextCompleted_{BookmarkListLinkNode::bookmark};
 };

@@ -21,8 +21,9 @@ using Type = TaskSchedulerEventType;
 using Event = TaskSchedulerHistory::Event;
 using TimePoint = TaskClock::time_point;
 
-/// The history in the trace event format of Chrome: complete events for runs, which nest,
-/// asynchronous ones for waits, suspensions and idleness, which overlap, instants for the rest.
+/// The history in Chrome's trace event format. Runs are complete events ("X"), since they nest.
+/// Waits, suspensions and idle times are asynchronous events ("b" and "e"), since they overlap. All
+/// other events are instants ("i").
 class Timeline {
  public:
   explicit Timeline(const TaskSchedulerRoot& root) : root_(root) {
@@ -81,7 +82,8 @@ class Timeline {
     }
   }
 
-  /// What ran inside a group's run is a member of it, also when nothing else tells so any more.
+  /// Finds members of groups that no longer exist: a task that ran inside a group's run was a
+  /// member of it.
   void learnMembers() {
     std::vector<const ConstStringRef::Elem*> running;
     const auto& events = root_.history().events();
@@ -139,7 +141,7 @@ class Timeline {
     runs_.erase(std::next(run).base(), runs_.end());
   }
 
-  /// Runs that have not ended lasted until now.
+  /// Runs without an end in the history last until `now`.
   void closeRuns(TimePoint now) {
     for (const Run& run : runs_) complete("run", run.who->text(), run.start, now, run.track);
   }
@@ -148,7 +150,7 @@ class Timeline {
     all[event.name.elem()].push_back(++lastId_);
     asynchronous("b", category, event, lastId_);
   }
-  /// Of several with one name the first.
+  /// Ends the first open interval of that name: the history knows tasks by name only.
   void close(Open& all, const char* category, const Event& event) {
     const auto found = all.find(event.name.elem());
     if (found == all.end() || found->second.empty()) return;
@@ -182,7 +184,7 @@ class Timeline {
     writer_.EndObject();
   }
 
-  /// Opens an event with what all have.
+  /// Writes the members that all events have; the caller adds others and closes the object.
   void begin(const char* phase, const String& what, const TimePoint* time, int track) {
     writer_.StartObject();
     writer_.Key("ph");
@@ -203,9 +205,9 @@ class Timeline {
     writer_.String(valid.data(), static_cast<rapidjson::SizeType>(valid.size()));
   }
 
-  /// The track of a scheduler, or of a task's; those that are gone are on the root's. (A group and
-  /// its parent task share one name. Of tasks of one name in several schedulers, the one that runs
-  /// is in the group that is running.)
+  /// The track of a scheduler, or of a task's scheduler; the root's track for those that no longer
+  /// exist. (A group and its parent task have the same name. When several schedulers have tasks of
+  /// one name, the running task is taken to be in the running group.)
   int trackOf(const Event& event) const {
     const bool ofTask = event.eventType < Type::schedulerIdle;
     if (ofTask && !runs_.empty()) {
@@ -223,7 +225,7 @@ class Timeline {
     return track == taskTracks_.end() || track->first != event.name.elem() ? 1 : track->second;
   }
 
-  /// To the nanosecond: runs that touch must not overlap.
+  /// Microseconds with three decimals: rounded times would make adjacent runs overlap.
   void microseconds(TaskClock::duration duration) {
     const auto count = nanoseconds(duration);
     const String exact = fmt::format("{}{}.{:03}", count < 0 ? "-" : "", std::abs(count / 1000),
@@ -232,12 +234,13 @@ class Timeline {
   }
 
   const TaskSchedulerRoot& root_;
-  TimePoint oldest_;  // what times are counted from, as readers hold them in doubles
+  TimePoint oldest_;  // times are relative to this: readers parse them as doubles
   Impl::JsonBuffer buffer_;
   Impl::JsonWriter writer_{buffer_};
   std::map<const ConstStringRef::Elem*, int> schedulerTracks_;
-  std::set<std::pair<const ConstStringRef::Elem*, int>> taskTracks_;  // and the scheduler's
-  std::vector<Run> runs_;  // that have not ended, the outermost first
+  std::set<std::pair<const ConstStringRef::Elem*, int>>
+      taskTracks_;         // (task, its scheduler's track)
+  std::vector<Run> runs_;  // open runs, the outermost first
   Open waits_, idles_, suspensions_;
   int lastId_ = 0;
 };

@@ -10,7 +10,8 @@ namespace Tarvo {
 
 namespace {
 
-/// Names are interned in the scheduler's cache, so everything is checked before the first one.
+/// Checks the arguments before the first member is initialised: the names are interned in the
+/// scheduler's cache, which needs a scheduler and the right thread.
 std::shared_ptr<TaskScheduler> checked(std::shared_ptr<TaskScheduler> scheduler,
                                        TaskPriority priority, const String& name) {
   TARVO_ASSERT(scheduler != nullptr, "Need a TaskScheduler");

@@ -16,7 +16,8 @@ const TaskScheduler& checkedParent(const std::shared_ptr<TaskScheduler>& parent)
   return *parent;
 }
 
-/// While it exists, a scheduler runs what was scheduled before; what is scheduled meanwhile waits.
+/// While it exists, a scheduler picks only tasks that were scheduled before; tasks scheduled
+/// meanwhile wait for its end.
 class SingleRuns {
  public:
   explicit SingleRuns(TaskScheduler* scheduler) : scheduler_(scheduler) {
@@ -48,7 +49,8 @@ void TaskGroup::ParentTask::taskExecute() {
 }
 
 void TaskGroup::ParentTask::handleResetStats() {
-  if (group_ == nullptr || group_->resetStatsInProgress()) return;  // each is visited by itself
+  // During statsResetAsync() the walk visits the members itself.
+  if (group_ == nullptr || group_->resetStatsInProgress()) return;
   if (const auto group = group_->weak_from_this().lock()) group->resetStats();
 }
 
@@ -68,7 +70,8 @@ TaskGroup::~TaskGroup() {
 }
 
 void TaskGroup::requestSchedulerRun() {
-  // Each member's run asks again, and the first one's request mostly stands.
+  // Every run step of the group requests the next one. Mostly the parent task is scheduled already,
+  // so test that first: it is cheaper than scheduleTask().
   if (!parentTask_->TaskImpl::taskScheduled()) parentTask_->scheduleTask();
 }
 
@@ -123,7 +126,7 @@ void TaskGroup::runMembers(ParentTask& parent) {
     schedulerHasRunnableTasksIs(true, TaskClock::now());
     return;
   }
-  // A member's run has ended, and with it came the request for the next.
+  // runStep() has requested the next step after the last member's run, so the parent is scheduled.
   TARVO_ASSERT(parent.taskScheduled() || parent.taskSuspended(),
                "TaskGroup parentTask should be scheduled.");
   TARVO_ASSERT(schedulerHasRunnableTasks(), "The TaskGroup should have runnable tasks");

@@ -63,7 +63,7 @@ void TaskImpl::scheduleTask() {
   try {
     scheduler.schedulerHasRunnableTasksIs(true, now);
   } catch (...) {
-    unscheduleTaskPrivate(now);  // nobody would come for it
+    unscheduleTaskPrivate(now);  // without a run request the task would stay queued for ever
     throw;
   }
   taskBusyIs(taskScheduled(), now);
@@ -86,7 +86,8 @@ void TaskImpl::unscheduleTaskPrivate(TaskClock::time_point now) {
 }
 
 void TaskImpl::schedulingLatencyIs(TaskClock::time_point now) {
-  // A step begins at the end of the last run, after which tasks may still have been scheduled.
+  // A step starts with the time at which the last run ended. A task may have been scheduled after
+  // that, so the difference may be negative.
   taskLastSchedulingLatency_ = std::max(TaskTimeDuration{0}, nanoseconds(now - taskScheduledTime_));
   taskSchedulingLatencyHighWaterMark_ =
       std::max(taskSchedulingLatencyHighWaterMark_, taskLastSchedulingLatency_);
@@ -120,7 +121,7 @@ void TaskImpl::taskSuspendedIs(bool suspended) {
 }
 
 TaskClock::time_point TaskImpl::taskDoRun(TaskClock::time_point now) {
-  now = std::max(now, taskScheduledTime_);
+  now = std::max(now, taskScheduledTime_);  // see schedulingLatencyIs()
   recordEvent(now, TaskSchedulerEventType::runStart);
   TARVO_ASSERT(!taskOnRunQueue(), "{} is to run and still on a run queue", *this);
   TARVO_ASSERT(!taskCurrentlyRunning_, "{} is running already", *this);
@@ -136,7 +137,7 @@ TaskClock::time_point TaskImpl::taskDoRun(TaskClock::time_point now) {
   } catch (...) {
     try {
       closeRun(true);
-    } catch (...) {  // the body's own exception says more
+    } catch (...) {  // drop it: the body's own exception must reach the loop
       TARVO_TRACE(taskSchedulerTrace, 1, "{} handleTaskBusy() threw after the body had", *this);
     }
     throw;
@@ -153,7 +154,7 @@ TaskClock::time_point TaskImpl::closeRun(bool threw) {
   taskCurrentlyRunning_ = false;
   const auto end = TaskClock::now();
   const TaskTimeDuration used = nanoseconds(end - taskRunStartTime_);
-  // Quotients, since a multiple of the quantum may be too large for the type.
+  // Divides the time instead of multiplying the quantum, which could overflow.
   if (taskQuantum_ != 0 && used / 2 >= taskQuantum_) {
     countViolation(used);
   } else {
@@ -171,7 +172,7 @@ TaskClock::time_point TaskImpl::closeRun(bool threw) {
 void TaskImpl::noteThrow(TaskTimeDuration used) {
   ++taskThrewCount_;
   taskScheduler()->history().newestThrew();
-  // Names are cut so that the line needs no memory: there may be none left.
+  // The names are cut so that the line fits its stack buffer: the exception may be std::bad_alloc.
   TARVO_TRACE(taskSchedulerTrace, 0, "{:.80} of scheduler {:.30} threw after {:.6f} s", taskLabel(),
               taskScheduler()->schedulerName(), static_cast<Time>(used) / 1e9);
 }

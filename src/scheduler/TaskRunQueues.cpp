@@ -60,7 +60,7 @@ std::uint64_t TaskRunQueues::runnableCountUpTo(unsigned priority) const {
 }
 
 void TaskRunQueues::movePersistentToTemporary() {
-  for (const TaskRunQueue& queue : queues_) queue.checkTemporaryIsEmpty();  // all or none
+  for (const TaskRunQueue& queue : queues_) queue.checkTemporaryIsEmpty();  // before any is moved
   for (TaskRunQueue& queue : queues_) queue.movePersistentToTemporary();
 }
 

@@ -68,7 +68,7 @@ void TaskScheduler::taskUnregister(TaskImpl* task) {
   if (task->includeInCompletedTask()) {
     try {
       updateCompletedTaskStats(task->getStats());
-    } catch (const std::bad_alloc&) {  // tasks unregister in their destructors
+    } catch (const std::bad_alloc&) {  // must not leave: destructors call this
       TARVO_TRACE(taskSchedulerTrace, 1, "{} No memory for the figures of {}", *this, *task);
     }
   }
@@ -98,7 +98,7 @@ void TaskScheduler::resetStats() {
   sanityCheckCurrentRunningThread();
   lastSchedulerLatency_ = 0;
   maxSchedulerSlip_ = 0;
-  // A task's hook may destroy it and others.
+  // A task's hook may destroy any task, so a bookmark keeps the place, not an iterator.
   BookmarkListLinkNode place(BookmarkListLinkNode::bookmark);
   registeredTasks_.insertBefore(place, registeredTasks_.begin());
   while (true) {
@@ -109,7 +109,7 @@ void TaskScheduler::resetStats() {
     registeredTasks_.insertBefore(place, std::next(next));
     task.resetStats();
   }
-  nameIndex_->forgetCompleted();  // with those that a hook destroyed before their turn
+  nameIndex_->forgetCompleted();  // last: the hooks may have added records of destroyed tasks
   countCompletedTasks();
 }
 
@@ -118,7 +118,7 @@ void TaskScheduler::requestNextRun(TaskClock::time_point now) {
   try {
     requestSchedulerRun();
   } catch (...) {
-    hasRunnableTasks_ = false;  // so that the next task asks again
+    hasRunnableTasks_ = false;  // so that the next scheduleTask() requests a run
     throw;
   }
 }
@@ -153,10 +153,11 @@ void TaskScheduler::handleSchedulerRun() {
 }
 
 TaskClock::time_point TaskScheduler::runStep(TaskClock::time_point now) {
-  // With the last reference to the task goes perhaps the last one to this scheduler: nothing may
-  // come after.
+  // The task may hold the last reference to this scheduler. So `done` is declared first and
+  // destroyed last: nothing may touch the scheduler after it.
   std::shared_ptr<_TaskBase> done;
-  // A group's steps are all part of one step of its root.
+  // Polls that were put off are counted in steps of the root. All steps of a group are part of one
+  // step of the root, hence the test.
   struct EndOfStep {
     ~EndOfStep() {
       if (Impl::anyPollPending() && &scheduler == root) Impl::endRootStep(root->nextUrgency());
@@ -185,10 +186,11 @@ TaskClock::time_point TaskScheduler::runStep(TaskClock::time_point now) {
     TARVO_TRACE(taskSchedulerTrace, 8, "{} Scheduler completed task, request run", *this);
     requestNextRun(end);
   } catch (...) {
-    // The exception passes through this scheduler on its way to the loop.
+    // The exception still passes through frames of this scheduler on its way to the loop, so the
+    // task, which may hold the scheduler alive, is kept until the loop has returned.
     done = std::exchange(currentlyRunning_, {}).task;
     Impl::ThreadLoop::own().keepObject(kept_, done);
-    requestNextRun(TaskClock::now());  // the others, or the one that finds that there are none
+    requestNextRun(TaskClock::now());  // for the other tasks; if there are none, that step says so
     throw;
   }
   done = std::move(currentlyRunning_.task);

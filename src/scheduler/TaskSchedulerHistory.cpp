@@ -69,7 +69,8 @@ void TaskSchedulerHistory::put(TaskClock::time_point now, TaskSchedulerEventType
   if (!events_.full()) {
     events_.push_front({type, now, name});
   } else if (!events_.empty()) {
-    // Turning the ring makes the oldest the newest without moving anything.
+    // Rotating a full ring turns the oldest entry into the newest in constant time. Assigning its
+    // members instead of pushing a new Event saves a copy in every recorded event.
     events_.rotate(events_.end() - 1);
     Event& event = events_.front();
     event.eventType = type;
@@ -106,7 +107,7 @@ void TaskSchedulerHistory::capacityIs(unsigned int capacity) {
 }
 
 void TaskSchedulerHistory::renderText(std::ostream& out) const {
-  const Events events = events_;  // a stream of the caller's may change the history meanwhile
+  const Events events = events_;  // a copy: the caller's stream may run code that records events
   const auto header = fmt::format(
       "Last {} scheduler events, absolute timestamp and relative to last event", capacity());
   const auto write = [&](const String& line) {

@@ -66,7 +66,7 @@ void TaskSchedulerRoot::runSliceIs(TaskTimeDuration length) {
 
 void TaskSchedulerRoot::callback() {
   sanityCheckCurrentRunningThread();
-  const auto self = weak_from_this().lock();  // a body may drop the last reference
+  const auto self = weak_from_this().lock();  // a body may drop the last other reference
   auto now = TaskClock::now();
   inSlice_ = true;
   try {
@@ -76,7 +76,8 @@ void TaskSchedulerRoot::callback() {
     Impl::passCancellation();
     if (stepWanted_) requestNextRun(TaskClock::now());
     if (self == nullptr || self.use_count() > 1) throw;
-    // The callback control will ask this root what to do with the exception, and it is about to go.
+    // The callback control would call handleCallbackException() of this root, which is destroyed on
+    // return. Keep the exception here instead.
     Impl::keepExceptionForLoop();
     return;
   }
@@ -153,7 +154,7 @@ void TaskSchedulerRoot::suspendedIs(bool suspended) {
   try {
     requestNextRun(now);
   } catch (...) {
-    suspended_ = true;  // so that it can be tried again
+    suspended_ = true;  // no run was requested; the caller may try again
     throw;
   }
 }
@@ -190,7 +191,7 @@ void TaskSchedulerRoot::threadSanityDisabledIs(bool disabled) {
 
 namespace {
 
-// The library has the inline check too, for callers that were compiled without its body.
+// Makes the library export the inline function, for programs compiled when it was not inline.
 [[gnu::used]] constexpr auto threadCheck = &TaskScheduler::sanityCheckCurrentRunningThread;
 
 }  // namespace
@@ -221,7 +222,7 @@ void TaskSchedulerRoot::historyRenderTextForDebug(int fd) const {
 
 String TaskSchedulerRoot::historyRenderTextForDebugToString() const {
   std::ostringstream out;
-  out.exceptions(std::ios::badbit);  // no memory must not look like a short history
+  out.exceptions(std::ios::badbit);  // throw std::bad_alloc instead of returning half a history
   history().renderText(out);
   return out.str();
 }

@@ -22,7 +22,7 @@ constexpr std::string_view priorityLetters = "AHNLS-";
 TaskTimeDuration time2Duration(Time t) {
   TARVO_ASSERT(t >= 0, "t >= 0 && \"time2Duration() negative Time input\"");
   const double exact = t * 1e9;
-  // The largest duration is no double; the next one above it is 2^63.
+  // The largest duration, 2^63 - 1, is not representable as a double; 2^63 is.
   return exact < std::ldexp(1.0, 63) ? static_cast<TaskTimeDuration>(exact) : taskTimeNever;
 }
 

@@ -27,29 +27,30 @@ namespace {
 
 #ifdef __SANITIZE_THREAD__
 
-// libunwind frees its per-thread cache at a moment when the thread sanitizer has already given the
-// thread up, and crashes in it.
+// libunwind frees its per-thread cache at a thread's end, after the thread sanitizer has freed its
+// own state of the thread, and crashes there.
 bool libunwindIsFit() { return false; }
 
 #else
 
-/// How many modules the dynamic loader has taken away so far.
+/// How many modules the dynamic loader has unloaded so far.
 unsigned long long unloads() {
   unsigned long long count = 0;
   dl_iterate_phdr(
       [](dl_phdr_info* info, std::size_t, void* found) {
         *static_cast<unsigned long long*>(found) = info->dlpi_subs;
-        return 1;  // each module tells the same
+        return 1;  // every module reports the same number, so the first one is enough
       },
       &count);
   return count;
 }
 
-/// libunwind remembers how the frames at an address are walked, once for the process and once for
-/// each thread. When modules go, others may take their addresses. The process's memory can be
-/// cleared, that of a thread cannot: it holds until the first unloading.
+/// Whether libunwind's caches can be trusted. It caches how to unwind the frame at an address, once
+/// per process and once per thread. After a module is unloaded, another one may be mapped at its
+/// addresses, and the caches are wrong. The cache of the process can be flushed. The cache of a
+/// thread cannot, so a thread that has used libunwind before an unload must not use it afterwards.
 bool libunwindIsFit() {
-  if (Impl::forkedAmongThreads()) return false;  // its locks may be locked for ever
+  if (Impl::forkedAmongThreads()) return false;  // libunwind's locks may be locked for ever
   static std::atomic<unsigned long long> unloadsAtClearing{0};
   thread_local bool begun = false;
   thread_local unsigned long long unloadsAtFirst = 0;
@@ -69,9 +70,10 @@ bool libunwindIsFit() {
 
 }  // namespace
 
-// unw_backtrace() walks with libunwind's per-thread cache, some thirty times faster than the
-// compiler's unwinder, which in turn waits for nobody and remembers nothing. Both begin with the
-// frame that calls them, which is not wanted; nor is that of a sanitizer in between.
+// unw_backtrace() uses libunwind's per-thread cache and is some thirty times faster than
+// backtrace(), the C library's function, which has neither locks nor caches of its own. Both
+// results begin with the frame of unwind(), and with a sanitizer's frame if there is one. The find
+// skips those.
 void Backtrace::unwind() {
   constexpr int most = maxFrames + 2;
   void* frames[most];

@@ -3,8 +3,8 @@
 
 namespace Tarvo::Impl {
 
-/// Has the C library load the compiler's unwinder, which it otherwise does under a lock when a
-/// backtrace first needs it.
+/// Makes the C library load the compiler's unwinder now. Otherwise the first backtrace() loads it
+/// under the dynamic loader's lock, which may be locked for ever in a forked child.
 void loadUnwinder();
 
 }  // namespace Tarvo::Impl

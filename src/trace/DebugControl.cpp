@@ -21,12 +21,12 @@ template <typename Map, typename Use>
 void forEachWithPrefix(Map& map, const String& prefix, Use use) {
   for (auto entry = map.lower_bound(prefix);
        entry != map.end() && entry->first.starts_with(prefix);) {
-    const auto current = entry++;  // the entry may leave the map meanwhile
+    const auto current = entry++;  // `use` may erase the entry
     use(current->second);
   }
 }
 
-/// Takes a record out of its map. Of two records with one name, only the first is in it.
+/// Removes a record from its map, if it is there: of two records with one name only the first is.
 template <typename Map>
 void remove(Map& map, const String& name, const DebugControl* control) {
   const auto found = map.find(name);
@@ -93,7 +93,8 @@ std::uint16_t DebugControl::parseLevels(const String& text) {
 DebugControl* DebugControl::findWildcard(String name) {
   TARVO_CHECK(Tarvo::Platform::loco().owns_lock() && "DebugControl::findWildcard() no loco");
   initialize();
-  // The beginnings of the name are few, the records may be many.
+  // Looks up each prefix of the name, the shortest first: a name is short, while there may be many
+  // records.
   const std::string_view text = name;
   for (std::size_t size = 0; size <= text.size(); ++size) {
     const auto found = wildCardDebugsMap_->find(text.substr(0, size));
@@ -184,10 +185,10 @@ void DebugControl::clearExact(const String& name, std::uint16_t bits) {
   if (known != debugsMap_->end()) {
     DebugControl* record = known->second;
     record->levels_ = without(record->levels_, bits);
-    // An empty record that stays masks the wildcard for handlers still to come.
+    // An empty record stays if a wildcard matches: for later handlers it overrides the wildcard.
     if (record->levels_ == 0 && wildcard == nullptr) delete record;
   } else if (wildcard != nullptr) {
-    // Stays registered for good, by intent; nothing but the listing shows it.
+    // This handler is never destroyed, on purpose. Only the listing shows it.
     new DebugHandler(name, without(wildcard->levels_, bits), false);
   }
   const auto [begin, end] = DebugHandler::handlerMap_->equal_range(name);
@@ -200,7 +201,8 @@ void DebugControl::clearWildcard(const String& prefix, std::uint16_t bits) {
   forEachWithPrefix(*wildCardDebugsMap_, prefix, [bits](DebugControl* control) {
     control->levels_ = without(control->levels_, bits);
   });
-  // All wildcards go before the exact records are judged by those that are left.
+  // Erase all empty wildcards first: whether an empty exact record stays depends on the wildcards
+  // that are left.
   for (auto entry = wildCardDebugsMap_->begin(); entry != wildCardDebugsMap_->end();) {
     const DebugControl* control = entry++->second;
     if (control->levels_ == 0) delete control;

@@ -10,8 +10,8 @@ namespace Tarvo::Platform {
 
 namespace {
 
-/// Calls `apply(name, levels)` for each entry of "name/levels,name/levels". A comma at the very end
-/// opens no further entry.
+/// Calls `apply(name, levels)` for each entry of "name/levels,name/levels". A trailing comma is
+/// ignored.
 void forEachEntry(const String& text, void (*apply)(const String&, const String&)) {
   std::string_view rest = text;
   while (!rest.empty()) {
@@ -24,7 +24,7 @@ void forEachEntry(const String& text, void (*apply)(const String&, const String&
   }
 }
 
-// A process with more rights than its caller ignores the caller's variables.
+// secure_getenv(): a set-user-id program must not write to a file that its caller chooses.
 void followTraceFileVariable() {
   const char* wanted = secure_getenv("TRACEFILE");
   Impl::TraceFile& file = Impl::traceFile();

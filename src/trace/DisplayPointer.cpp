@@ -12,7 +12,7 @@ String DisplayPointer::toString() const {
   return fmt::format("{:#010x}", reinterpret_cast<std::uintptr_t>(pointer_));
 }
 
-// Unformatted output: whatever the caller set on the stream stays out of it and stays as it was.
+// Unformatted output neither uses nor resets the width and flags that the caller has set.
 std::ostream& operator<<(std::ostream& out, const DisplayPointer& display) {
   const String text = display.toString();
   return out.write(text.data(), static_cast<std::streamsize>(text.size()));

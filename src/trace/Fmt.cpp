@@ -15,7 +15,7 @@ namespace Tarvo {
 
 namespace Platform {
 
-// A program may carry the formatting part alone; then nobody defines the writer.
+// Weak: a program may contain the formatting functions without the trace writer.
 [[gnu::weak]] void dumpDebugMsg(const char* msg, unsigned len, unsigned level, const void* handler,
                                 const char* file, const char* func, int line);
 
@@ -27,12 +27,13 @@ namespace {
 
 constexpr std::size_t leastCapacity = 128;
 
-void empty(fmt::memory_buffer& buffer) {
+void clearAndReserve(fmt::memory_buffer& buffer) {
   buffer.clear();
   buffer.reserve(leastCapacity);
 }
 
-/// Appends to a buffer, whose size is right again when this is gone.
+/// Appends to a buffer through plain pointers, which is faster than the buffer's own functions. The
+/// buffer's size is wrong until the destructor sets it.
 class Appender {
  public:
   explicit Appender(fmt::memory_buffer& buffer)
@@ -45,14 +46,14 @@ class Appender {
 
   void put(fmt::string_view text) {
     makeRoom(text.size());
-    end_ = std::copy_n(text.data(), text.size(), end_);  // no text may have no address
+    end_ = std::copy_n(text.data(), text.size(), end_);  // an empty view's data() may be null
   }
   template <std::integral Number>
   void put(Number number) {
     makeRoom(std::numeric_limits<Number>::digits10 + 2);
     end_ = fmt::format_to(end_, FMT_COMPILE("{}"), number);
   }
-  /// Puts the text up to its next brace, or its end, which is returned.
+  /// Appends the text up to its next brace, or to its end, and returns that place.
   const char* putUpToBrace(const char* text, const char* textEnd) {
     makeRoom(static_cast<std::size_t>(textEnd - text));
     char* end = end_;
@@ -70,7 +71,7 @@ class Appender {
   }
   [[gnu::noinline, gnu::cold]] void grow(std::size_t more) {
     const std::size_t before = size();
-    buffer_.resize(before);  // so much is kept
+    buffer_.resize(before);  // reserve() keeps size() bytes
     buffer_.reserve(before + more);
     end_ = buffer_.data() + before;
     limit_ = buffer_.data() + buffer_.capacity();
@@ -81,7 +82,7 @@ class Appender {
   char* limit_;
 };
 
-/// Puts what "{}" makes of text or an integer; false for anything else.
+/// Appends a text or an integer as "{}" formats it; returns false for other types.
 struct PlainPutter {
   template <typename T>
   bool operator()(T value) const {
@@ -94,8 +95,9 @@ struct PlainPutter {
   Appender& message;
 };
 
-/// Puts a message of nothing but text, integers and plain "{}", as most are, in a fraction of the
-/// time that the formatting library takes. False when there is more to the message.
+/// Formats a message whose arguments are all texts and integers, with plain "{}", as most messages
+/// are. Takes a fraction of the formatting library's time. Returns false for any other message;
+/// part of it may then have been appended.
 bool putPlain(Appender& message, fmt::string_view format, fmt::format_args args) {
   const char* at = format.begin();
   for (int next = 0;; ++next) {
@@ -107,7 +109,7 @@ bool putPlain(Appender& message, fmt::string_view format, fmt::format_args args)
   }
 }
 
-/// The same as a step of its own: the buffer is as it was when the message is not plain.
+/// The same, but leaves the buffer unchanged when it returns false.
 bool appendPlain(fmt::memory_buffer& buffer, fmt::string_view format, fmt::format_args args) {
   const std::size_t before = buffer.size();
   if (Appender message(buffer); putPlain(message, format, args)) return true;
@@ -125,7 +127,7 @@ void vfmtrace(const void* handler, unsigned level, const char* file, bool withFu
     buildMessageBuffer(buffer, withFunc, func, className, format, args);
   } catch (...) {
     Tarvo::Impl::passCancellation();
-    // A message that cannot be made must not break the code that it reports on.
+    // An exception from formatting must not reach the traced code.
     buffer.append(unshownArgument);
   }
   dumpDebugMsg(buffer.data(), buffer.size(), level, handler, file, func, line);
@@ -141,7 +143,7 @@ void dumpDebugMsg(const char* msg, std::size_t len, std::uint32_t level, const v
 
 void buildMessageBuffer(fmt::memory_buffer& buffer, bool withFunc, const char* func,
                         const char* className, fmt::string_view format, fmt::format_args args) {
-  empty(buffer);
+  clearAndReserve(buffer);
   buildMessageBufferInternal(buffer, withFunc, func, className, format, args);
 }
 
@@ -162,7 +164,7 @@ void buildMessageBufferInternal(fmt::memory_buffer& buffer, bool withFunc, const
 void buildDetailedMessageBuffer(fmt::memory_buffer& buffer, const char* file, int line,
                                 bool withFunc, const char* func, const char* className,
                                 fmt::string_view format, fmt::format_args args) {
-  empty(buffer);
+  clearAndReserve(buffer);
   fmt::format_to(fmt::appender(buffer), "{}:{}: ", file != nullptr ? file : "", line);
   buildMessageBufferInternal(buffer, withFunc, func, className, format, args);
 }

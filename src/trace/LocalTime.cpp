@@ -12,7 +12,8 @@ namespace Tarvo::Impl {
 
 namespace {
 
-/// Tells zones apart by what the C library shows of the present one.
+/// A fingerprint of the C library's current zone, to notice tzset(). Two zones with equal offset,
+/// DST flag and names are taken for the same.
 std::uint64_t shownZone() {
   constexpr std::uint64_t odd = 0x9e3779b97f4a7c15;  // spreads the bits
   std::uint64_t zone = static_cast<std::uint64_t>(::timezone);
@@ -23,17 +24,17 @@ std::uint64_t shownZone() {
 
 std::atomic<long> lastOffset{0};
 std::atomic<std::uint64_t> zoneAtFork{0};
-thread_local bool looking = false;  // a line from a signal handler must not look again
+thread_local bool looking = false;  // for a trace line from a signal handler during offsetAt()
 
-/// Whether the C library may wait for ever for a lock that nobody is left to free. What it shows
-/// changes under that lock: once it has changed in the child, the lock is known to be in order.
+/// Whether localtime_r() might block for ever on the C library's lock, which a thread of the parent
+/// may have held at the fork. A changed fingerprint shows that somebody has taken and released that
+/// lock in the child, so it is usable.
 bool mayHang() {
   return looking ||
          (forkedAmongThreads() && shownZone() == zoneAtFork.load(std::memory_order_relaxed));
 }
 
-/// Seconds that the local time is ahead of the count of seconds, leap seconds included where the
-/// zone has them.
+/// Finds the offset of local time from UTC, in seconds (with leap seconds, if the zone has them).
 bool offsetAt(std::time_t second, bool zoneSet, long& offset) {
   if (mayHang()) {
     offset = lastOffset.load(std::memory_order_relaxed);
@@ -59,7 +60,7 @@ bool offsetAt(std::time_t second, bool zoneSet, long& offset) {
 }  // namespace
 
 void keepOffsetForChild() {
-  if (__libc_single_threaded != 0) return;  // then the child may look for itself
+  if (__libc_single_threaded != 0) return;  // then the child may call localtime_r() itself
   long offset = 0;
   offsetAt(std::time(nullptr), false, offset);
 }
@@ -92,7 +93,7 @@ bool LocalTime::secondIs(std::time_t second) {
   fmt::format_to(time_, FMT_COMPILE("{:02}:{:02}:{:02}"), time.hours().count(),
                  time.minutes().count(), time.seconds().count());
   second_ = second;
-  zone_ = shownZone();  // which the look-up may have changed
+  zone_ = shownZone();  // again, as tzset() in offsetAt() may have changed it
   return true;
 }
 

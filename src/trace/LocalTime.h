@@ -11,8 +11,8 @@
 
 namespace Tarvo::Impl {
 
-/// Where TZ stands in the environment. Zones may differ in nothing that the C library shows, so a
-/// new value is noticed here, in a few loads.
+/// Notices changes of the variable TZ with a few loads, by the addresses of its entry. (The
+/// fingerprint of the zone is not enough: two zones may have equal ones.)
 class ZoneVariable {
  public:
   /// Whether TZ may have another value than at the last look.
@@ -26,15 +26,15 @@ class ZoneVariable {
   char** all_ = nullptr;
   std::size_t at_ = 0;            // of TZ, or of the end of the list
   const char* entry_ = nullptr;   // null without TZ
-  const char* before_ = nullptr;  // an entry at the end shows in one of the two places
+  const char* before_ = nullptr;  // the entry before it, which shows when the list has shrunk
 };
 
 /// The local date and time of a second as text, "2026-05-01 " and "12:00:01".
 ///
-/// The C library breaks a second down at a cost above that of all the rest of a line, so it is
-/// asked once a second for the offset from UTC, and the rest is arithmetic. It does that under a
-/// lock of its own, which may be locked for ever in a child that was forked among threads: there
-/// the offset stays the one at the fork until the zone is seen to change.
+/// localtime_r() costs more than all the rest of a trace line. So it is called once per second to
+/// get the offset from UTC; the rest is arithmetic. localtime_r() takes a lock that may stay locked
+/// for ever in a child that was forked while other threads existed. There the offset of the moment
+/// of the fork is used until the zone is seen to change.
 class LocalTime {
  public:
   /// False when the C library cannot break the second down.
@@ -53,8 +53,8 @@ class LocalTime {
   static constexpr std::size_t textSize = 16;
 
  private:
-  std::time_t second_ = std::numeric_limits<std::time_t>::min();  // none that has a date
-  std::uint64_t zone_ = 0;  // what the C library showed of the zone then
+  std::time_t second_ = std::numeric_limits<std::time_t>::min();  // never equal to the clock
+  std::uint64_t zone_ = 0;  // the fingerprint of the zone for which the text was made
   ZoneVariable variable_;
   char date_[textSize] = {};
   std::size_t dateSize_ = 0;

@@ -12,7 +12,7 @@ enum class TraceField : std::uint8_t { date, time, pid, tid, handle, level, line
 constexpr std::array<const char*, 8> traceFieldNames = {
     "date", "time", "pid", "tid", "handle", "level", "line-info", "func-name"};
 
-/// Which fields are on. One word, so that a line is never laid out by half of a change.
+/// Which fields are on. One byte, so that a line never sees half of a change.
 class TraceFields {
  public:
   constexpr explicit TraceFields(std::uint8_t bits = 0) : bits_(bits) {}

@@ -39,8 +39,8 @@ using Impl::TraceFields;
 
 thread_local Impl::LocalTime localTime;
 
-/// A line while it is made. Its storage has its whole size from the start and is on the stack,
-/// unless the line is long: nothing is checked or grown on the way.
+/// A line that is being composed. Its storage has the full size from the start, so that appending
+/// needs no checks; only a long line allocates.
 class Line {
  public:
   /// `textSize` bytes of text, besides the numbers, the date and the time.
@@ -70,7 +70,7 @@ class Line {
   char* end_;
 };
 
-/// The texts of the fields that are on. One that is missing has no data, unlike an empty one.
+/// The texts of the fields that are on. A missing text has null data(), unlike an empty one.
 struct FieldTexts {
   std::string_view handle;
   std::string_view file;
@@ -110,7 +110,7 @@ void putPrefix(Line& line, TraceFields fields, const FieldTexts& texts, unsigned
   if (fields.has(TraceField::tid)) line.field(Tarvo::gettid());
   if (texts.handle.data() != nullptr) line.field(texts.handle);
   if (fields.has(TraceField::level)) line.field(level);
-  // A missing name ends the prefix.
+  // When the file or the function is missing, the rest of the prefix is left out.
   if (fields.has(TraceField::lineInfo)) {
     if (texts.file.data() == nullptr) return;
     line.put(texts.file);

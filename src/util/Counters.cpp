@@ -18,21 +18,24 @@ namespace {
 
 using Registry = std::unordered_map<String, Metric*>;
 
-// REQUIRES: the global lock. Never destroyed, nor is a metric: they are counted up to the end.
+// REQUIRES: the global lock. The map and the metrics are never destroyed: static objects may count
+// while the process exits.
 Registry& registry() {
   static auto& map = *new Registry;
   return map;
 }
 
-// Both under the global lock.
-bool pluginWanted = true;
+// Guarded by the global lock.
+bool pluginWanted = true;  // loading the plug-in has not been tried yet
 CountersPlugin* counters = nullptr;
 
 constinit Impl::CounterTable noBlocks{};
 
 }  // namespace
 
-/// What one thread has counted, until it ends. Blocks and the list change under the global lock.
+/// The additions of one thread. When the thread ends, the destructor adds them to the metrics. The
+/// list of tallies, and the table of blocks, are changed under the global lock; the numbers in the
+/// blocks are changed by their thread without a lock.
 class Impl::Tally {
  public:
   Tally() = default;
@@ -40,7 +43,7 @@ class Impl::Tally {
   Tally& operator=(const Tally&) = delete;
   ~Tally();
 
-  /// That of the calling thread; null when its thread-local objects are being destroyed.
+  /// The tally of the calling thread; null when it was destroyed already, at the end of the thread.
   static Tally* own();
   /// Null when there is no memory.
   CounterBlock* makeBlock(std::size_t number);
@@ -121,7 +124,7 @@ Metric& Metric::of(MetricKind kind, const String& name, const String& help) {
     auto* found = dynamic_cast<CountersPlugin*>(plugin);
     TARVO_ASSERT(plugin == nullptr || found != nullptr,
                  "the plug-in Counters is no Tarvo::CountersPlugin");
-    const Registry early = registry();  // made by the plug-in's own initialisers
+    const Registry early = registry();  // metrics that the plug-in's initialisers have made
     counters = found;
     for (const auto& entry : early) entry.second->show();
   }

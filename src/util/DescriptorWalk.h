@@ -11,21 +11,22 @@
 
 namespace Tarvo::Impl {
 
-/// Goes over the open descriptors of all processes.
+/// Walks over the open descriptors of all processes, in small steps.
 class DescriptorWalk {
  public:
   DescriptorWalk();
 
-  /// Goes on by a process or by a descriptor; false at the end.
+  /// Advances to the next process or to its next descriptor; false at the end.
   bool next();
 
-  /// Whether it stands at a descriptor now; which one, and the open folder of its process.
+  /// Whether the walk is at a descriptor; its number, its process, and that process's open
+  /// directory under /proc.
   bool atDescriptor() const { return descriptor_ >= 0; }
   int descriptor() const { return descriptor_; }
   pid_t pid() const { return pid_; }
   int folder() const { return folder_.get(); }
 
-  /// The processes that could not be looked at, by rising number.
+  /// The processes that the kernel did not let us examine, sorted by number.
   const std::vector<pid_t>& refused() const { return refused_; }
 
  private:

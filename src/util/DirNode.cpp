@@ -98,7 +98,7 @@ std::vector<String> DirNode::findFiles(const String& extension) const {
 
 bool DirNode::isFileOrLink(const dirent& entry) const {
   if (entry.d_type != DT_UNKNOWN) return entry.d_type == DT_REG || entry.d_type == DT_LNK;
-  // Some file systems leave it to those who want to know.
+  // Some file systems do not fill in d_type.
   struct stat status;
   const char* name = static_cast<const char*>(entry.d_name);
   return fstatat(dirfd(stream_), name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&

@@ -28,7 +28,8 @@ bool hasChecksum(int fd, std::uint32_t checksum) {
   return size == 0 && sum.checksum() == checksum && lseek(fd, 0, SEEK_SET) == 0;
 }
 
-/// The library's own search would go on and ask servers; a report must not wait for the network.
+/// Replaces libdwfl's standard search, which would query debuginfod servers: a report must not wait
+/// for the network.
 int findDebugFile(Dwfl_Module* module, void** user, const char* path, Dwarf_Addr begin,
                   const char* file, const char* link, GElf_Word checksum, char** found) {
   const int byId =
@@ -87,7 +88,7 @@ class DwarfReader final : public SymbolReader {
     const char* name;
   };
 
-  /// The library itself would look through all symbols for each address.
+  /// Sorts the functions by address once. libdwfl's own look-up is linear in the number of symbols.
   void list() {
     const int count = dwfl_module_getsymtab(module_);
     for (int i = 1; i < count; ++i) {
@@ -121,7 +122,7 @@ class DwarfReader final : public SymbolReader {
     void operator()(Dwfl* session) const { dwfl_end(session); }
   };
   std::unique_ptr<Dwfl, End> session_;
-  Dwfl_Module* module_ = nullptr;  // the session's, as are the names
+  Dwfl_Module* module_ = nullptr;  // owned by the session, as the names in functions_ are
   bool listed_ = false;
   std::vector<Function> functions_;  // by address
 };

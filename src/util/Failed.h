@@ -9,7 +9,7 @@
 
 namespace Tarvo::Impl {
 
-/// "cannot VERB NAME: REASON", with the zero bytes of the name made visible.
+/// "cannot VERB NAME: REASON"; zero bytes in the name are shown as "\0".
 String failureText(std::string_view verb, std::string_view name, int error);
 
 inline std::error_code errorCode(int error) { return {error, std::generic_category()}; }

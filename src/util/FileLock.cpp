@@ -24,18 +24,20 @@ namespace {
 
 /// Locks or unlocks the whole file; 0, or an errno.
 int setLock(int fd, short type) {
-  struct flock all {};  // the process id must be 0 for this kind
+  struct flock all {};  // l_pid must be 0 for locks of open file descriptions
   all.l_type = type;
   all.l_whence = SEEK_SET;
   return fcntl(fd, cmd_F_OFD_SETLK(), &all) == 0 ? 0 : errno;
 }
 
-/// The open file, or -1 and errno; made when there is none, for everybody to open.
+/// Opens the lock file; makes it, readable and writable for everybody, when it does not exist.
+/// Returns -1 and errno on failure.
 int openLockFile(const char* path) {
-  // One that is there needs no umask, and in some directories may not be opened with O_CREAT.
+  // Without O_CREAT first: then the umask need not change, and in a sticky directory the kernel may
+  // refuse O_CREAT for a file of another user (fs.protected_regular).
   const int existing = Impl::openFile(path, O_RDWR);
   if (existing >= 0 || errno != ENOENT) return existing;
-  const Platform::LocoGuard guard;  // the umask is the whole process's
+  const Platform::LocoGuard guard;  // the umask belongs to the process, so change it one at a time
   int error = 0;
   int fd = -1;
   {
@@ -85,7 +87,7 @@ bool FileLock::lock(bool reentry) {
   }
   TARVO_ASSERT(fcntl(fd.get(), F_SETFD, FD_CLOEXEC) == 0, "unexpected error:{} file:{}",
                std::strerror(errno), path_);
-  // Of a file that was replaced under its name.
+  // A descriptor held before this call refers to a file that was replaced under its name; close it.
   const Impl::OwnedFd replaced(std::exchange(descriptor_, fd.release()));
   ownerPid_ = getpid();
   TARVO_TRACE(*this, 5, "acquired lock on file:{}", path_);

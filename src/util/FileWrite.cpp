@@ -24,7 +24,7 @@ int writeAll(int fd, std::string_view text) {
   return 0;
 }
 
-/// Replaces one file of a folder. Every operation gives 0 or an errno.
+/// Replaces one file of a directory. Each operation returns 0 or an errno.
 class Replacement {
  public:
   explicit Replacement(const String& path) {
@@ -56,7 +56,7 @@ class Replacement {
   int writeTemporary(std::string_view contents, mode_t mode) {
     static std::atomic<unsigned> count = 0;
     Impl::OwnedFd file;
-    do {  // a name that is taken was left behind by a process of the same number
+    do {  // an earlier process with our number may have left files behind
       temporary_ = fmt::format(".tarvo-{}-{}", getpid(), ++count);
       file = Impl::OwnedFd(
           openat(folder_.get(), temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
@@ -68,7 +68,8 @@ class Replacement {
     return file.close();
   }
 
-  /// Puts the new file where none was, and takes it away again when that does not last.
+  /// Gives the new file its name when there was no old one. Removes it again when the directory
+  /// cannot be synced.
   int place() {
     if (renameat(folder_.get(), temporary_.c_str(), folder_.get(), name_.c_str()) != 0) {
       return errno;
@@ -80,10 +81,11 @@ class Replacement {
     return error;
   }
 
-  /// Lets old and new change places, so that the old one can come back while anything may fail.
+  /// Exchanges the names of the old and the new file, so that the old one can be restored as long
+  /// as a step may fail.
   int exchange() {
     if (const int error = swapNames()) {
-      if (error == ENOENT) return place();  // somebody removed it
+      if (error == ENOENT) return place();  // the old file was removed meanwhile
       return error == EINVAL || error == ENOSYS ? placeOverOld() : error;
     }
     if (fsync(folder_.get()) == 0 && unlinkat(folder_.get(), temporary_.c_str(), 0) == 0) {
@@ -101,7 +103,7 @@ class Replacement {
     return result == 0 ? 0 : errno;
   }
 
-  /// For file systems whose names cannot change places.
+  /// For file systems without RENAME_EXCHANGE.
   int placeOverOld() {
     if (renameat(folder_.get(), temporary_.c_str(), folder_.get(), name_.c_str()) != 0) {
       return errno;
@@ -115,7 +117,7 @@ class Replacement {
   String temporary_;
   Impl::OwnedFd folder_;
   bool old_ = false;
-  bool made_ = false;  // the temporary is there
+  bool made_ = false;  // the temporary file exists
 };
 
 }  // namespace

@@ -12,7 +12,7 @@ namespace Tarvo {
 
 namespace {
 
-constexpr std::size_t firstRead = 16384;  // for files that claim no size
+constexpr std::size_t firstRead = 16384;  // for files that report size 0
 
 int openForReading(int folder, const char* path) {
   int fd = 0;
@@ -47,7 +47,7 @@ int Impl::readFile(int folder, const char* path, std::size_t limit, String& cont
   const auto claimed = S_ISREG(status.st_mode) ? static_cast<std::size_t>(status.st_size) : 0;
   if (claimed > limit) return EFBIG;
   String text;
-  // The byte beyond the size, or beyond the limit, is what shows the end.
+  // One byte more than the size or the limit: only a read beyond the end shows that it is the end.
   text.resize(std::min(limit, claimed > 0 ? claimed : firstRead) + 1);
   std::size_t filled = 0;
   for (;;) {

@@ -16,7 +16,7 @@ namespace {
 constexpr InternetAddress anyV6{};
 constexpr InternetAddress anyV4{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff};
 
-/// Takes words, which blanks and further separators part, from the front of a line.
+/// Takes words from the front of a line. Leading blanks are skipped.
 class Words {
  public:
   explicit Words(std::string_view line) : line_(line) {}
@@ -44,7 +44,8 @@ class Words {
   bool good_ = true;
 };
 
-/// Eight hexadecimal digits of each four bytes, which the kernel shows as a number of the machine.
+/// Parses an address from /proc/net: eight hexadecimal digits for each four bytes, which the kernel
+/// prints as an integer in host byte order.
 std::optional<InternetAddress> parseHexAddress(std::string_view digits) {
   InternetAddress address = anyV4;
   if (digits.size() != 8 && digits.size() != 32) return std::nullopt;
@@ -78,7 +79,7 @@ std::optional<std::string_view> TableReader::next() {
   while (end == String::npos) {
     text_.erase(0, std::exchange(taken_, 0));
     const auto kept = text_.size();
-    constexpr std::size_t portion = 4096;  // what the kernel gives at a time
+    constexpr std::size_t portion = 4096;  // the kernel returns at most a page per read
     text_.resize(kept + portion);
     const ssize_t got = read(file_.get(), text_.data() + kept, portion);
     const int error = errno;
@@ -135,7 +136,8 @@ std::optional<FileLockEntry> parseFileLock(std::string_view line) {
   Words words(line);
   words.next();  // the entry's number
   const auto kind = words.next();
-  if (kind != "POSIX" && kind != "FLOCK" && kind != "OFDLCK") return std::nullopt;  // or waits
+  // A waiting process's line has "->" here.
+  if (kind != "POSIX" && kind != "FLOCK" && kind != "OFDLCK") return std::nullopt;
   for (int skipped = 0; skipped < 2; ++skipped) words.next();
   FileLockEntry lock{};
   lock.pid = words.number<pid_t>(10);

@@ -13,12 +13,12 @@
 
 namespace Tarvo::Impl {
 
-/// Reads a table of /proc line by line, in proportion to what is asked for.
+/// Reads a table of /proc line by line, and only as far as the caller asks: a table may be long.
 class TableReader {
  public:
   /// False when there is no such table.
   bool open(const char* path);
-  /// The next line without its end, valid until the next call; none behind the last one.
+  /// The next line without its line end, valid until the next call; none after the last one.
   std::optional<std::string_view> next();
 
  private:
@@ -28,7 +28,7 @@ class TableReader {
   std::size_t taken_ = 0;
 };
 
-/// An address of either family, that of IPv4 in its place among those of IPv6.
+/// An IPv6 address, or an IPv4 address mapped to IPv6.
 using InternetAddress = std::array<std::uint8_t, 16>;
 std::optional<InternetAddress> parseAddress(const String& text);
 
@@ -38,7 +38,7 @@ struct InternetSocket {
   unsigned state;
   ino_t inode;
 
-  /// Whether it takes what is sent to `wanted`.
+  /// Whether the socket receives what is sent to `wanted`.
   bool servesAddress(const InternetAddress& wanted) const;
 };
 
@@ -54,7 +54,7 @@ struct FileLockEntry {
   ino_t inode;
 };
 
-/// What a line says; none of a head line and of one that is about something else.
+/// Parse a line of a table; none for a heading and for other kinds of entries.
 std::optional<InternetSocket> parseInternetSocket(std::string_view line);
 std::optional<UnixSocket> parseUnixSocket(std::string_view line);
 std::optional<FileLockEntry> parseFileLock(std::string_view line);

@@ -20,7 +20,7 @@ char* firstOf(char c, char* begin, char* end) {
   return found != nullptr ? static_cast<char*>(found) : end;
 }
 
-/// Reads a line from its front.
+/// Parses a line from its front.
 class Line {
  public:
   Line(char* begin, char* end) : begin_(begin), end_(end) {}
@@ -34,7 +34,7 @@ class Line {
     return value;
   }
   void expect(char c) { good_ = good_ && next() == c; }
-  /// One of two letters; whether it is the first.
+  /// Takes one of two letters; true for the first.
   bool flag(char yes, char no) {
     const char c = next();
     good_ = good_ && (c == yes || c == no);
@@ -56,7 +56,7 @@ class Line {
   bool good_ = true;
 };
 
-/// The name as it was before the kernel wrote its line ends as \012, made in place.
+/// Converts \012, which the kernel writes for a line end in a name, back in place.
 std::string_view unescape(char* begin, char* end) {
   constexpr std::string_view escape = "\\012";
   char* to = firstOf('\\', begin, end);

@@ -10,7 +10,7 @@
 
 namespace Tarvo::Impl {
 
-/// Owns an open descriptor, or none. Its end leaves errno alone and begins no cancellation.
+/// Owns an open descriptor, or none. The destructor preserves errno and is no cancellation point.
 class OwnedFd {
  public:
   OwnedFd() = default;
@@ -26,7 +26,7 @@ class OwnedFd {
     errno = error;
   }
 
-  /// Closes; 0, or an errno.
+  /// Closes the descriptor; returns 0 or an errno.
   int close() {
     const Uncancelled whole;
     return ::close(std::exchange(fd_, -1)) == 0 ? 0 : errno;

@@ -14,13 +14,14 @@
 
 namespace Tarvo::Impl {
 
-/// First the lines of some tables, then all descriptors; those who derive know what to look for.
+/// The steps of a search: first the lines of some tables, then the descriptors of all processes.
+/// Derived classes decide which lines and descriptors match.
 class OwnerWalk {
  public:
   explicit OwnerWalk(std::vector<const char*> tables) : tables_(std::move(tables)) {}
   virtual ~OwnerWalk() = default;
 
-  /// One short step; false when there was none left to do.
+  /// Makes one short step; false when the search has ended.
   bool advance() {
     if (done_ || readTables()) return !done_;
     if (!walk_ && worthWalking()) walk_.emplace();
@@ -55,7 +56,7 @@ class OwnerWalk {
   virtual void look(const DescriptorWalk& walk) = 0;
   virtual void complete(const DescriptorWalk&) {}
 
-  /// Whether there was something left to read.
+  /// Reads a line of the tables; false when all tables have been read.
   bool readTables() {
     if (!tableOpen_) {
       if (tables_.empty()) return false;
@@ -76,7 +77,7 @@ class OwnerWalk {
   std::optional<DescriptorWalk> walk_;
   bool done_ = false;
   std::vector<Owner> owners_;
-  std::unordered_set<ino_t> inodes_;  // found in the process found last
+  std::unordered_set<ino_t> inodes_;  // already reported for the last process in owners_
   std::size_t refused_ = 0;
 };
 

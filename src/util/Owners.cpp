@@ -48,7 +48,7 @@ class Sockets : public OwnerWalk {
  public:
   using OwnerWalk::OwnerWalk;
   void seek(ino_t inode, bool listening) {
-    if (inode != 0) sought_.emplace(inode, listening);  // those that wait for their end have none
+    if (inode != 0) sought_.emplace(inode, listening);  // sockets in TIME_WAIT have inode 0
   }
 
  private:
@@ -59,7 +59,7 @@ class Sockets : public OwnerWalk {
     if (found != sought_.end()) addHere(walk, found->first, found->second);
   }
 
-  std::unordered_map<ino_t, bool> sought_;  // and whether it listens
+  std::unordered_map<ino_t, bool> sought_;  // by inode: whether the socket listens
 };
 
 class InternetSockets : public Sockets {
@@ -112,7 +112,7 @@ class Locks : public OwnerWalk {
   }
 
   void look(const DescriptorWalk& walk) override {
-    // Asks no server and no daemon of a file system, which may not answer.
+    // AT_STATX_DONT_SYNC: a network file system or a FUSE daemon might never answer.
     struct statx status;
     const auto name = fmt::format("fd/{}", walk.descriptor());
     if (statx(walk.folder(), name.c_str(), AT_STATX_DONT_SYNC, STATX_INO, &status) != 0) return;
@@ -136,8 +136,9 @@ class Locks : public OwnerWalk {
     return false;
   }
 
-  /// A process number in the kernel's list may be that of whoever took the lock and has ended, so
-  /// it counts only where the descriptors could not be looked at.
+  /// The process number in /proc/locks is that of the process that took the lock, which may have
+  /// passed it on and ended. So it is used only for processes whose descriptors we could not
+  /// examine.
   void complete(const DescriptorWalk& walk) override {
     for (const pid_t pid : lockers_) {
       const auto& refused = walk.refused();
@@ -180,7 +181,7 @@ OwnerSearch OwnerSearch::ofUnixSocket(const String& path) {
   if (path.empty() || path.find('\n') != String::npos) {
     RuntimeException::throwException(failureText("search for owners of Unix path", path, EINVAL));
   }
-  String shown = path;  // as the table has it
+  String shown = path;  // as the kernel's table shows it
   std::replace(shown.begin(), shown.end(), '\0', '@');
   return OwnerSearch(std::make_unique<UnixSockets>(std::move(shown)));
 }

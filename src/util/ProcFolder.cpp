@@ -16,8 +16,8 @@ namespace {
 constexpr unsigned long kernelThreadFlag = 0x00200000;  // PF_KTHREAD of the kernel
 constexpr std::size_t noLimit = std::numeric_limits<std::size_t>::max();
 
-/// The numbered field of a line of /proc/PID/stat, counted as proc(5) does. The second one is the
-/// title in parentheses, with any bytes in it, so the count begins behind the last parenthesis.
+/// A field of a line of /proc/PID/stat, by its number in proc(5). The second field is the title in
+/// parentheses, which may contain any bytes, so counting starts behind the last parenthesis.
 std::string_view statField(std::string_view line, int number) {
   const auto title = line.rfind(')');
   if (title == std::string_view::npos) return {};
@@ -77,7 +77,7 @@ std::optional<String> readOf(const Process& process, const char* file) {
     failToRead(fmt::format("/proc/{}/{}", process.pid(), file), error);
   }
   if (!contents.empty()) return contents;
-  // A kernel thread has nothing to tell; nor has one that ended just now.
+  // An empty file means a kernel thread, or a process that has just ended.
   const auto stat = processStat(folder.get());
   return error == 0 && stat && !stat->ended() ? std::optional(contents) : std::nullopt;
 }

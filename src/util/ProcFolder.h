@@ -10,7 +10,7 @@
 
 namespace Tarvo::Impl {
 
-/// What /proc/PID/stat says, as far as it is used here.
+/// The fields of /proc/PID/stat that are used here.
 struct ProcessStat {
   char state = 0;
   unsigned long flags = 0;
@@ -20,18 +20,18 @@ struct ProcessStat {
   bool kernelThread() const;
 };
 
-/// Reads it through the open folder of the process; none when the process is gone.
+/// Reads /proc/PID/stat through the process's open directory; none when the process has ended.
 std::optional<ProcessStat> processStat(int folder);
 
-/// The folder of a process under /proc: what is read through it is of that very process, whoever
-/// has its number later. None when there is no such process.
+/// Opens the directory of a process under /proc. Files opened through it belong to that process,
+/// even when its number is reused. Empty when there is no such process.
 OwnedFd openProcess(pid_t pid);
 
-/// Whether `error` is how /proc says that a process has ended.
+/// Whether `error` means that the process has ended.
 inline bool isGone(int error) { return error == ENOENT || error == ESRCH; }
 inline bool isRefused(int error) { return error == EACCES || error == EPERM; }
 
-/// Throws what a failure to read a file of /proc deserves, but for those that isGone() knows.
+/// Throws the exception for a failure to read a file of /proc. REQUIRES: !isGone(error).
 [[noreturn]] void failToRead(std::string_view name, int error);
 
 /// The contents of one file of the process; none when it has ended.

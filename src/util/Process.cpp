@@ -25,7 +25,7 @@ nanoseconds now(clockid_t clock) {
   return std::chrono::seconds(time.tv_sec) + nanoseconds(time.tv_nsec);
 }
 
-/// Whether the folder is that of a process and not of another thread of one.
+/// Whether the directory is that of a process, not of one of its other threads.
 bool isProcess(int folder, pid_t pid) {
   String status;
   const int error = Impl::readFile(folder, "status", 1 << 20, status);
@@ -86,8 +86,8 @@ std::optional<std::vector<String>> Process::commandLine() const {
 }
 
 void Process::titleIs(const String& title) {
-  // Of its own thread everybody may set it; the file also works from the others, but not for a
-  // process that has changed its user.
+  // prctl() always works, but only for the calling thread. The file works from any thread, but not
+  // in a process that has changed its user.
   if (isMainThread()) {
     prctl(PR_SET_NAME, title.c_str());
     return;

@@ -44,7 +44,7 @@ std::uint32_t Random::getSeed() { return seed; }
 std::uint64_t Random::rand64() { return engine()(); }
 
 String Random::randomString(unsigned length) {
-  // The zero byte at the end is one of the 63.
+  // The terminating zero counts as the 63rd character.
   static constexpr char alphabet[] =
       "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
   static_assert(sizeof alphabet == 63);

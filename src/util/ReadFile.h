@@ -7,8 +7,8 @@
 
 namespace Tarvo::Impl {
 
-/// Reads a file to its end, whatever size it claims; 0, or an errno (EFBIG beyond the limit) and no
-/// contents. A relative path begins at the open folder.
+/// Reads a file to its end, whatever size it reports. Returns 0, or an errno and no contents; EFBIG
+/// for more than `limit` bytes. A relative path starts at the open directory `folder`.
 int readFile(int folder, const char* path, std::size_t limit, String& contents);
 
 }  // namespace Tarvo::Impl

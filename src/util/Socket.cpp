@@ -37,7 +37,7 @@ void* makeInside(void* argument) {
   return nullptr;
 }
 
-/// Runs the request on a thread of its own, which takes no signals; 0, or an errno.
+/// Runs the request on a new thread with all signals blocked; returns 0 or an errno.
 int runAside(Request& request) {
   const Impl::Uncancelled whole;  // the thread writes to the request until it is joined
   sigset_t all;
@@ -52,7 +52,7 @@ int runAside(Request& request) {
   return request.error;
 }
 
-/// The value that a system call has filled in, or -1 and its error.
+/// Converts the result of a system call: `value`, or -1 with the error set.
 int answer(int result, int value, std::error_code& error) {
   error = Impl::errorCode(result == 0 ? 0 : errno);
   return result == 0 ? value : -1;

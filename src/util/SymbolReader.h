@@ -6,8 +6,9 @@
 
 namespace Tarvo::Impl {
 
-/// Reads the symbols of one module. The library that does so is loaded when it is wanted: it uses
-/// nothing of libTarvo.so, which reaches it by the name below alone.
+/// Reads the symbols of one module. Implemented in libTarvoSymbols.so, which libTarvo.so loads when
+/// it is first needed. That library uses nothing of libTarvo.so, and exports one function, of the
+/// name below.
 class SymbolReader {
  public:
   struct Place {
@@ -21,8 +22,9 @@ class SymbolReader {
 
 constexpr const char* openModuleName = "tarvoOpenModule";
 
-/// For a module that was loaded from `path`, and can be read from `file`, with its first byte at
-/// `begin`; null when the file cannot be read or is none of this kind. The caller deletes it.
+/// Makes a reader for the module that was loaded from `path`, can be read from `file`, and is
+/// mapped at `begin`; null when the file cannot be read or is no module. The caller deletes the
+/// reader.
 using OpenModule = SymbolReader*(const char* path, const char* file, std::uintptr_t begin);
 
 }  // namespace Tarvo::Impl

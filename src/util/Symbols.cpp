@@ -24,7 +24,7 @@ namespace Tarvo {
 
 namespace {
 
-/// First beside this library, so that an installed tree can stand anywhere.
+/// Searches beside this library first, so that an installed tree can be moved.
 void* loadReaders() {
   static const char ownAddress = 0;
   Dl_info own;
@@ -53,7 +53,7 @@ Impl::OpenModule* openModule() {
   return opener = reinterpret_cast<Impl::OpenModule*>(found);
 }
 
-/// Tells a file from what stands under its name later.
+/// Identifies a file, to notice when another one has taken its name.
 using FileIdentity = std::tuple<dev_t, ino_t, off_t, time_t, long>;
 
 std::optional<FileIdentity> identityOf(const String& file) {
@@ -63,7 +63,7 @@ std::optional<FileIdentity> identityOf(const String& file) {
                       status.st_mtim.tv_nsec);
 }
 
-/// A file of code as it stands in memory.
+/// A mapped file with code.
 class Module {
  public:
   explicit Module(const Mapping& first)
@@ -87,7 +87,7 @@ class Module {
            path_ == other.path_;
   }
 
-  /// The number of the closing; 0 while it is open.
+  /// A number that grows with each module that is closed; 0 while the module is open.
   unsigned long closed() const { return closed_; }
   void closedIs(unsigned long closed) { closed_ = closed; }
 
@@ -126,7 +126,7 @@ class Module {
   std::uintptr_t firstEnd_;  // of its first mapping
   String path_;
   std::pair<dev_t, ino_t> source_;
-  std::optional<FileIdentity> identity_;  // none when the file had lost its name
+  std::optional<FileIdentity> identity_;  // none when the file was removed before
   bool executable_ = false;
   unsigned long closed_ = 0;
   bool tried_ = false;
@@ -135,10 +135,10 @@ class Module {
 
 }  // namespace
 
-/// All modules of code of the process, by address, and those that it had.
+/// The modules with code of the process, by address, including some that have been closed.
 class Symbols::Modules {
  public:
-  /// Whether anything has changed.
+  /// Reads the memory map; returns whether a module has changed.
   bool refresh() {
     auto before = std::exchange(modules_, loaded());
     bool changed = false;
@@ -209,7 +209,8 @@ class Symbols::Modules {
   unsigned long closings_ = 0;
 };
 
-/// The last answers: those of two generations, of which the older one goes as a whole.
+/// A cache of results in two generations. When the young one is full it becomes the old one, and
+/// the old one is dropped as a whole.
 class Symbols::Cache {
  public:
   const Symbol& at(std::uintptr_t address, Modules& modules) {

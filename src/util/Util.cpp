@@ -13,7 +13,7 @@ namespace Tarvo::Util {
 
 namespace {
 
-/// The directory that a path stands in; empty when the path names no other.
+/// The parent directory of a path; empty when the path has no directory part.
 String parentOf(const String& path) {
   const auto name = path.find_last_of('/');
   if (name == String::npos) return {};
@@ -30,7 +30,7 @@ int mkpath(const String& path, mode_t mode) {
     return -1;
   }
   const String directory = path.substr(0, end + 1);
-  // From below, since an ancestor that exists need not be one that may be written.
+  // Try the last directory first: mkdir() of an existing ancestor might fail for want of rights.
   int result = mkdir(directory.c_str(), mode);
   if (result != 0 && errno == ENOENT) {
     const String parent = parentOf(directory);
