@@ -4,11 +4,6 @@
 #include <fmt/format.h>
 #include <sys/time.h>
 
-#include <algorithm>
-#include <cmath>
-
-#include "Tarvo/Assert.h"
-
 namespace Tarvo::Impl {
 
 /// Longer delays are cut to this, some thirty thousand years. It is far enough from the ends of the
@@ -17,14 +12,7 @@ constexpr double longestDelay = 1e12;
 
 /// Seconds as whole seconds and microseconds, both truncated toward zero. Huge values saturate; NaN
 /// fails an assertion.
-inline timeval secondsToTimeval(double seconds) {
-  TARVO_ASSERT(!std::isnan(seconds), "a time of NaN seconds");
-  seconds = std::clamp(seconds, -longestDelay, longestDelay);
-  timeval tv;
-  tv.tv_sec = static_cast<time_t>(seconds);
-  tv.tv_usec = static_cast<suseconds_t>((seconds - static_cast<double>(tv.tv_sec)) * 1e6);
-  return tv;
-}
+timeval secondsToTimeval(double seconds);
 
 /// The same for a delay: a negative one is due at once.
 inline timeval delayToTimeval(double seconds) {
