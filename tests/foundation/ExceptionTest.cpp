@@ -1,6 +1,11 @@
 #include "Tarvo/Exception.h"
 
+#include <dlfcn.h>
+
+#include <set>
+
 #include "Tarvo/Trace.h"
+#include "Tarvo/TypeName.h"
 #include "support/Test.h"
 
 namespace {
@@ -19,6 +24,32 @@ TEST(BacktraceTest, BeginsWithTheCallerOfUnwind) {
     expectBacktraceFromCaller();  // the cache is cold, then warm
 }
 
+TEST(BacktraceTest, OffsetsCountFromTheSymbolOrElseTheModule) {
+  const String text = [] {
+    try {
+      Tarvo::RuntimeException::throwException("m");
+    } catch (const std::exception& e) {
+      return String(e.what());
+    }
+  }();
+  std::istringstream lines(text);
+  std::set<bool> seen;
+  for (String line; std::getline(lines, line);) {
+    char name[300];
+    unsigned long offset = 0;
+    void* address = nullptr;
+    const bool named =
+        sscanf(line.c_str(), "%*[^(](%299[^+]+%lx)[%p]", name, &offset, &address) == 3;
+    if (!named && sscanf(line.c_str(), "%*[^(](+%lx)[%p]", &offset, &address) != 2) continue;
+    Dl_info module;
+    ASSERT_NE(dladdr(address, &module), 0);
+    const void* from = named ? dlsym(RTLD_DEFAULT, name) : module.dli_fbase;
+    EXPECT_EQ(static_cast<const char*>(from) + offset, address) << line;
+    seen.insert(named);
+  }
+  EXPECT_EQ(seen.size(), 2U) << text;
+}
+
 TEST(ExceptionTest, WhatIsTheMessageAndTheStackOfItsOrigin) {
   const auto e = [] { return Tarvo::InvalidSizeException("bad input"); }();
   EXPECT_EQ(e.msg(), "Tarvo::InvalidSizeException(\"bad input\")");
@@ -27,6 +58,22 @@ TEST(ExceptionTest, WhatIsTheMessageAndTheStackOfItsOrigin) {
   EXPECT_EQ(Tarvo::InvalidSizeException(e).what(), first);
   EXPECT_STREQ(Tarvo::Exception("m", false).what(),
                "Tarvo::Exception(\"m\")\nNo backtrace available\nBacktrace:\n");
+}
+
+template <typename... Family>
+void expectNamed() {
+  const auto thrown = [](auto throwException) {
+    return errorOf<Tarvo::Exception>([&] { throwException("m"); });
+  };
+  EXPECT_THAT((std::vector{thrown(&Family::throwException)...}),
+              ElementsAre(Tarvo::typeName(typeid(Family).name()) + "(\"m\")" ...));
+}
+
+TEST(ExceptionTest, EachOfTheFamilyThrowsItself) {
+  expectNamed<
+      Tarvo::MemoryResourceException, Tarvo::NoPermissionException, Tarvo::UnimplementedException,
+      Tarvo::InvalidInitializeException, Tarvo::RuntimeException, Tarvo::OutOfRangeException,
+      Tarvo::CorruptionDetectedException, Tarvo::InvalidSizeException, Tarvo::AssertException>();
 }
 
 TEST(ExceptionTest, AnAssertionTracesOnlyWhenItsLevelIsOn) {

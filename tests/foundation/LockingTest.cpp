@@ -30,6 +30,11 @@ TEST(LockingTest, OnlyTheOwnerMayReleaseAsOftenAsItLocked) {
   lock.unlock();
   recursive.unlock();
   EXPECT_FALSE(recursive.owns_lock());
+  for (const bool release : {false, true, true}) {
+    if (lock.owns_lock()) lock.unlock();
+    Tarvo::Locking::ConditionalGuard(lock).releaseIs(release);
+    EXPECT_EQ(lock.owns_lock(), !release);
+  }
   expectRefusal(lock, 0);
   expectRefusal(recursive, 0);
 }

@@ -60,6 +60,11 @@ TEST_F(TimerWheelTest, DelaysOfAnySizeAreTaken) {
   EXPECT_THAT(log, ElementsAre("b"));
   a.setTimeout(wheel, infinity);
   EXPECT_EQ(a.state(), Tarvo::notLinked);
+  a.start(wheel, 1);
+  EXPECT_THAT(failureOf([&] { a.stateIs(Tarvo::inTimersExpiryingSoon); }),
+              HasSubstr("inTimerWheel -> inTimersExpiryingSoon must go via notLinked"));
+  wheel.reset();
+  EXPECT_EQ(a.state(), Tarvo::notLinked) << "left by a wheel that is gone";
 }
 
 TEST_F(TimerWheelTest, ATimerThatIsMovedStaysExactInRealTime) {

@@ -1,18 +1,38 @@
 /// Does one thing, named by its first argument, whose effect on the whole process a test looks at.
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <thread>
 
 #include "Tarvo/CheckIncompat.h"
+#include "Tarvo/LibeventFactory.h"
 #include "Tarvo/Trace.h"
 
 /// The C library's, in a process that may believe to have more rights than its caller.
 extern "C" [[gnu::visibility("default")]] char* secure_getenv(const char* name) noexcept {
   return std::getenv("PRIVILEGED") != nullptr ? nullptr : std::getenv(name);
 }
+
+/// Refuses to register what is to be done at a fork.
+extern "C" [[gnu::visibility("default")]] int __register_atfork(void (*prepare)(), void (*)(),
+                                                                void (*)(), void*) noexcept {
+  return prepare == nullptr && std::getenv("NOFORK") != nullptr ? ENOMEM : 0;
+}
+
+namespace {
+bool noMemory = false;
+}
+
+[[gnu::noinline]] void* operator new(std::size_t size) {
+  if (void* memory = noMemory ? nullptr : std::malloc(size)) return memory;
+  throw std::bad_alloc();
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace {
 
@@ -47,14 +67,22 @@ void run(const std::string& what) {
     });
   }
   if (what == "throw") Tarvo::throwOnAssertFailIs(true);
-  if (what == "assert") TARVO_FAIL("reason {}", 5);
-  if (what == "family") Tarvo::RuntimeException::throwException("boom");
+  if (what == "memory") noMemory = true;
+  if (what == "assert") {
+    try {
+      throw 1;
+    } catch (int) {  // which is not what ends the process
+      TARVO_FAIL("reason {}", 5);
+    }
+  }
+  if (what == "family") Tarvo::RuntimeException::throwException({"bo\0m", 4});
   if (what == "standard") throw std::runtime_error("boom");
   if (what == "number") throw 5;
   if (what == "unspeakable") throw Unspeakable();
   if (what == "terminate") std::terminate();
   if (what == "abort") TARVO_ABORT("composed {}", "text");
   if (what == "check") TARVO_CHECK(what == "other" && "the reason");
+  if (what == "waitfor") std::printf("%g", Tarvo::waitForDefaultTimeout());
   if (what == "compat") Tarvo::checkIncompat();
 }
 

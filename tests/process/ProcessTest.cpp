@@ -25,6 +25,24 @@ TEST(LoadTest, TheEnvironmentAddsToTheDefaultsWhichCoverTheLibraryOnly) {
   EXPECT_THAT(helper("list", "TRACEFORMAT=").out, HasSubstr("\n0 0 0 0 0 0 0 0\n"));
 }
 
+TEST(LoadTest, TheLimitOfAWaitIsANumberOrNone) {
+  const std::string complaint = "Parsing the WAITFOR_DEFAULT env. variable failed";
+  for (const auto& [variable, limit, error] : {std::tuple("", "inf", ""),
+                                               {"WAITFOR_DEFAULT=2.5", "2.5", ""},
+                                               {"WAITFOR_DEFAULT=soon", "inf", complaint.c_str()},
+                                               {"WAITFOR_DEFAULT=nan", "inf", complaint.c_str()}}) {
+    const auto child = helper("waitfor", variable);
+    EXPECT_EQ(child.out, limit);
+    EXPECT_EQ(child.err, error);
+  }
+}
+
+TEST(LoadTest, AProcessThatCannotNoticeItsForksDoesNotBegin) {
+  const auto child = helper("list", "NOFORK=1");
+  EXPECT_EQ(child.signal, SIGABRT);
+  EXPECT_THAT(child.err, HasSubstr("register atfork handler, reason: Cannot allocate memory\n"));
+}
+
 TEST(LoadTest, AFileThatCannotBeOpenedIsReportedByBothSetUps) {
   const std::string report =
       "Error opening TRACEFILE=/no/dir/t\nDefaulting to std::cerr for trace output.\n";
@@ -124,8 +142,10 @@ TEST(LastWordsTest, AnEscapedExceptionIsNamedAndShown) {
   const std::string named = "terminate called after throwing an instance of ";
   const std::pair<const char*, std::string> reports[] = {
       {"throw assert", named + "'Tarvo::AssertException'\n  what(): Tarvo::AssertException(\""},
-      {"family", named + "'Tarvo::RuntimeException'\n"
-                         "  what(): Tarvo::RuntimeException(\"boom\")\nBacktrace:\n"},
+      {"family", named +
+                     "'Tarvo::RuntimeException'\n"
+                     "  what(): Tarvo::RuntimeException(\"bo" +
+                     std::string("\0m", 2) + "\")\nBacktrace:\n"},
       {"standard", named + "'std::runtime_error'\n  what(): boomBacktrace:\n"},
       {"number", named + "'int'\nBacktrace:\n"},
       {"terminate", "Backtrace:\n"}};
@@ -140,6 +160,9 @@ TEST(LastWordsTest, AnEscapedExceptionIsNamedAndShown) {
   const std::string verbosity = "TARVO_BACKTRACE_VERBOSITY=0";
   EXPECT_THAT(helper("standard", verbosity).err, EndsWith("'\n  what(): boom\n"));
   EXPECT_THAT(helper("family", verbosity).err, HasSubstr("Backtrace:\n"));
+  EXPECT_THAT(helper("standard", verbosity + "0").err, HasSubstr("Backtrace:\n"));
+  EXPECT_EQ(helper("memory number").err, named + "'i'\n");
+  EXPECT_EQ(helper("memory standard").err, named + "'St9bad_alloc'\n  what(): std::bad_alloc\n");
 }
 
 TEST(LastWordsTest, PlainAbortsIgnoreTheSwitch) {

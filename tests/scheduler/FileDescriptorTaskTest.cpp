@@ -1,4 +1,5 @@
 #include <poll.h>
+#include <sys/epoll.h>
 #include <sys/syscall.h>
 
 #include <algorithm>
@@ -10,7 +11,7 @@
 
 namespace {
 bool pollRefuses = false;
-int polls = 0;
+int polls = 0, registrations = 0;
 }  // namespace
 
 /// Stands before the C library's for the library too. The kernel refuses when a process has lowered
@@ -19,6 +20,12 @@ extern "C" [[gnu::visibility("default")]] int poll(pollfd* states, nfds_t count,
   ++polls;
   if (pollRefuses) return -1;
   return static_cast<int>(syscall(SYS_poll, states, count, timeout));
+}
+
+extern "C" [[gnu::visibility("default")]] int epoll_ctl(int epoll, int operation, int fd,
+                                                        epoll_event* wanted) noexcept {
+  ++registrations;
+  return static_cast<int>(syscall(SYS_epoll_ctl, epoll, operation, fd, wanted));
 }
 
 namespace {
@@ -96,19 +103,39 @@ struct FdTaskTest : SchedulerFixture {
 };
 
 TEST_F(FdTaskTest, DirectionsAreTasksOfTheirOwn) {
+#define FIGURES(Way)                                                                     \
+  (std::vector<double>{static_cast<double>(task->taskWorkCount##Way##Total()),           \
+                       task->taskWorkCount##Way##DecayAvg(),                             \
+                       static_cast<double>(task->taskWorkCount##Way##HighWaterMark()),   \
+                       static_cast<double>(task->taskWorkPending##Way()),                \
+                       static_cast<double>(task->taskWorkPending##Way##HighWaterMark()), \
+                       static_cast<double>(task->taskRunCount##Way())})
   EXPECT_THAT(failureOf([&] { task->taskShouldYield(); }), HasSubstr("no body is running"));
+  EXPECT_THAT(failureOf([&] { task->taskWorkPendingWritableIs(1); }), HasSubstr("not created"));
+  EXPECT_THAT(failureOf([&] { task->taskWorkCountWritableInc(1); }), HasSubstr("not created"));
+  EXPECT_THAT(FIGURES(Writable), testing::Each(0));
   task->taskStatsNameIs("x");
   task->taskTestYieldRatioIs(2);
+  task->includeInCompletedTaskIs(false);
   task->scheduleTaskWritable();
   task->onWrite = [&] {
     task->taskWorkCountInc(7);
+    task->taskWorkPendingIs(5);
     EXPECT_FALSE(task->taskShouldYield());
     EXPECT_TRUE(task->taskShouldYield());
   };
   settle();
-  EXPECT_EQ(task->taskWorkCountWritableTotal(), 7U);
-  EXPECT_EQ(task->taskWorkCountReadableTotal(), 0U);
-  task->includeInCompletedTaskIs(false);
+  task->taskWorkCountReadableInc(4);
+  for (const unsigned pending : {9U, 2U}) task->taskWorkPendingReadableIs(pending);
+  EXPECT_THAT(FIGURES(Readable), ElementsAre(4, 4, 4, 2, 9, 0));
+  EXPECT_THAT(FIGURES(Writable), ElementsAre(7, 7, 7, 5, 5, 1));
+  task->taskForceYieldInTestIs(true);
+  task->taskQuantumIs(123);
+  task->onWrite = [&] { EXPECT_TRUE(task->taskShouldYield()); };
+  task->scheduleTaskWritable();
+  settle();
+  EXPECT_EQ(task->taskTestYieldRatio() + task->taskQuantum(), 124);
+  EXPECT_FALSE(task->includeInCompletedTask());
   task.reset();
   for (const auto* name : {"x:read", "x:write"}) EXPECT_FALSE(root->completedTaskStatForTest(name));
 }
@@ -205,6 +232,10 @@ TEST_F(FdTaskTest, WhoeverJoinsIsToldOfWhatIsThere) {
   const auto other = makeFd("other", fd);
   settle();
   EXPECT_FALSE(other->got.empty());
+  registrations = 0;
+  std::deque<std::shared_ptr<TestFd>> many;
+  while (many.size() < 50) many.push_back(makeFd("many", fd));
+  EXPECT_LE(registrations, 100) << "the kernel is told once more, not of each again";
 }
 
 TEST_F(FdTaskTest, ARefusalIsHeardAlsoWhenTheFileWasClosed) {
@@ -237,6 +268,7 @@ TEST_F(FdTaskTest, SuspendingLosesNoWriteRunThatWasAskedFor) {
   const auto writesAfterSuspension = [&] {
     task->taskSuspendedIs(true);
     settle();
+    EXPECT_EQ(log, RunLog());
     task->taskSuspendedIs(false);
     settle();
     return std::ranges::count(std::exchange(log, {}), "t write");

@@ -10,7 +10,8 @@ using Type = Tarvo::TaskSchedulerEventType;
 struct History : SchedulerFixture {
   RunLog lines() const {
     RunLog all;
-    std::istringstream text(root->historyRenderTextForDebugToString());
+    std::stringstream text;
+    root->historyRenderTextForDebug(text);
     for (std::string line; std::getline(text, line);) all.push_back(line);
     return all;
   }

@@ -116,6 +116,8 @@ TEST_F(RunLoop, MisuseEndsTheProcessEvenWhenAssertionsThrow) {
   EXPECT_DEATH(std::jthread([&] { task->scheduleTask(); }),
                "Executing in wrong thread [0-9]+\\(.*\\) pid [0-9]+ scheduler "
                "belongs to thread [0-9]+\\(.*\\) pid [0-9]+");
+  root->threadSanityDisabledIs(true);
+  std::jthread([&] { task->taskWorkCountInc(1); });
 }
 
 TEST_F(RunLoop, TheSlipIsTheLongestLatencyOfAStep) {

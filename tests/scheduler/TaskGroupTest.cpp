@@ -1,13 +1,14 @@
 #include <algorithm>
 
 #include "support/SchedulerFixture.h"
+#include "support/TestClock.h"
 
 namespace {
 
 using namespace testsupport;
 using Tarvo::TaskGroup;
 
-/// Members that go on take ten virtual milliseconds a run.
+/// Members that go on take eleven virtual milliseconds a run.
 struct TaskGroupTest : SchedulerFixture {
   TaskGroupTest() {
     Platform::setFastForward(true);
@@ -16,7 +17,7 @@ struct TaskGroupTest : SchedulerFixture {
   TestTaskPtr member(const std::string& name, int runs = 1,
                      TaskPriority priority = TaskPriority::normal) {
     const auto body = [left = std::make_shared<int>(runs)](TestTask& self) {
-      Platform::fastForwardBy(0.01);
+      Platform::fastForwardBy(0.011);
       if (--*left > 0) self.scheduleTask();
     };
     return make(name, priority, body, group);
@@ -27,6 +28,7 @@ struct TaskGroupTest : SchedulerFixture {
     runLoop();
     return std::exchange(log, {});
   }
+  const TestClock clock;
   TestTaskPtr other = make("other", TaskPriority::normal, [this](TestTask& self) {
     if (group->parentTaskScheduled()) self.scheduleTask();
   });
@@ -39,6 +41,9 @@ TEST_F(TaskGroupTest, MembersShareOnePlaceUnderTheGroupsQuantum) {
              high = member("high", 1, TaskPriority::high);
   const auto a = member("a", 4);
   group->taskGroupQuantumIs(std::chrono::milliseconds(20));
+  root->defaultTaskQuantumIs(123);
+  const auto later = std::make_shared<TaskGroup>("later", TaskPriority::normal, false, root);
+  EXPECT_EQ(later->defaultTaskQuantum(), 123);
   EXPECT_THAT(runs({low, a, high, other}),
               ElementsAre("high", "a", "other", "a", "a", "other", "a", "low", "other"));
   EXPECT_EQ(group->parentTask().taskWorkCountTotal(), 6U);
@@ -47,6 +52,11 @@ TEST_F(TaskGroupTest, MembersShareOnePlaceUnderTheGroupsQuantum) {
   EXPECT_THAT(runs({}), ElementsAre());
   EXPECT_FALSE(group->schedulerHasRunnableTasks());
   EXPECT_EQ(group->parentTaskRunCount(), 4U);
+  a->scheduleTask();
+  root->findSchedulerForTest("group")->handleSchedulerRun();
+  EXPECT_THAT(runs({}), ElementsAre("a"));
+  root->resetStats();
+  EXPECT_EQ(a->taskRunCount(), 0U);
 }
 
 TEST_F(TaskGroupTest, SingleRunsWaitForTheNextPassAlsoAfterAThrow) {

@@ -1,5 +1,6 @@
 #include <climits>
 
+#include "Tarvo/TaskControl.h"
 #include "support/SchedulerFixture.h"
 #include "support/TestClock.h"
 
@@ -71,6 +72,42 @@ TEST_F(TaskTest, QuantaPassInVirtualTimeWhileTheRootFollowsIt) {
   root->followFastForwardIs(false);
   run(*task);
   EXPECT_THAT(yields, ElementsAre(false, false, true, false, false, false));
+  task->body = [&](TestTask& self) {
+    Platform::fastForwardBy(10);
+    EXPECT_LT(self.taskCurrentRunTime(), 1'000'000'000);
+    root->virtualTimeIs(true);  // and counts from here
+    EXPECT_FALSE(self.taskShouldYield());
+    Platform::fastForwardBy(1);
+    EXPECT_GE(self.taskCurrentRunTime(), 999'999'000);
+  };
+  task->taskRunFromTest();
+}
+
+TEST_F(TaskTest, HandlersOfTheLoopAreRunByTasks) {
+  const SocketPair pair;
+  Handler handler(log, "h");
+  const auto timer = Platform::getTimerControl(&handler, root, TaskPriority::low, "timer");
+  const auto callback =
+      Platform::getCallbackControl(&handler, root, TaskPriority::high, "callback");
+  const auto descriptor = Platform::getFdControl(&handler, root, TaskPriority::normal, "fd");
+  descriptor->setFd(pair.ends[0]);
+  descriptor->setWrites(true);
+  timer->setTimeout(100);
+  EXPECT_NEAR(timer->remainingTimeout(), 100, 1);
+  timer->setTimeout(0);
+  for (int i = 0; i < 2; ++i) {
+    callback->cancelCallback();
+    EXPECT_FALSE(callback->pendingCallback());
+    callback->requestCallback();
+  }
+  runTurns(5);
+  EXPECT_THAT(log,
+              testing::UnorderedElementsAre("h", "h", "h write " + std::to_string(pair.ends[0])));
+  for (const char* name : {"timer", "callback", "fd:write"}) {
+    EXPECT_EQ(root->taskForTest(name)->taskRunCount(), 1U) << name;
+  }
+  descriptor->clearEvents();
+  EXPECT_EQ(descriptor->getFd(), -1);
 }
 
 TEST_F(TaskTest, QuantumHasLimitsAndCountsItsViolations) {

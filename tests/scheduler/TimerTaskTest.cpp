@@ -56,10 +56,15 @@ TEST_F(TimerTaskTest, RefusesWhatIsNoDelayAndChangesNothing) {
   EXPECT_THAT(failureOf([&] { task->doStartTimer(notANumber, true); }), HasSubstr("NaN"));
   EXPECT_THAT(failureOf([&] { task->scheduleTaskLowestDelay(infinity); }),
               HasSubstr("delayIntoFuture: inf"));
+  task->scheduleTaskLowestDelay(std::chrono::seconds(9));
   EXPECT_EQ(task->currentExpirationTime(), due);
+  task->scheduleTaskLowestDelay(std::chrono::seconds(5));
+  EXPECT_NEAR(due - task->currentExpirationTime(), 2, 0.5);
+  task->taskRunFromTest();
+  EXPECT_FALSE(task->timerRunning());
   task->scheduleTaskDelay(-infinity);
   Platform::doEventLoop(infinity);
-  EXPECT_THAT(log, ElementsAre("t"));
+  EXPECT_THAT(log, ElementsAre("t", "t"));
 }
 
 }  // namespace

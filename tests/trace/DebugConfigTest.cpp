@@ -129,12 +129,13 @@ TEST(DebugConfigTest, FixedLevelsAndForeignWordsAreLeftAlone) {
   std::uint32_t word = 4;
   Tarvo::Orl::DebugHandler foreign("odd.foreign", &word, false);
   const Tarvo::Orl::DebugHandler fixed("odd.fixed", 4, true);
-  setupTarvoDebug("odd*/3");
-  clearTarvoDebug("odd*/2");
+  setupTarvoDebug("odd*/3,odd.fixed/5");
+  clearTarvoDebug("odd*/2,odd.fixed/2");
   EXPECT_THAT(failureOf([&] { foreign.enabledIs(1, true); }),
               HasSubstr("Cannot use this with a non-null levelsPtr passed to constructor"));
   EXPECT_EQ(word, 8U);
-  EXPECT_THAT(listing("odd."), ElementsAre("Handlers:odd.fixed+/2", "Handlers:odd.foreign/3"));
+  EXPECT_THAT(listing("odd."), ElementsAre("Handlers:odd.fixed+/2", "Handlers:odd.foreign/3",
+                                           "Specific:odd.fixed/35"));
 }
 
 TEST(DebugConfigTest, EntriesAreCutAtCommasAndSlashes) {

@@ -6,6 +6,8 @@
 
 #include "Tarvo/Assert.h"
 #include "Tarvo/DisplayPointer.h"
+#include "Tarvo/Introspection.h"
+#include "Tarvo/Platform.h"
 
 namespace {
 
@@ -29,6 +31,23 @@ TEST(TextTest, ArgumentsShowInTheirOwnForm) {
   std::ostringstream out;  // whose state stays as it was
   out << std::left << std::setfill('*') << std::setw(4) << std::oct << DisplayPointer(address) << 8;
   EXPECT_EQ(out.str(), "0x00abcdef10**");
+}
+
+TEST(TextTest, ValuesShowByTheirTypesPrinterOrAsBytes) {
+  const unsigned char bytes[] = {0x0a, 0xff};
+  const auto printer = Tarvo::Platform::getValuePrinter("Two", 2);
+  std::vector<Tarvo::String> shown;
+  for (const char* text : {"one", "another", "", static_cast<const char*>(nullptr)}) {
+    const auto print = [=](const void*) { return Tarvo::String(text); };
+    Tarvo::introspectionPrinterIs("Two", text ? print : Tarvo::IntrospectionPrinter());
+    shown.push_back(printer->toString(&bytes));
+  }
+  EXPECT_EQ(shown, (std::vector<Tarvo::String>{"one", "another", "0aff", "0aff"}));
+  EXPECT_EQ(printer->toString(nullptr), "");
+  std::ostringstream out;
+  for (const unsigned priority : {0U, 1U, 2U})
+    out << Tarvo::Platform::EventPriority(priority) << ' ';
+  EXPECT_EQ(out.str(), "eventPriorityStrictHigh eventPriorityDefault Invalid EventPriority=2 ");
 }
 
 /// What `format` gives, errors included.

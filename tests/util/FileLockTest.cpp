@@ -1,14 +1,30 @@
 #include "Tarvo/FileLock.h"
 
 #include <sys/stat.h>
+#include <sys/syscall.h>
 
 #include <csignal>
+#include <cstdarg>
 #include <filesystem>
 #include <thread>
 
 #include "Tarvo/Util.h"
 #include "support/OpenDescriptors.h"
 #include "support/Test.h"
+
+namespace {
+int lockError = 0;
+}
+
+/// Stands before the C library's for the library too.
+extern "C" [[gnu::visibility("default")]] int fcntl(int fd, int command, ...) {
+  std::va_list more;
+  va_start(more, command);
+  auto* argument = va_arg(more, void*);
+  va_end(more);
+  if (command == F_OFD_SETLK && lockError != 0) return errno = lockError, -1;
+  return static_cast<int>(syscall(SYS_fcntl, fd, command, argument));
+}
 
 namespace {
 
@@ -87,6 +103,13 @@ TEST_F(FileLockTest, SaysWhatItCannotOpen) {
               HasSubstr("unexpected '/' in filename: a/b"));
   EXPECT_THAT(failureOf([&] { FileLock(*trace, "/dev/null/x", "lock").lock(false); }),
               HasSubstr("unexpected mkpath() error /dev/null/x: Not a directory"));
+  EXPECT_THAT(captured([&] { EXPECT_FALSE(FileLock(*trace, "/", "tmp").lock(false)); }),
+              HasSubstr("could not open lock file://tmp Is a directory"));
+  lockError = ENOLCK;
+  EXPECT_THAT(failureOf([&] { lock.lock(false); }),
+              HasSubstr("unexpected error: No locks available"));
+  lockError = 0;
+  lock.closeFd();
 }
 
 }  // namespace
