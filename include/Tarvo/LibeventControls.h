@@ -157,6 +157,7 @@ class TARVO_EXPORT LibeventFdControl : public Impl::DeferredFdControl {
   Impl::Lifeline lifeline_;
   Reports reports_;
   bool pollPending_ = false;  // entered in PendingPolls
+  bool lastPollFoundNothing_ = false;
   bool ownReport_ = false;    // the next report comes from our poll(), not from libevent's wait
   bool pausedReads_ = false;  // what resume() must add
   bool pausedWrites_ = false;

@@ -264,6 +264,33 @@ TEST_F(FdTaskTest, ManyWaitForEachOtherWithinASliceAndAreSeldomAskedFor) {
   EXPECT_LT(polls, 180) << "for 360 reads";
 }
 
+TEST_F(FdTaskTest, WhoHadNothingLeftIsAskedForWhenTheSliceEnds) {
+  const auto other = makeFd("other", second.ends[0]);
+  task->taskWatchFdIs(fd);
+  const auto low = make("low", TaskPriority::low);
+  const auto again =
+      make("again", TaskPriority::normal, [](TestTask& self) { self.scheduleTask(); });
+  const TestClock clock(100);  // so that there are slices with an end
+  const auto pollsFor = [&](const char* text) {
+    for (const SocketPair* each : {&pair, &second}) send(*each, text);
+    log.clear();
+    polls = 0;
+    Platform::doEventLoop(0.001);
+    return polls;
+  };
+  pollsFor("a");
+  EXPECT_EQ(pollsFor("b"), 1);
+  low->scheduleTask();
+  pollsFor("cd");
+  EXPECT_EQ(log.back(), "low") << "it overtakes nothing that is left";
+  again->scheduleTask();
+  pollsFor("ef");
+  again->unscheduleTask();
+  EXPECT_EQ(task->got, "abcdef");
+  const auto lastRead = std::ranges::find(log.rbegin(), log.rend(), "t read");
+  EXPECT_LT(std::ranges::count(lastRead, log.rend(), "again"), 200) << "a slice or two";
+}
+
 TEST_F(FdTaskTest, SuspendingLosesNoWriteRunThatWasAskedFor) {
   const auto writesAfterSuspension = [&] {
     task->taskSuspendedIs(true);

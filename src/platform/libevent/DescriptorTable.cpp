@@ -22,6 +22,8 @@ void endRootStep(unsigned nextUrgency) noexcept {
   descriptorTable().pendingPolls().endStep(nextUrgency);
 }
 
+void endSlice() noexcept { descriptorTable().pendingPolls().endSlice(); }
+
 FileIdentity FileIdentity::of(int fd) {
   struct stat status;
   if (fstat(fd, &status) != 0) return {};

@@ -20,7 +20,11 @@ void PendingPolls::add(LibeventFdControl& control, std::size_t steps, unsigned u
     controls_[count_++] = &control;
     control.pollPending_ = true;
   }
-  steps_ = std::min(steps_, steps);
+  if (threadWords->inSlice && control.lastPollFoundNothing_) {
+    untilSliceEnds_ = true;
+  } else {
+    steps_ = std::min(steps_, steps);
+  }
   urgency_ = std::min(urgency_, urgency);
   if (steps_ == 0) {
     pollAll();
@@ -45,6 +49,11 @@ void PendingPolls::endStep(unsigned next) noexcept {
   threadWords->pollsPending = any();
 }
 
+void PendingPolls::endSlice() noexcept {
+  if (untilSliceEnds_) pollAll();
+  threadWords->pollsPending = any();
+}
+
 void PendingPolls::pollAll() noexcept {
   std::array<pollfd, std::tuple_size_v<decltype(controls_)>> states;
   for (std::size_t i = 0; i < count_; ++i) states[i] = {controls_[i]->fd_, POLLIN, 0};
@@ -56,6 +65,7 @@ void PendingPolls::pollAll() noexcept {
   clear();
   for (std::size_t i = 0; i < count; ++i) {
     const short found = states[i].revents;
+    waiting[i]->lastPollFoundNothing_ = answered && found == 0;
     if (answered && (found == 0 || (found & POLLNVAL) != 0)) continue;
     const Descriptor& descriptor = *waiting[i]->descriptor_;
     if (!descriptor.open()) {
@@ -73,6 +83,7 @@ void PendingPolls::pollAll() noexcept {
 void PendingPolls::clear() noexcept {
   for (std::size_t i = 0; i < count_; ++i) controls_[i]->pollPending_ = false;
   count_ = 0;
+  untilSliceEnds_ = false;
   steps_ = std::numeric_limits<std::size_t>::max();
   urgency_ = std::numeric_limits<unsigned>::max();
 }

@@ -17,7 +17,8 @@ namespace Impl {
 class PendingPolls {
  public:
   /// Adds a control whose poll may wait until `steps` steps have ended. With steps == 0 it and all
-  /// others waiting are polled immediately.
+  /// others waiting are polled immediately. Within a slice, a control whose last poll found nothing
+  /// waits for the end of the slice instead.
   void add(LibeventFdControl& control, std::size_t steps, unsigned urgency) noexcept;
   /// Call when a control was reported meanwhile, or is no longer watched.
   void remove(LibeventFdControl& control) noexcept;
@@ -25,6 +26,8 @@ class PendingPolls {
   /// Counts a step. Polls when the first delay has passed, or when the next task is less urgent
   /// than a waiting control.
   void endStep(unsigned next) noexcept;
+  /// Polls when a control waits for this.
+  void endSlice() noexcept;
   /// Polls all controls and makes the read events of the readable ones active.
   void pollAll() noexcept;
   /// Drops all controls without a poll.
@@ -36,6 +39,7 @@ class PendingPolls {
   std::size_t count_ = 0;
   std::size_t steps_ = std::numeric_limits<std::size_t>::max();  // until the first poll is due
   unsigned urgency_ = std::numeric_limits<unsigned>::max();      // of the most urgent control
+  bool untilSliceEnds_ = false;
 };
 
 }  // namespace Impl

@@ -2,6 +2,7 @@
 
 #include "Tarvo/Allocator.h"
 #include "Tarvo/LibeventFactory.h"
+#include "platform/libevent/DeferredFdControl.h"
 #include "platform/libevent/ThreadLoop.h"
 
 namespace Tarvo::Impl {
@@ -38,6 +39,13 @@ SchedulerCallback::Slice::Slice(const SchedulerCallback& callback, TimePoint now
   // event_base_loopexit() ends the loop after the present turn, so one step must do.
   event_base* base = threadWords->usableBase;
   if (base != nullptr && event_base_got_exit(base) != 0) end_ = now;
+  if (base != nullptr && now < end_ && !leFastForward()) threadWords->inSlice = true;
+}
+
+SchedulerCallback::Slice::~Slice() {
+  if (!threadWords->inSlice) return;
+  threadWords->inSlice = false;
+  if (anyPollPending()) endSlice();
 }
 
 bool SchedulerCallback::Slice::goesOn(TimePoint now) const {

@@ -29,6 +29,10 @@ class SchedulerCallback final : public LibeventCallbackControl {
    public:
     /// Ends after `length`, or with the running loop when that ends sooner.
     Slice(const SchedulerCallback& callback, TimePoint now, std::chrono::nanoseconds length);
+    Slice(const Slice&) = delete;
+    Slice& operator=(const Slice&) = delete;
+    /// Polls the descriptors whose poll was delayed until now.
+    ~Slice();
     /// Whether another step may begin at `now`: the slice has time left, and the loop has nothing
     /// to serve that it knows of without a system call (an active event, a timer without delay, a
     /// break).

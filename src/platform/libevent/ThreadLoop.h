@@ -35,6 +35,8 @@ struct LoopWords {
 
   /// Whether PendingPolls may hold controls.
   bool pollsPending = false;
+  /// Whether a root takes several steps, at whose end it polls.
+  bool inSlice = false;
   /// Whether the running notification came from the kernel or from a timer. The number of those in
   /// one turn of the loop is bounded, so a callback that they request may run in the same turn.
   bool fresh = false;
