@@ -1,39 +1,95 @@
-/// The hot paths whose instructions are counted, by instructions.py.
-/// Usage: InstructionCounts             tells what it was compiled for and with, and all paths
+/// The hot paths whose instructions are counted, by instructions.py: rows of the benchmark
+/// programs. Usage: InstructionCounts             tells what it was compiled with, and all paths
 ///        InstructionCounts PATH TIMES  runs a path, so many times, to be counted from outside
-
-#include "InstructionCounts.h"
 
 #include <fmt/format.h>
 
+#include <chrono>
 #include <cstring>
+
+#include "InstructionCountsClock.h"
+#include "Leaves.h"
+#include "Ring.h"
+#include "Runs.h"
+#include "Tarvo/Exception.h"
+#include "Tarvo/Locking.h"
+#include "Timers.h"
+#include "Traces.h"
+
+namespace bench {
 
 namespace {
 
-std::string compiler() {
-#ifdef __clang__
-  return fmt::format("clang {}", __clang_major__);
-#else
-  return fmt::format("g++ {}", __GNUC__);
-#endif
+/// All runs within one quantum.
+void runMember(State& state) { GroupMemberRun(state, std::chrono::seconds(1)); }
+
+/// A round is a start and an expiry; a hundred expire together.
+void startAndExpire(State& state) {
+  constexpr std::size_t together = 100;
+  TarvoWheel timers(together);
+  RandomNumbers random;
+  std::size_t started = 0;
+  for (auto _ : state) {
+    timers.start(started++, random.between(1, 100));
+    if (started < together) continue;
+    counts::passSeconds(200);
+    timers.run(together);
+    started = timers.fired = 0;
+  }
 }
+
+struct Path {
+  const char* name;
+  void (*run)(State& state);
+  std::vector<std::int64_t> arguments{};
+};
+
+const Path paths[] = {
+    {"run of a task by the root", RootTaskRun, {1}},
+    {"run of a group's member", runMember, {1}},
+    {"schedule and unschedule", ScheduleUnschedule},
+    {"timer, start and stop", StartStop<TarvoWheel>, {1000}},
+    {"timer, re-arm", Rearm<TarvoWheel>, {1000}},
+    {"timer, start and expiry", startAndExpire},
+    {"timer task, restart", Rearm<TimerTasks>, {1000}},
+    {"callback control, re-arm", CallbackRearmed},
+    {"callback of libevent alone, re-arm, for comparison", LibeventCallback},
+    {"event of a descriptor control", TarvoFdControl, {2, 1}},
+    {"event of a descriptor task", TarvoFdTask, {2, 1}},
+    {"event of a descriptor task, drained", TarvoFdTaskDrained, {2, 1}},
+    {"trace statement, disabled", TraceDisabled},
+    {"trace statement, to /dev/null", TraceToNull},
+    {"lock and unlock", LockAndUnlock<Tarvo::Locking::Lock>},
+    {"lock and unlock, recursive", LockAndUnlock<Tarvo::Locking::RecursiveLock>},
+    {"event of the history", HistoryInsert},
+    {"intern a known name", InternString, {1}},
+    {"copy of an interned name", CopyConstStringRef},
+    {"hash of 64 bytes", UtilHash, {64}},
+    {"throw and catch over 10 frames", ThrowAndCatch<Tarvo::RuntimeException>, {10}},
+    {"backtrace of 50 frames", BacktraceCapture, {50}},
+    {"reading of the clock", LibraryClock},
+};
 
 }  // namespace
 
+}  // namespace bench
+
 int main(int argc, char** argv) {
-  auto paths = counts::loopPaths();
-  const auto leaves = counts::leafPaths();
-  paths.insert(paths.end(), leaves.begin(), leaves.end());
   if (argc == 1) {
-    fmt::print("{}\n", compiler());
-    for (const auto& path : paths) fmt::print("{}\n", path.name);
-    return 0;
+#ifdef __clang__
+    fmt::print("clang {}\n", __clang_major__);
+#else
+    fmt::print("g++ {}\n", __GNUC__);
+#endif
   }
-  for (const auto& path : paths) {
+  for (const auto& path : bench::paths) {
+    if (argc == 1) fmt::print("{}\n", path.name);
     if (argc != 3 || std::strcmp(path.name, argv[1]) != 0) continue;
-    path.run(std::stoul(argv[2]));
+    bench::State state(std::stoul(argv[2]), path.arguments);
+    path.run(state);
     return 0;
   }
-  fmt::print(stderr, "usage: InstructionCounts [PATH TIMES], where it names the paths without\n");
+  if (argc == 1) return 0;
+  fmt::print(stderr, "usage: InstructionCounts [PATH TIMES]; alone it names the paths\n");
   return 2;
 }

@@ -6,7 +6,7 @@
 
 #include <ctime>
 
-#include "InstructionCounts.h"
+#include "InstructionCountsClock.h"
 
 #define FOUND_FIRST extern "C" __attribute__((visibility("default")))
 

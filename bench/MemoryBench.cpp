@@ -1,27 +1,20 @@
-/// Bytes of the heap for each of a hundred thousand objects, with all that belongs to one, beside
-/// the size of its type. The time is that of making one.
+/// Bytes of the heap for each of so many objects, with all that belongs to one, beside the size of
+/// its type. The time is that of making one.
 
-#include <benchmark/benchmark.h>
-#include <event2/event.h>
-#include <event2/event_struct.h>
 #include <malloc.h>
 
-#include <memory>
 #include <optional>
-#include <string>
-#include <vector>
 
+#include "Runs.h"
 #include "Tarvo/ConstString.h"
-#include "Tarvo/LibeventFactory.h"
-#include "Tarvo/TaskScheduler.h"
 #include "Tarvo/TaskSchedulerHistory.h"
 #include "Tarvo/TimerWheel.h"
 
+namespace bench {
+
 namespace {
 
-using Tarvo::TaskPriority;
-
-constexpr std::size_t objects = 100'000;
+constexpr std::int64_t objects = 100'000;
 
 double heapInUse() {
   const auto info = mallinfo2();
@@ -31,60 +24,60 @@ double heapInUse() {
 /// Makes the objects one after the other with `make(i)`, which must keep them until `drop()`. What
 /// keeps them is to be there before.
 template <typename Make, typename Drop>
-void measure(benchmark::State& state, std::size_t typeBytes, Make make, Drop drop) {
+void measure(State& state, std::size_t typeBytes, Make make, Drop drop) {
+  const auto n = static_cast<double>(state.range(0));
   for (auto _ : state) {
     const double before = heapInUse();
-    for (std::size_t i = 0; i < objects; ++i) make(i);
+    for (std::size_t i = 0; i < many(state); ++i) make(i);
     state.PauseTiming();
-    state.counters["heap_bytes"] = (heapInUse() - before) / objects;
+    state.counters["heap_bytes"] = (heapInUse() - before) / n;
     drop();
     state.ResumeTiming();
   }
   state.counters["type_bytes"] = static_cast<double>(typeBytes);
-  state.counters["each"] = benchmark::Counter(
-      objects, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+  using benchmark::Counter;
+  state.counters["each"] = Counter(n, Counter::kIsIterationInvariantRate | Counter::kInvert);
 }
 
 template <typename Base>
-struct Idle : Base {
+struct Waiting : Base {
   using Base::Base;
   void taskExecute() override {}
 };
 
-/// With names of their own or with one name for all.
+/// With names of their own, or with one name for all.
 template <typename Task>
-void tasks(benchmark::State& state, bool ownNames) {
-  {
-    const auto root = Tarvo::schedulerRootTarvo();
-    std::vector<std::shared_ptr<Idle<Task>>> kept(objects);
-    measure(
-        state, sizeof(Task),
-        [&](std::size_t i) {
-          kept[i] = std::make_shared<Idle<Task>>(
-              root, TaskPriority::normal,
-              ownNames ? fmt::format("connection {}", i) : "connection");
-          kept[i]->includeInCompletedTaskIs(false);
-        },
-        [&] {
-          for (auto& task : kept) task.reset();
-        });
-  }
-  Tarvo::leFree();
+void tasks(State& state, const char* pattern) {
+  const LoopOfRow loop;
+  const auto root = Tarvo::schedulerRootTarvo();
+  std::vector<std::shared_ptr<Waiting<Task>>> kept(many(state));
+  measure(
+      state, sizeof(Task),
+      [&](std::size_t i) {
+        kept[i] = std::make_shared<Waiting<Task>>(root, TaskPriority::normal,
+                                                  fmt::format(fmt::runtime(pattern), i));
+        kept[i]->includeInCompletedTaskIs(false);
+      },
+      [&] {
+        for (auto& task : kept) task.reset();
+      });
 }
-void MemoryOfTask(benchmark::State& state) { tasks<Tarvo::Task>(state, false); }
-void MemoryOfNamedTask(benchmark::State& state) { tasks<Tarvo::Task>(state, true); }
-void MemoryOfTimerTask(benchmark::State& state) { tasks<Tarvo::TimerTask>(state, false); }
-BENCHMARK(MemoryOfTask);
-BENCHMARK(MemoryOfNamedTask);
-BENCHMARK(MemoryOfTimerTask);
+void MemoryOfTask(State& state) { tasks<Tarvo::Task>(state, "connection"); }
+void MemoryOfNamedTask(State& state) { tasks<Tarvo::Task>(state, "connection {}"); }
+void MemoryOfTimerTask(State& state) { tasks<Tarvo::TimerTask>(state, "connection"); }
+void IdleTasks(State& state) { tasks<Tarvo::Task>(state, "c{}"); }
+BENCHMARK(MemoryOfTask)->Arg(objects);
+BENCHMARK(MemoryOfNamedTask)->Arg(objects);
+BENCHMARK(MemoryOfTimerTask)->Arg(objects);
+BENCHMARK(IdleTasks)->Arg(1'000'000)->Iterations(1);
 
 /// Started, in an array of the owner: the wheel itself allocates nothing for them.
-void MemoryOfWheelTimer(benchmark::State& state) {
+void MemoryOfWheelTimer(State& state) {
   struct Timer : Tarvo::TimerWheelEvent {
     void timeout() override {}
   };
   const auto wheel = Tarvo::getTimerWheelForTaskScheduler(Tarvo::Platform::eventPriorityDefault);
-  std::vector<std::unique_ptr<Timer>> kept(objects);
+  std::vector<std::unique_ptr<Timer>> kept(many(state));
   measure(
       state, sizeof(Tarvo::TimerWheelEvent),
       [&](std::size_t i) {
@@ -98,12 +91,12 @@ void MemoryOfWheelTimer(benchmark::State& state) {
         }
       });
 }
-BENCHMARK(MemoryOfWheelTimer);
+BENCHMARK(MemoryOfWheelTimer)->Arg(objects);
 
 /// The peer's timer, which also has a place in the heap of its base.
-void MemoryOfLibeventTimer(benchmark::State& state) {
+void MemoryOfLibeventTimer(State& state) {
   event_base* base = Tarvo::leCreateBase();
-  std::vector<std::unique_ptr<event>> kept(objects);
+  std::vector<std::unique_ptr<event>> kept(many(state));
   measure(
       state, sizeof(event),
       [&](std::size_t i) {
@@ -121,11 +114,11 @@ void MemoryOfLibeventTimer(benchmark::State& state) {
       });
   event_base_free(base);
 }
-BENCHMARK(MemoryOfLibeventTimer);
+BENCHMARK(MemoryOfLibeventTimer)->Arg(objects);
 
-void MemoryOfInternedName(benchmark::State& state) {
+void MemoryOfInternedName(State& state) {
   std::optional<Tarvo::ConstStringCache> cache(std::in_place);
-  std::vector<Tarvo::ConstStringRef> kept(objects);
+  std::vector<Tarvo::ConstStringRef> kept(many(state));
   measure(
       state, sizeof(Tarvo::ConstStringRef::Elem),
       [&](std::size_t i) {
@@ -136,24 +129,24 @@ void MemoryOfInternedName(benchmark::State& state) {
         cache.emplace();
       });
 }
-BENCHMARK(MemoryOfInternedName);
+BENCHMARK(MemoryOfInternedName)->Arg(objects);
 
 /// A full history of so many events.
-void MemoryOfHistoryEvent(benchmark::State& state) {
-  {
-    const Idle<Tarvo::Task> task(Tarvo::schedulerRootTarvo(), TaskPriority::normal, "task");
-    std::optional<Tarvo::TaskSchedulerHistory> history;
-    const auto now = Tarvo::TaskClock::now();
-    measure(
-        state, sizeof(Tarvo::TaskSchedulerHistory::Event),
-        [&](std::size_t) {
-          if (!history) history.emplace(objects);
-          history->insert(now, Tarvo::TaskSchedulerEventType::runStart, &task);
-        },
-        [&] { history.reset(); });
-  }
-  Tarvo::leFree();
+void MemoryOfHistoryEvent(State& state) {
+  const LoopOfRow loop;
+  const Idle task(Tarvo::schedulerRootTarvo(), TaskPriority::normal, "task");
+  std::optional<Tarvo::TaskSchedulerHistory> history;
+  const auto now = Tarvo::TaskClock::now();
+  measure(
+      state, sizeof(Tarvo::TaskSchedulerHistory::Event),
+      [&](std::size_t) {
+        if (!history) history.emplace(many(state));
+        history->insert(now, Tarvo::TaskSchedulerEventType::runStart, &task);
+      },
+      [&] { history.reset(); });
 }
-BENCHMARK(MemoryOfHistoryEvent);
+BENCHMARK(MemoryOfHistoryEvent)->Arg(objects);
 
 }  // namespace
+
+}  // namespace bench

@@ -1,111 +1,210 @@
-/// Timers with 1 thousand to 1 million of them pending.
+/// Timers with a thousand to a million of them pending, of this library and of its peers, and timer
+/// tasks.
 
-#include <benchmark/benchmark.h>
+#include <ev.h>
+#include <event2/event.h>
+#include <event2/event_struct.h>
+#include <uv.h>
 
-#include <random>
+#include <asio/io_context.hpp>
+#include <asio/steady_timer.hpp>
+#include <chrono>
+#include <optional>
 
-#include "TimerBackends.h"
+#include "Timers.h"
+
+namespace bench {
 
 namespace {
 
-constexpr double longDelay = 1000;
+/// libevent keeps plain timeouts in a heap, and common ones (equal delays) in queues.
+template <bool Common>
+struct Libevent {
+  explicit Libevent(std::size_t n) : timers(n) {
+    for (event& ev : timers) {
+      event_assign(
+          &ev, base, -1, 0,
+          [](evutil_socket_t, short, void* arg) { ++*static_cast<std::size_t*>(arg); }, &fired);
+    }
+  }
+  ~Libevent() {
+    for (event& ev : timers) event_del(&ev);
+    event_base_free(base);
+  }
+  void start(std::size_t i, double delay) {
+    timeval tv{
+        static_cast<time_t>(delay),
+        static_cast<suseconds_t>((delay - static_cast<double>(static_cast<time_t>(delay))) * 1e6)};
+    if constexpr (Common) {
+      event_add(&timers[i], event_base_init_common_timeout(base, &tv));
+    } else {
+      event_add(&timers[i], &tv);
+    }
+  }
+  void stop(std::size_t i) { event_del(&timers[i]); }
+  void run(std::size_t count) {
+    while (fired < count) event_base_loop(base, EVLOOP_NONBLOCK);
+  }
 
-/// Random numbers made beforehand, so that making them is not measured.
-template <typename Distribution>
-auto drawn(Distribution distribution) {
-  std::mt19937_64 random(1);
-  std::vector<typename Distribution::result_type> numbers(1 << 16);
-  for (auto& number : numbers) number = distribution(random);
-  return numbers;
-}
-const std::vector<double>& delays() {
-  static const auto numbers =
-      drawn(std::uniform_real_distribution<double>(longDelay, 2 * longDelay));
-  return numbers;
-}
-std::vector<std::size_t> indices(std::size_t n) {
-  return drawn(std::uniform_int_distribution<std::size_t>(0, n - 1));
-}
+  event_base* base = Tarvo::leCreateBase();
+  std::size_t fired = 0;
+  std::vector<event> timers;
+};
 
+struct Libev {
+  explicit Libev(std::size_t n) : timers(n) {
+    for (ev_timer& timer : timers) {
+      ev_timer_init(
+          &timer,
+          [](struct ev_loop*, ev_timer* self, int) { ++*static_cast<std::size_t*>(self->data); },
+          0., 0.);
+      timer.data = &fired;
+    }
+  }
+  ~Libev() {
+    for (ev_timer& timer : timers) ev_timer_stop(loop, &timer);
+    ev_loop_destroy(loop);
+  }
+  // The repeat is what ev_timer_again() moves a timer by; one that fires must not come again.
+  void start(std::size_t i, double delay) {
+    ev_timer& timer = timers[i];
+    if (ev_is_active(&timer)) {
+      timer.repeat = delay;
+      ev_timer_again(loop, &timer);
+      timer.repeat = 0;
+    } else {
+      ev_timer_set(&timer, delay, 0.);
+      ev_timer_start(loop, &timer);
+    }
+  }
+  void stop(std::size_t i) { ev_timer_stop(loop, &timers[i]); }
+  void run(std::size_t count) {
+    while (fired < count) ev_run(loop, EVRUN_NOWAIT);
+  }
+
+  struct ev_loop* loop = ev_loop_new(EVFLAG_AUTO);
+  std::size_t fired = 0;
+  std::vector<ev_timer> timers;
+};
+
+struct Libuv {
+  explicit Libuv(std::size_t n) : timers(n) {
+    uv_loop_init(&loop);
+    for (uv_timer_t& timer : timers) {
+      uv_timer_init(&loop, &timer);
+      timer.data = &fired;
+    }
+  }
+  ~Libuv() {
+    for (uv_timer_t& timer : timers) uv_close(reinterpret_cast<uv_handle_t*>(&timer), nullptr);
+    uv_run(&loop, UV_RUN_DEFAULT);
+    uv_loop_close(&loop);
+  }
+  void start(std::size_t i, double delay) {
+    uv_timer_start(
+        &timers[i], [](uv_timer_t* self) { ++*static_cast<std::size_t*>(self->data); },
+        static_cast<std::uint64_t>(delay * 1e3), 0);
+  }
+  void stop(std::size_t i) { uv_timer_stop(&timers[i]); }
+  void run(std::size_t count) {
+    while (fired < count) uv_run(&loop, UV_RUN_NOWAIT);
+  }
+
+  uv_loop_t loop;
+  std::size_t fired = 0;
+  std::vector<uv_timer_t> timers;
+};
+
+struct Asio {
+  explicit Asio(std::size_t n) {
+    timers.reserve(n);
+    for (std::size_t i = 0; i < n; ++i) timers.emplace_back(context);
+  }
+  // A cancelled wait is completed and freed by the loop, which therefore belongs to the cost; it
+  // has its turn after every so many of them.
+  void completeSome() {
+    if (++waitsCancelled % 64 == 0) context.poll();
+  }
+  void start(std::size_t i, double delay) {
+    const std::chrono::nanoseconds after(static_cast<std::int64_t>(delay * 1e9));
+    const bool cancelled = timers[i].expires_after(after) > 0;
+    timers[i].async_wait([this](const asio::error_code& error) {
+      if (!error) ++fired;
+    });
+    if (cancelled) completeSome();
+  }
+  void stop(std::size_t i) {
+    timers[i].cancel();
+    completeSome();
+  }
+  void run(std::size_t count) {
+    while (fired < count) {
+      context.restart();
+      context.poll();
+    }
+  }
+
+  asio::io_context context{1};
+  std::size_t fired = 0, waitsCancelled = 0;
+  std::vector<asio::steady_timer> timers;
+};
+
+using LibeventHeap = Libevent<false>;
+using LibeventCommon = Libevent<true>;
+
+/// All delays are equal.
 template <typename Backend>
-std::unique_ptr<Backend> filled(benchmark::State& state, std::size_t pending, bool constantDelay) {
-  auto backend = std::make_unique<Backend>(pending);
-  for (std::size_t i = 0; i < pending; ++i) {
-    backend->start(i, constantDelay ? longDelay : delays()[i % delays().size()]);
-  }
-  state.counters["bytes"] = static_cast<double>(Backend::bytes);
-  return backend;
-}
-
-/// One stop and one start of any of the pending timers.
-template <typename Backend>
-void StartStop(benchmark::State& state) {
-  const auto n = static_cast<std::size_t>(state.range(0));
-  const auto backend = filled<Backend>(state, n, false);
-  const auto order = indices(n);
-  std::size_t k = 0;
-  for (auto _ : state) {
-    const std::size_t at = k++ % order.size();
-    backend->stop(order[at]);
-    backend->start(order[at], delays()[at]);
-  }
-}
-
-template <typename Backend, bool ConstantDelay>
-void Rearm(benchmark::State& state) {
-  const auto n = static_cast<std::size_t>(state.range(0));
-  const auto backend = filled<Backend>(state, n, ConstantDelay);
-  const auto order = indices(n);
-  std::size_t k = 0;
-  for (auto _ : state) {
-    const std::size_t at = k++ % order.size();
-    backend->start(order[at], ConstantDelay ? longDelay : delays()[at]);
-  }
+void RearmEqual(State& state) {
+  constexpr double delay = 1000;
+  Backend timers(many(state));
+  for (std::size_t i = 0; i < many(state); ++i) timers.start(i, delay);
+  RandomNumbers random;
+  for (auto _ : state) timers.start(random.below(many(state)), delay);
 }
 
 /// Time per timer of one loop in which all of them are due.
 template <typename Backend>
-void Expire(benchmark::State& state) {
-  const auto n = static_cast<std::size_t>(state.range(0));
+void Expire(State& state) {
+  const auto n = many(state);
+  RandomNumbers random;
   for (auto _ : state) {
     state.PauseTiming();
-    auto backend = std::make_unique<Backend>(n);
-    for (std::size_t i = 0; i < n; ++i)
-      backend->start(i, 0.02 * delays()[i % delays().size()] / longDelay);
+    std::optional<Backend> timers(n);
+    for (std::size_t i = 0; i < n; ++i) timers->start(i, random.between(0.02, 0.04));
     const double due = Tarvo::time() + 0.05;
     while (Tarvo::time() < due) {
     }
     state.ResumeTiming();
-    backend->run(n);
+    timers->run(n);
     state.PauseTiming();
-    backend.reset();
+    timers.reset();
     state.ResumeTiming();
   }
+  using benchmark::Counter;
   state.counters["each"] =
-      benchmark::Counter(static_cast<double>(n), benchmark::Counter::kIsIterationInvariantRate |
-                                                     benchmark::Counter::kInvert);
+      Counter(static_cast<double>(n), Counter::kIsIterationInvariantRate | Counter::kInvert);
 }
 
-void sizes(benchmark::internal::Benchmark* b) { b->RangeMultiplier(10)->Range(1000, 1000000); }
+void sizes(benchmark::internal::Benchmark* b) { b->RangeMultiplier(10)->Range(1000, 1'000'000); }
+/// For those whose growth is shown.
+void fewer(benchmark::internal::Benchmark* b) { b->Arg(1)->Arg(10)->Arg(100); }
 
-#define TIMER_ROWS(Backend)                         \
-  BENCHMARK(StartStop<Backend>)->Apply(sizes);      \
-  BENCHMARK((Rearm<Backend, false>))->Apply(sizes); \
-  BENCHMARK((Rearm<Backend, true>))->Apply(sizes);  \
+#define TIMER_ROWS(Backend)                     \
+  BENCHMARK(StartStop<Backend>)->Apply(sizes);  \
+  BENCHMARK(Rearm<Backend>)->Apply(sizes);      \
+  BENCHMARK(RearmEqual<Backend>)->Apply(sizes); \
   BENCHMARK(Expire<Backend>)->Apply(sizes)->Iterations(3);
-
-using bench::Asio;
-using bench::Libev;
-using bench::Libuv;
-using bench::TarvoWheel;
-using LibeventHeap = bench::Libevent<false>;
-using LibeventCommon = bench::Libevent<true>;
 
 TIMER_ROWS(TarvoWheel)
 TIMER_ROWS(LibeventHeap)
 TIMER_ROWS(Libev)
 TIMER_ROWS(Libuv)
 TIMER_ROWS(Asio)
-BENCHMARK((Rearm<LibeventCommon, true>))->Apply(sizes);
+BENCHMARK(RearmEqual<LibeventCommon>)->Apply(sizes);
+BENCHMARK(Rearm<TimerTasks>)->Apply(sizes);
+BENCHMARK(StartStop<TarvoWheel>)->Apply(fewer);
+BENCHMARK(StartStop<LibeventHeap>)->Apply(fewer);
 
 }  // namespace
+
+}  // namespace bench

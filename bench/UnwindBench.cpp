@@ -5,33 +5,26 @@
 /// measure that.
 
 #define UNW_LOCAL_ONLY
-#include <benchmark/benchmark.h>
 #include <libunwind.h>
 
-#include "AtDepth.h"
-#include "Tarvo/Backtrace.h"
+#include "Leaves.h"
+
+namespace bench {
 
 namespace {
 
-void BacktraceCapture(benchmark::State& state) {
+void UnwBacktrace(State& state) {
   atDepth(state.range(0), [&] {
     for (auto _ : state) {
-      Tarvo::Backtrace here(true);
-      benchmark::DoNotOptimize(here);
+      void* frames[Tarvo::Backtrace::maxFrames];
+      opaque(unw_backtrace(frames, Tarvo::Backtrace::maxFrames));
+      opaque(frames);
     }
   });
 }
 BENCHMARK(BacktraceCapture)->Arg(10)->Arg(50)->Arg(100);
-
-void UnwBacktrace(benchmark::State& state) {
-  atDepth(state.range(0), [&] {
-    for (auto _ : state) {
-      void* frames[Tarvo::Backtrace::maxFrames];
-      benchmark::DoNotOptimize(unw_backtrace(frames, Tarvo::Backtrace::maxFrames));
-      benchmark::DoNotOptimize(frames);
-    }
-  });
-}
 BENCHMARK(UnwBacktrace)->Arg(10)->Arg(50)->Arg(100);
 
 }  // namespace
+
+}  // namespace bench
