@@ -91,6 +91,8 @@ TaskClock::time_point TaskSchedulerRoot::takeSteps(TaskClock::time_point now) {
   do {
     stepWanted_ = false;
     now = rootStep(now);
+    while (!stepWanted_ && !slice.mayWait()) {
+    }
   } while (stepWanted_ && !virtualTime_ && slice.goesOn(now));
   return now;
 }

@@ -11,6 +11,7 @@
 
 #include "Tarvo/LibeventFactory.h"
 #include "Tarvo/Thread.h"
+#include "platform/libevent/LoopWakes.h"
 #include "platform/libevent/Notification.h"
 
 namespace Tarvo {
@@ -27,6 +28,7 @@ void keepExceptionForLoop() noexcept { ThreadLoop::own().keepException(); }
 
 void markBaseShared() {
   ThreadLoop* loop = ThreadLoop::find();
+  LoopWakes::eraBegins(threadWords->wakes);
   if (loop == nullptr || loop->base() == nullptr) return;
   loop->attention |= LoopWords::sharedWithParent;
   loop->usableBase = nullptr;

@@ -3,9 +3,14 @@
 #include "Tarvo/Allocator.h"
 #include "Tarvo/LibeventFactory.h"
 #include "platform/libevent/DeferredFdControl.h"
+#include "platform/libevent/LoopWakes.h"
 #include "platform/libevent/ThreadLoop.h"
 
 namespace Tarvo::Impl {
+
+SchedulerCallback::~SchedulerCallback() {
+  if (threadWords->wakes != nullptr) threadWords->wakes->lookAfterAll();
+}
 
 void SchedulerCallback::requestCallback() {
   LibeventCallbackControl::requestCallback();
@@ -39,6 +44,7 @@ SchedulerCallback::Slice::Slice(const SchedulerCallback& callback, TimePoint now
   // event_base_loopexit() ends the loop after the present turn, so one step must do.
   event_base* base = threadWords->usableBase;
   if (base != nullptr && event_base_got_exit(base) != 0) end_ = now;
+  if (threadWords->wakes != nullptr) threadWords->wakes->sliceBegins();
   if (base != nullptr && now < end_ && !leFastForward()) threadWords->inSlice = true;
 }
 
@@ -52,8 +58,19 @@ bool SchedulerCallback::Slice::goesOn(TimePoint now) const {
   event_base* base = threadWords->usableBase;  // null after a fork
   if (now >= end_ || base == nullptr || leFastForward()) return false;
   if (threadWords->dueTimersArmed != dueTimersArmed_) return false;
-  return event_base_get_num_events(base, EVENT_BASE_COUNT_ACTIVE) == 0 &&
-         event_base_got_break(base) == 0;
+  if (event_base_get_num_events(base, EVENT_BASE_COUNT_ACTIVE) != 0 ||
+      event_base_got_break(base) != 0) {
+    return false;
+  }
+  if (LoopWakes* wakes = threadWords->wakes; wakes != nullptr && wakes->any()) {
+    wakes->serveInSlice();
+  }
+  return true;
+}
+
+bool SchedulerCallback::Slice::mayWait() const {
+  LoopWakes* wakes = threadWords->wakes;
+  return wakes == nullptr || wakes->fallsAsleep();
 }
 
 std::shared_ptr<SchedulerCallback> getSchedulerCallback(Platform::CallbackHandler* handler) {

@@ -14,6 +14,7 @@ namespace Tarvo::Impl {
 class SchedulerCallback final : public LibeventCallbackControl {
  public:
   using LibeventCallbackControl::LibeventCallbackControl;
+  ~SchedulerCallback() override;
 
   /// The callback comes in the next turn of the loop, after the loop has waited in the kernel.
   void requestCallback() override;
@@ -35,8 +36,11 @@ class SchedulerCallback final : public LibeventCallbackControl {
     ~Slice();
     /// Whether another step may begin at `now`: the slice has time left, and the loop has nothing
     /// to serve that it knows of without a system call (an active event, a timer without delay, a
-    /// break).
+    /// break). What other threads have woken meanwhile is scheduled before the step.
     bool goesOn(TimePoint now) const;
+    /// Without another step the loop may wait in the kernel. False when other threads have woken
+    /// something meanwhile, which is scheduled now.
+    bool mayWait() const;
 
    private:
     std::uint64_t dueTimersArmed_;

@@ -13,6 +13,7 @@
 #include "Tarvo/TimerWheel.h"
 #include "foundation/Uncancelled.h"
 #include "platform/libevent/EventTime.h"
+#include "platform/libevent/LoopWakes.h"
 #include "platform/libevent/VirtualTimers.h"
 
 namespace Tarvo::Impl {
@@ -43,6 +44,7 @@ ThreadLoop::~ThreadLoop() {
     free();
   } else {
     releaseParts();
+    closeWakes();
   }
   virtualTimers_.reset();
   while (wheels_ != nullptr) remove(*wheels_);
@@ -69,10 +71,25 @@ void ThreadLoop::releaseParts() {
   }
 }
 
+std::shared_ptr<LoopWakes> ThreadLoop::wakesOfBase() {
+  event_base* base = leInit();
+  if (wakesOfBase_ == nullptr) {
+    wakesOfBase_ = std::make_shared<LoopWakes>(base);
+    wakes = wakesOfBase_.get();
+  }
+  return wakesOfBase_;
+}
+
+void ThreadLoop::closeWakes() {
+  wakes = nullptr;
+  if (const auto closed = std::move(wakesOfBase_)) closed->close();
+}
+
 void ThreadLoop::free() {
   if (base_ == nullptr) return;
   if ((attention & sharedWithParent) != 0) rebuild();
   releaseParts();
+  closeWakes();
   for (TimerWheel* wheel = wheels_; wheel != nullptr; wheel = wheel->nextOfThread_) {
     // Its master timer is freed with the base.
     wheel->masterExpiry_ = std::numeric_limits<double>::infinity();
@@ -91,6 +108,7 @@ void ThreadLoop::rebuild() {
   if (event_reinit(base_) != 0) {
     TARVO_TRACE(libeventTrace, 1, "a descriptor that was closed is not watched any more");
   }
+  if (wakes != nullptr) wakes->renew();
 }
 
 void ThreadLoop::offsetIs(const timeval& offset) {
@@ -117,11 +135,22 @@ int ThreadLoop::dispatch(Limit limit) {
   if (dispatching) return event_base_dispatch(base);  // libevent warns and returns -1
   throwKept();  // from a program that ran the base by itself, without this function
   stopped_ = false;
+  int result = 0;
+  do {
+    // What was woken while the loop was not running, or as its last notification ended.
+    while (wakes != nullptr && !wakes->fallsAsleep()) {
+    }
+    result = dispatchOnce(limit);
+  } while (result == 1 && wakes != nullptr && wakes->any());
+  return result;
+}
+
+int ThreadLoop::dispatchOnce(Limit limit) {
   if (limit == Limit::none && onlyEmptyWheelsLeft()) return 1;
   int result = 0;
   {
     const Dispatching mark(*this, limit);
-    result = event_base_dispatch(base);
+    result = event_base_dispatch(base_);
   }
   throwKept();
   return finished_ && !stopped_ ? 1 : result;

@@ -20,6 +20,7 @@ class TimerWheel;
 
 namespace Impl {
 
+class LoopWakes;
 class VirtualTimers;
 
 /// The members that hot paths read and write. They are reached through one thread-local pointer
@@ -43,6 +44,8 @@ struct LoopWords {
   /// How many timers without delay were armed so far. libevent makes such a timer active in the
   /// next turn only; a change of this count tells a slice that one is due.
   std::uint64_t dueTimersArmed = 0;
+  /// Through it other threads wake the loop. Null when nobody has asked for that yet.
+  LoopWakes* wakes = nullptr;
   /// When the running loop ends. The slices of schedulers end then too.
   std::chrono::steady_clock::time_point endOfLoop = std::chrono::steady_clock::time_point::max();
 };
@@ -94,6 +97,9 @@ class ThreadLoop : public LoopWords {
   /// Null without a base.
   VirtualTimers* virtualTimers() { return virtualTimers_.get(); }
 
+  /// `wakes`, made when there is none, together with the base.
+  std::shared_ptr<LoopWakes> wakesOfBase();
+
   /// Runs the base, then throws the exception that a notification left. Without a limit it also
   /// returns when only the master timers of empty wheels are pending.
   enum class Limit : std::uint8_t { some, none };
@@ -124,6 +130,8 @@ class ThreadLoop : public LoopWords {
   [[gnu::cold, gnu::noinline]] static ThreadLoop& make();
   static void threadEnds(void* loop);
   void releaseParts();
+  void closeWakes();
+  int dispatchOnce(Limit limit);
   void throwKept();
   void dropKeptObjects();
 
@@ -137,7 +145,8 @@ class ThreadLoop : public LoopWords {
   std::exception_ptr kept_;
   KeptObject* keptObjects_ = nullptr;
   std::unique_ptr<VirtualTimers> virtualTimers_;  // bound to base_
-  TimerWheel* wheels_ = nullptr;                  // linked through TimerWheel::nextOfThread_
+  std::shared_ptr<LoopWakes> wakesOfBase_;
+  TimerWheel* wheels_ = nullptr;  // linked through TimerWheel::nextOfThread_
   std::array<std::shared_ptr<void>, 4> parts_;
 };
 

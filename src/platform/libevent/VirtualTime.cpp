@@ -10,6 +10,7 @@
 #include "platform/libevent/EventTime.h"
 #include "platform/libevent/LibeventBase.h"
 #include "platform/libevent/LibeventTimeouts.h"
+#include "platform/libevent/LoopWakes.h"
 #include "platform/libevent/VirtualTime.h"
 
 namespace Tarvo {
@@ -67,6 +68,7 @@ bool fastForwardDelayToFirstTimer(timeval* out) {
 
 bool Impl::delayToFirstTimer(timeval* out) {
   event_base* base = leInit();
+  if (threadWords->wakes != nullptr) threadWords->wakes->serve();
   if (event_base_get_num_events(base, EVENT_BASE_COUNT_ACTIVE) > 0) {
     *out = {0, 0};
     return true;

@@ -1,0 +1,166 @@
+#include "Tarvo/TaskWaker.h"
+
+#include <csignal>
+#include <thread>
+
+#include "support/ChildProcess.h"
+#include "support/OpenDescriptors.h"
+#include "support/SchedulerFixture.h"
+
+namespace {
+
+using namespace testsupport;
+using Tarvo::TaskWaker;
+
+struct Waker : SchedulerFixture {
+  static void elsewhere(const std::function<void()>& body) { std::thread(body).join(); }
+};
+
+TEST_F(Waker, SchedulesAnyKindOfTaskOnceForAllWakes) {
+  struct Reads : Tarvo::FileDescriptorTask {
+    using FileDescriptorTask::FileDescriptorTask;
+    void taskExecuteReadable() override { ran += 'r'; }
+    void taskExecuteWritable() override { ran += 'w'; }
+    std::string ran;
+  };
+  const auto task = make("task");
+  const auto timer =
+      std::make_shared<Logged<Tarvo::TimerTask>>(root, TaskPriority::high, "timer", log);
+  const auto reads = std::make_shared<Reads>(root, TaskPriority::low, "descriptor");
+  const TaskWaker wakers[] = {TaskWaker(*task), TaskWaker(*timer),
+                              TaskWaker(*reads, TaskWaker::Direction::read),
+                              TaskWaker(*reads, TaskWaker::Direction::write), TaskWaker()};
+  for (const bool inVirtualTime : {false, true}) {
+    Platform::setFastForward(inVirtualTime);
+    for (const bool elsewhereFirst : {false, true}) {
+      log.clear();
+      reads->ran.clear();
+      timer->scheduleTaskDelay(1e9);
+      const auto wakeAll = [&] {
+        for (const TaskWaker& waker : wakers) waker.wake(), waker.wake();
+      };
+      elsewhereFirst ? elsewhere(wakeAll) : wakeAll();
+      Platform::doEventLoop();  // the timer did not wait
+      EXPECT_EQ(log, (RunLog{"timer", "task"}));
+      EXPECT_EQ(reads->ran, "rw");
+      EXPECT_LT(Tarvo::time(), 1e8);
+    }
+  }
+}
+
+TEST_F(Waker, WakesTheThreadInTheKernelAndBetweenRuns) {
+  const auto first = make("first", TaskPriority::low);
+  const auto second = make("second", TaskPriority::high);
+  const TaskWaker waker(*second);
+  first->body = [&](TestTask& self) {
+    elsewhere([&] { waker.wake(); });
+    if (log.size() < 3) self.scheduleTask();
+  };
+  first->scheduleTask();
+  second->body = [&](TestTask&) {
+    if (log.size() == 4) Platform::stopEventLoop();
+  };
+  Platform::doEventLoop(60);
+  EXPECT_EQ(log, (RunLog{"first", "second", "first", "second"}));
+
+  second->body = [](TestTask&) { Platform::stopEventLoop(); };
+  std::thread later([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    waker.wake();
+  });
+  EXPECT_LT((Platform::doEventLoop(60), log.size()), 6U);
+  later.join();
+  EXPECT_EQ(log.back(), "second");
+}
+
+TEST_F(Waker, IsHarmlessWhenTaskOrThreadAreGone) {
+  const auto withoutLoop = [&] {
+    root.reset();
+    Tarvo::leFree();
+    const long count = openDescriptors();
+    root = Tarvo::schedulerRootTarvoNonShared("root");
+    return count;
+  };
+  const long descriptors = withoutLoop();
+  TaskWaker ofTask, ofThread;
+  ofTask = TaskWaker(*make("short"));
+  ofTask.wake();
+  elsewhere([&] {
+    const auto task = std::make_shared<TestTask>(Tarvo::schedulerRootTarvo(), TaskPriority::normal,
+                                                 "elsewhere", log);
+    ofThread = TaskWaker(*task);
+    ofThread.wake();
+  });
+  ofThread.wake();
+  Platform::doEventLoop();
+  EXPECT_EQ(log, RunLog{});
+  ofTask = ofThread = TaskWaker();
+  EXPECT_EQ(withoutLoop(), descriptors);
+}
+
+TaskWaker signalled;
+
+TEST_F(Waker, MayBeUsedBySignalHandlers) {
+  const auto task =
+      make("task", TaskPriority::normal, [](TestTask&) { Platform::stopEventLoop(); });
+  signalled = TaskWaker(*task);
+  const auto before = std::signal(SIGALRM, [](int) {
+    errno = 7;
+    signalled.wake();
+    if (errno != 7) std::abort();
+  });
+  ualarm(2000, 0);
+  Platform::doEventLoop(60);
+  EXPECT_EQ(log, RunLog{"task"});
+  std::signal(SIGALRM, before);
+  signalled = {};
+}
+
+TEST_F(Waker, WhatThrowsLeavesTheOthersToBeServed) {
+  const auto first = make("first"), second = make("second");
+  const TaskWaker wakers[] = {TaskWaker(*first), TaskWaker(*second)};
+  first->onBusy = [](TestTask& self) {
+    self.onBusy = nullptr;
+    throw 7;
+  };
+  for (const TaskWaker& waker : wakers) waker.wake();
+  EXPECT_THROW(Platform::doEventLoop(), int);
+  Platform::doEventLoop();
+  EXPECT_EQ(log, (RunLog{"first", "second"}));
+}
+
+TEST_F(Waker, OfAForkedChildAreItsOwn) {
+  const auto task = make("task");
+  const TaskWaker waker(*task);
+  TaskWaker ofOtherThread;
+  std::atomic<int> step{0};
+  std::thread other([&] {
+    const auto stays =
+        std::make_shared<TestTask>(Tarvo::schedulerRootTarvo(), TaskPriority::normal, "stays", log);
+    ofOtherThread = TaskWaker(*stays);
+    step = 1;
+    step.notify_one();
+    step.wait(1);
+  });
+  step.wait(0);
+  waker.wake();
+  const ChildResult child = runForked([&] {
+    ofOtherThread.wake();
+    waker.wake();
+    Tarvo::leForkReinit();
+    Platform::doEventLoop();
+    if (log != RunLog{"task"}) return 1;
+    task->body = [](TestTask&) { Platform::stopEventLoop(); };
+    std::thread([&] { waker.wake(); }).join();
+    Platform::doEventLoop(60);
+    return log.size() == 2 ? 0 : 2;
+  });
+  EXPECT_EQ(child.exitCode, 0) << child.signal << child.err;
+  Platform::doEventLoop();
+  EXPECT_EQ(log, RunLog{"task"});  // once, of before the fork
+  step = 2;
+  step.notify_one();
+  other.join();
+}
+
+}  // namespace
