@@ -8,7 +8,7 @@
 namespace Tarvo {
 
 StatsJson::StatsJson(const TaskSchedulerRoot& root, const String& prefix)
-    : root_(root), prefix_(prefix), walk_(root) {
+    : prefix_(prefix), walk_(root) {
   writer_.StartObject();
   text("root", root.schedulerName());
   number("uptimeNs", nanoseconds(TaskClock::now() - root.startTime()));

@@ -29,7 +29,6 @@ class StatsJson final : public Report {
   template <typename Integer>
   void number(const char* key, Integer value);
 
-  const TaskSchedulerRoot& root_;
   String prefix_;
   StatsWalk walk_;
   bool inScheduler_ = false;

@@ -1,3 +1,4 @@
+#include <dwarf.h>
 #include <elfutils/libdwfl.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -70,11 +71,16 @@ class DwarfReader final : public SymbolReader {
     if (const char* function = functionAt(address)) {
       place.function.assign(function, std::strcspn(function, "@"));  // without its version
     }
-    Dwfl_Line* line = dwfl_module_getsrc(module_, address);
+    Dwarf_Addr bias = 0;
+    Dwarf_Die* unit = unitAt(address, bias);
+    Dwarf_Line* line = unit != nullptr ? dwarf_getsrc_die(unit, address - bias) : nullptr;
     if (line == nullptr) return place;
-    const char* file = dwfl_lineinfo(line, nullptr, &place.line, nullptr, nullptr, nullptr);
-    if (file == nullptr) return place;
-    const char* folder = *file != '/' ? dwfl_line_comp_dir(line) : nullptr;
+    const char* file = dwarf_linesrc(line, nullptr, nullptr);
+    if (file == nullptr || dwarf_lineno(line, &place.line) != 0) return place;
+    Dwarf_Attribute attribute;
+    const char* folder = *file != '/'  // no attribute has no text
+                             ? dwarf_formstring(dwarf_attr(unit, DW_AT_comp_dir, &attribute))
+                             : nullptr;
     if (folder != nullptr) place.file = std::string(folder) + "/";
     place.file += file;
     return place;
@@ -86,6 +92,12 @@ class DwarfReader final : public SymbolReader {
     std::uintptr_t end;
     bool local;
     const char* name;
+  };
+  struct Unit {
+    std::uintptr_t begin;
+    std::uintptr_t end;
+    Dwarf_Addr bias;
+    Dwarf_Die* die;
   };
 
   /// Sorts the functions by address once. libdwfl's own look-up is linear in the number of symbols.
@@ -118,6 +130,32 @@ class DwarfReader final : public SymbolReader {
     return address < function.end || function.begin == address ? function.name : nullptr;
   }
 
+  /// Not every compiler writes the table that leads from an address to its unit. Then the units
+  /// themselves tell where their code is.
+  Dwarf_Die* unitAt(std::uintptr_t address, Dwarf_Addr& bias) {
+    if (Dwarf_Die* unit = dwfl_module_addrdie(module_, address, &bias)) return unit;
+    if (!std::exchange(unitsListed_, true)) listUnits();
+    const auto behind = std::ranges::upper_bound(units_, address, {}, &Unit::begin);
+    if (behind == units_.begin() || address >= std::prev(behind)->end) return nullptr;
+    bias = std::prev(behind)->bias;
+    return std::prev(behind)->die;
+  }
+
+  void listUnits() {
+    Dwarf_Die* unit = nullptr;
+    Dwarf_Addr bias = 0;
+    while ((unit = dwfl_module_nextcu(module_, unit, &bias)) != nullptr) {
+      Dwarf_Addr base = 0;
+      Dwarf_Addr begin = 0;
+      Dwarf_Addr end = 0;
+      std::ptrdiff_t at = 0;
+      while ((at = dwarf_ranges(unit, at, &base, &begin, &end)) > 0) {
+        units_.push_back({begin + bias, end + bias, bias, unit});
+      }
+    }
+    std::ranges::sort(units_, {}, &Unit::begin);
+  }
+
   struct End {
     void operator()(Dwfl* session) const { dwfl_end(session); }
   };
@@ -125,6 +163,8 @@ class DwarfReader final : public SymbolReader {
   Dwfl_Module* module_ = nullptr;  // owned by the session, as the names in functions_ are
   bool listed_ = false;
   std::vector<Function> functions_;  // by address
+  bool unitsListed_ = false;
+  std::vector<Unit> units_;  // by address
 };
 
 }  // namespace
