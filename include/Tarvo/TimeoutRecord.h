@@ -2,25 +2,25 @@
 #define TARVO_TIMEOUTRECORD_H
 
 #include <cstdint>
-#include <utility>
 
 #include "Tarvo/Export.h"
 
 namespace Tarvo::Impl {
 
-class TimeoutList;
+struct TimeoutLink {
+  TimeoutLink* next_ = nullptr;
+  TimeoutLink* previous_ = nullptr;
+};
 
-/// The links of a timer in one list, a slot of the timing wheel. A base class of the timer, so that
-/// linking allocates nothing.
-struct TimeoutRecord {
+/// The links of a timer in one list of the timing wheel. A base class of the timer, so that linking
+/// allocates nothing.
+struct TimeoutRecord : TimeoutLink {
   /// Expiries are absolute ticks.
   static constexpr std::uint32_t absolute = 2;
 
-  TimeoutRecord* next_ = nullptr;
-  TimeoutRecord* previous_ = nullptr;
-  TimeoutList* pending_ = nullptr;  // the list that it is in
   std::uint64_t expires_ = 0;       // a tick while it is in a list, otherwise free for its owner
   std::uint32_t flags_ = absolute;  // the upper bits are free for its owner
+  std::uint32_t wheel_ = 0;         // number of the wheel that last held it
 };
 
 /// A first-in, first-out list from which any member can be removed in constant time.
@@ -30,36 +30,30 @@ class TARVO_EXPORT TimeoutList {
   TimeoutList(const TimeoutList&) = delete;
   TimeoutList& operator=(const TimeoutList&) = delete;
 
-  bool empty() const { return first_ == nullptr; }
-  TimeoutRecord* first() const { return first_; }
-  /// REQUIRES: the record hangs in no list.
-  void append(TimeoutRecord& record);
-  /// REQUIRES: the record hangs in this list.
-  void remove(TimeoutRecord& record);
-  /// Empties the list without unlinking its members: returns the first, and `next_` leads to the
-  /// others.
-  TimeoutRecord* release() {
-    last_ = nullptr;
-    return std::exchange(first_, nullptr);
+  bool empty() const { return ends_.next_ == &ends_; }
+  /// Null without one.
+  TimeoutRecord* first() const {
+    return empty() ? nullptr : static_cast<TimeoutRecord*>(ends_.next_);
   }
+  /// REQUIRES: the record is in no list.
+  void append(TimeoutRecord& record);
+  /// REQUIRES: the record is in a list.
+  static void remove(TimeoutRecord& record);
 
  private:
-  TimeoutRecord* first_ = nullptr;
-  TimeoutRecord* last_ = nullptr;
+  TimeoutLink ends_{&ends_, &ends_};  // closes the ring of the members
 };
 
 inline void TimeoutList::append(TimeoutRecord& record) {
-  record.next_ = nullptr;
-  record.previous_ = last_;
-  record.pending_ = this;
-  (last_ != nullptr ? last_->next_ : first_) = &record;
-  last_ = &record;
+  record.next_ = &ends_;
+  record.previous_ = ends_.previous_;
+  ends_.previous_->next_ = &record;
+  ends_.previous_ = &record;
 }
 
 inline void TimeoutList::remove(TimeoutRecord& record) {
-  (record.previous_ != nullptr ? record.previous_->next_ : first_) = record.next_;
-  (record.next_ != nullptr ? record.next_->previous_ : last_) = record.previous_;
-  record.pending_ = nullptr;
+  record.previous_->next_ = record.next_;
+  record.next_->previous_ = record.previous_;
 }
 
 }  // namespace Tarvo::Impl

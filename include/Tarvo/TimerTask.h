@@ -24,6 +24,7 @@
 
 #include <chrono>
 #include <concepts>
+#include <limits>
 #include <memory>
 #include <utility>
 
@@ -121,7 +122,7 @@ class TARVO_EXPORT TimerTask : public TaskImpl, private TimerWheelEvent {
   Time currentExpirationTime() const;
   /// Seconds until the timer expires: 0.0 when it is overdue, infinity when it is not running.
   double timerRemaining() const;
-  bool timerRunning() const { return timerRunning_; }
+  bool timerRunning() const { return expirationTime() != std::numeric_limits<Time>::infinity(); }
 
   /// Draws the next jitter of a delay, in its unit.
   TaskTimeDuration jitterOffset(TaskTimeDuration delay, unsigned char maxJitterPercentage) const;
@@ -144,8 +145,6 @@ class TARVO_EXPORT TimerTask : public TaskImpl, private TimerWheelEvent {
   void scheduleTaskDelayedPrivate(Delay delay, bool restart);
   int jitterPercent(unsigned char maxJitterPercentage) const;
   void becomeRunnable();
-
-  bool timerRunning_ = false;  // a timer that this task armed is pending
 };
 
 }  // namespace Tarvo

@@ -4,16 +4,14 @@
 /// Many timers on one timer of the event loop.
 ///
 /// What happens when:
-/// 1. timerStart() notes the exact expiry on the library clock (a double) and hangs the timer into
-/// a
-///    timing wheel by its tick of 10 ms, rounded down. When it is due before the wheel's master
-///    timer, the master timer is armed for it. One that runs already and is only put off stays
-///    where it hangs until the tick there has come (but not while time is fast-forwarded, where
-///    every stop counts).
-/// 2. When the master timer fires, the wheel's present is the clock in ticks, rounded up. So the
-///    wheel hands out every timer that falls due within the running tick.
-/// 3. Those wait in a list in the order of their exact expiries. What is due is served; the rest
-///    waits for the master timer, which is armed for the exact remainder.
+/// 1. timerStart() notes the exact expiry on the library clock (a double) and puts the timer into
+///    the slot of its tick (10 ms, rounded down). If the timer is due before the master timer, the
+///    master timer is armed for it. A running timer that is put off stays in its old slot until
+///    that tick has come, and moves then (not in fast forward, where each stop would be a jump).
+/// 2. When the master timer fires, the wheel advances to the clock in ticks, rounded up. That hands
+///    out every timer that expires within the current tick.
+/// 3. Those wait in a list, sorted by exact expiry. The ones that are due are called; for the rest
+///    the master timer is armed with the exact remainder.
 ///
 /// So a timer never fires early on the library clock, not by a microsecond, while starting and
 /// stopping one costs constant time and allocates nothing.
@@ -92,12 +90,15 @@ class TARVO_EXPORT TimerWheelEvent : private Impl::TimeoutRecord {
   friend class TimerWheel;
   friend TimerWheelEvent* timeoutLink2TimerWheelEvent(Impl::TimeoutRecord* record);
 
-  // The state stands in the record's flags: exactly one of three bits is set.
+  // The state stands in the record's flags: exactly one of three bits is set. It tells where the
+  // timer is; whether it runs is told by the expiry alone.
   static constexpr std::uint32_t firstStateFlag = 4;
   static constexpr std::uint32_t stateFlags = 7 * firstStateFlag;
 
   [[noreturn]] void failState() const;
   [[noreturn]] static void failStateChange(TimerWheelState from, TimerWheelState to);
+
+  bool runs() const { return expirationTime_ != std::numeric_limits<double>::infinity(); }
 
   double expirationTime_ = std::numeric_limits<double>::infinity();
 };
@@ -138,6 +139,9 @@ class TARVO_EXPORT TimerWheel : private Platform::TimeoutHandler,
   ~TimerWheel() override;
 
   void timerStart(TimerWheelEvent* event, double delay);
+  /// The same for a caller that has just read the library clock. The delay counts from `now`: with
+  /// a reading from before the call the timer would expire too early by the difference.
+  void timerStartFrom(TimerWheelEvent* event, double now, double delay);
   void timerStop(TimerWheelEvent* event);
   /// Runs the event's timeout(), the event being stopped already.
   void timerExpired(TimerWheelEvent* event) const;
@@ -156,6 +160,8 @@ class TARVO_EXPORT TimerWheel : private Platform::TimeoutHandler,
   /// Whether the master timer is armed and no timer runs.
   bool armedForNothing() const;
   bool mayStay(const TimerWheelEvent& event, std::uint64_t tick) const;
+  Impl::TimingWheel& wheelOf(const TimerWheelEvent& event) const;
+  void setMasterTimer(double now);
   void armMasterTimer(double delay, double expiry);
   void serve();
   void sortDueTicks();

@@ -46,11 +46,11 @@ TimerTask::~TimerTask() {
 
 bool TimerTask::taskScheduled() const {
   taskScheduler()->sanityCheckCurrentRunningThread();
-  return taskOnRunQueue() || timerRunning_;
+  return taskOnRunQueue() || timerRunning();
 }
 
 void TimerTask::scheduleTask() {
-  if (timerRunning_) {
+  if (timerRunning()) {
     taskScheduler()->sanityCheckCurrentRunningThread();
     doStopTimer();
   }
@@ -58,7 +58,7 @@ void TimerTask::scheduleTask() {
 }
 
 void TimerTask::timeout() {
-  timerRunning_ = false;
+  doStopTimer();  // it runs only when the caller is not the wheel
   becomeRunnable();
 }
 
@@ -71,14 +71,14 @@ void TimerTask::becomeRunnable() {
 
 void TimerTask::taskRunFromTest() {
   taskScheduler()->sanityCheckCurrentRunningThread();
-  if (timerRunning_) doStopTimer();
+  doStopTimer();
   TaskImpl::taskRunFromTest();
 }
 
 TaskStat::TaskStatus TimerTask::taskStatus() const {
   TaskStat::TaskStatus status = TaskImpl::taskStatus();
   status.taskTimerIs(true);
-  status.taskTimerRunningIs(timerRunning_);
+  status.taskTimerRunningIs(timerRunning());
   return status;
 }
 
@@ -174,7 +174,6 @@ void TimerTask::scheduleTaskDelayedPrivate(Delay delay, bool restart) {
   if (delay == 0) return scheduleTask();
   // One of many tasks is seldom in the cache; what is needed of it comes while the clock is read.
   __builtin_prefetch(static_cast<TimerWheelEvent*>(this), 1);
-  __builtin_prefetch(&timerRunning_, 1);
   __builtin_prefetch(taskNameRef().elem(), 1);
   const auto now = TaskClock::now();
   if (restart) {
@@ -190,29 +189,25 @@ void TimerTask::scheduleTaskDelayedPrivate(Delay delay, bool restart) {
   } else {
     TARVO_TRACE(taskSchedulerTrace, 8, "Timer already running {} expire {}", *this,
                 currentExpirationTime());
-    TARVO_ASSERT(timerRunning_, "Task: {}", *this);
+    TARVO_ASSERT(timerRunning(), "Task: {}", *this);
   }
 }
 
 bool TimerTask::doStartTimer(double delaySeconds, bool restart) {
   TARVO_ASSERT(!std::isnan(delaySeconds), "{}: a delay of NaN seconds", *this);
   if (!restart && delaySeconds >= remainingTimeout()) return false;
-  timerRunning_ = false;  // a start that throws stops what ran
   setTimeout(taskScheduler()->root()->timerWheel(), delaySeconds);
-  timerRunning_ = TimerWheelEvent::state() != notLinked;
-  return timerRunning_;
+  return timerRunning();
 }
 
 void TimerTask::doStopTimer() {
-  if (!timerRunning_) return;
-  timerRunning_ = false;
-  delTimeout(taskScheduler()->root()->timerWheel());
+  if (timerRunning()) delTimeout(taskScheduler()->root()->timerWheel());
 }
 
 void TimerTask::stopTimerTask() {
   taskScheduler()->sanityCheckCurrentRunningThread();
   const auto now = TaskClock::now();
-  if (timerRunning_) {
+  if (timerRunning()) {
     TARVO_TRACE(taskSchedulerTrace, 9, "Timer stopped {}, was running", *this);
     recordEvent(now, TaskSchedulerEventType::timerStop);
     doStopTimer();
@@ -226,7 +221,6 @@ void TimerTask::stopTimerTask() {
 Time TimerTask::currentExpirationTime() const {
   taskScheduler()->sanityCheckCurrentRunningThread();
   if (taskOnRunQueue()) return time();
-  if (!timerRunning_) return std::numeric_limits<Time>::infinity();
   return expirationTime();
 }
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <random>
 
@@ -15,12 +16,13 @@ using Tick = TimingWheel::Tick;
 struct WheelModel {
   void toggle(std::size_t i, Tick expires) {
     TimeoutRecord* const record = &records[i];
-    if (record->pending_ == nullptr) {
+    const auto is = [=](const auto& entry) { return entry.second == record; };
+    if (const auto place = std::ranges::find_if(model, is); place == model.end()) {
       wheel.add(*record, expires);
       model.emplace(expires, record);
     } else if (removes) {
       wheel.remove(*record);
-      std::erase_if(model, [=](const auto& entry) { return entry.second == record; });
+      model.erase(place);
     }
   }
 

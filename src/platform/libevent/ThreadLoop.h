@@ -120,6 +120,8 @@ class ThreadLoop : public LoopWords {
   /// Whether only the master timers of empty wheels are pending. A wheel leaves its timer armed
   /// when its last timer stops, which saves a system call; the loop must not wait for it.
   bool onlyEmptyWheelsLeft();
+  /// The first; the others follow by their links.
+  TimerWheel* wheels() const { return wheels_; }
   void add(TimerWheel& wheel);
   void remove(TimerWheel& wheel);
 

@@ -12,10 +12,10 @@
 
 #include "Tarvo/Loco.h"
 #include "Tarvo/Thread.h"
-#include "platform/libevent/ExactTimes.h"
 #include "platform/libevent/LibeventBase.h"
 #include "platform/libevent/Notification.h"
 #include "platform/libevent/ThreadLoop.h"
+#include "platform/wheel/ExactTimes.h"
 #include "platform/wheel/TimingWheel.h"
 
 namespace Tarvo {
@@ -36,8 +36,8 @@ Tick wholeTicks(double ticks) {
   return ticks < beyond ? static_cast<Tick>(ticks) : ~Tick{0};
 }
 
-// Rounding the clock up and the expiries down hands out every timer of the running tick; what is
-// not due to the microsecond then waits among the exact times.
+// With the clock rounded up and expiries rounded down, the wheel hands out every timer of the
+// current tick. Those not yet due then wait in the list of exact times.
 Tick expiryTick(double expiry) { return wholeTicks(ticksPerSecond * expiry); }
 Tick clockTick(double now) { return wholeTicks(std::ceil(ticksPerSecond * now)); }
 
@@ -53,7 +53,7 @@ TimerWheel::TimerWheel(Platform::EventPriority priority)
 
 TimerWheel::~TimerWheel() {
   if (loop_ != nullptr) loop_->remove(*this);
-  // None should be left; but one that is must not point into a wheel that is gone.
+  // No event should be left, but one that is must not stay linked into freed memory.
   const auto letGo = [](TimerWheelEvent* event) {
     event->stateIs(notLinked);
     event->expirationTime_ = infinity;
@@ -72,18 +72,22 @@ void TimerWheel::setCurrentTime(double now) {
 }
 
 void TimerWheel::timerStart(TimerWheelEvent* event, double delay) {
-  TARVO_ASSERT(!std::isnan(delay), "a delay of NaN seconds");
-  if (delay == infinity) return timerStop(event);
-  // One of many timers is seldom in the cache; it may come while the clock is read.
+  // One of many timers is seldom in the cache; it is fetched while the clock is read.
   __builtin_prefetch(event, 1);
   __builtin_prefetch(&event->expirationTime_, 1);
-  const double expiry = std::min(Tarvo::time() + delay, std::numeric_limits<double>::max());
+  timerStartFrom(event, Tarvo::time(), delay);
+}
+
+void TimerWheel::timerStartFrom(TimerWheelEvent* event, double now, double delay) {
+  TARVO_ASSERT(!std::isnan(delay), "a delay of NaN seconds");
+  if (delay == infinity) return timerStop(event);
+  const double expiry = std::min(now + delay, std::numeric_limits<double>::max());
   if (expiry == event->expirationTime_) return;
   const auto tick = expiryTick(expiry);
   const bool stays = mayStay(*event, tick);
   if (stays) {
     TARVO_TRACE(timerWheelTrace, 9, "timer {} del timeout", event);
-  } else if (event->expirationTime_ != infinity) {
+  } else if (event->runs()) {
     timerStop(event);
   }
   event->expirationTime_ = expiry;
@@ -95,7 +99,7 @@ void TimerWheel::timerStart(TimerWheelEvent* event, double delay) {
   }
   if (masterExpiry_ <= expiry) return;
   try {
-    setMasterTimer();
+    setMasterTimer(now);
   } catch (...) {
     timerStop(event);  // a start that failed has started nothing
     throw;
@@ -103,19 +107,28 @@ void TimerWheel::timerStart(TimerWheelEvent* event, double delay) {
 }
 
 bool TimerWheel::mayStay(const TimerWheelEvent& event, Tick tick) const {
-  return event.expirationTime_ != infinity && event.state() == inTimerWheel &&
-         event.expires_ <= tick && timeouts_->holds(event) && !Platform::fastForward();
+  return event.runs() && event.state() == inTimerWheel && event.expires_ <= tick &&
+         timeouts_->holds(event) && !Platform::fastForward();
+}
+
+Impl::TimingWheel& TimerWheel::wheelOf(const TimerWheelEvent& event) const {
+  const TimerWheel* wheel = this;
+  if (!timeouts_->holds(event) && loop_ != nullptr) {
+    wheel = loop_->wheels();
+    while (wheel != nullptr && !wheel->timeouts_->holds(event)) wheel = wheel->nextOfThread_;
+  }
+  return wheel != nullptr ? *wheel->timeouts_ : *timeouts_;
 }
 
 void TimerWheel::timerStop(TimerWheelEvent* event) {
-  if (event->expirationTime_ == infinity) {
+  if (!event->runs()) {
     TARVO_TRACE(timerWheelTrace, 9, "timer {} del timeout, not running", event);
     return;
   }
   TARVO_TRACE(timerWheelTrace, 9, "timer {} del timeout", event);
   switch (event->state()) {
     case inTimerWheel:
-      timeouts_->remove(*event);
+      wheelOf(*event).remove(*event);
       break;
     case inTimersExpiryingSoon:
       timersExpiryingSoon_->remove(*event);
@@ -126,7 +139,7 @@ void TimerWheel::timerStop(TimerWheelEvent* event) {
   event->stateIs(notLinked);
   event->expirationTime_ = infinity;
   if (!timeouts_->hasPending() && loop_ != nullptr) {
-    loop_->attention |= Impl::LoopWords::wheelMayBeEmpty;  // and its master timer still armed
+    loop_->attention |= Impl::LoopWords::wheelMayBeEmpty;  // with its master timer still armed
   }
 }
 
@@ -141,8 +154,9 @@ void TimerWheel::timerExpired(TimerWheelEvent* event) const {
   event->timeout();
 }
 
-void TimerWheel::setMasterTimer() {
-  const double now = Tarvo::time();
+void TimerWheel::setMasterTimer() { setMasterTimer(Tarvo::time()); }
+
+void TimerWheel::setMasterTimer(double now) {
   setCurrentTime(now);
   double delay = infinity;
   double expiry = infinity;
@@ -154,7 +168,7 @@ void TimerWheel::setMasterTimer() {
                 "has {} timers, firstExpiryTime={} now={}, set master timer timeout {}",
                 expiry <= now ? "expired" : "scheduled", expiry, now, delay);
   }
-  // A timer may have been started into the tick of those, and be due before them.
+  // A timer started into the same tick may be due before them.
   if (timeouts_->hasExpired()) {
     TARVO_TRACE(timerWheelTrace, 8, "has expired timers, set master timer timeout 0");
     delay = 0.0;
@@ -175,7 +189,7 @@ void TimerWheel::setMasterTimer() {
 }
 
 void TimerWheel::armMasterTimer(double delay, double expiry) {
-  masterExpiry_ = infinity;  // what it is when arming fails
+  masterExpiry_ = infinity;  // in case arming throws
   if (delay == infinity) {
     TARVO_TRACE(timerWheelTrace, 8, "has no timers, del master timer timeout");
     masterTimer_->delTimeout();
@@ -192,7 +206,7 @@ void TimerWheel::timeout() {
   } catch (...) {
     Impl::passCancellation();
     if (self == nullptr || self.use_count() > 1) throw;
-    // Whoever called will ask this wheel what to do with the exception, and it is about to go.
+    // The caller would ask this wheel how to handle the exception, but it is about to be destroyed.
     Impl::keepExceptionForLoop();
   }
 }
@@ -208,8 +222,8 @@ void TimerWheel::serve() {
     Impl::passCancellation();
     const auto failure = std::current_exception();
     try {
-      setMasterTimer();           // the rest that was due comes with the next loop
-    } catch (const Exception&) {  // no room for it; the first failure says more
+      setMasterTimer();           // the next loop serves the other due timers
+    } catch (const Exception&) {  // the first failure says more
     }
     std::rethrow_exception(failure);
   }
@@ -224,7 +238,7 @@ void TimerWheel::sortDueTicks() {
   while (Impl::TimeoutRecord* record = timeouts_->takeExpired()) {
     TimerWheelEvent* event = timeoutLink2TimerWheelEvent(record);
     const Tick tick = expiryTick(event->expirationTime_);
-    if (tick > timeouts_->now()) {  // it was put off
+    if (tick > timeouts_->now()) {  // it was put off without being moved
       timeouts_->add(*event, tick);
       continue;
     }
@@ -240,7 +254,7 @@ void TimerWheel::sortDueTicks() {
 }
 
 void TimerWheel::serveDue(double now) {
-  // A callback may start and stop any timer, and may even serve the wheel itself.
+  // A callback may start and stop any timer, and may even call timeout() of this wheel.
   while (!timersExpiryingSoon_->empty()) {
     if (timersExpiryingSoon_->firstExpiry() > now) {
       TARVO_TRACE(timerWheelTrace, 9, "Defer processing timers with expiry time {} > now {}",
@@ -248,8 +262,6 @@ void TimerWheel::serveDue(double now) {
       return;
     }
     TimerWheelEvent* event = timersExpiryingSoon_->takeFirst();
-    TARVO_ASSERT(event->pending_ == nullptr, "pending set to {}",
-                 static_cast<const void*>(event->pending_));
     event->stateIs(notLinked);
     timerExpired(event);
   }
@@ -261,7 +273,7 @@ std::shared_ptr<TimerWheel> makeWheel(Platform::EventPriority priority) {
   return std::allocate_shared<TimerWheel>(Allocator<TimerWheel>(), priority);
 }
 
-// A plain pointer, so that it outlives other objects; guarded by the global lock.
+// Not a static object, which might be destroyed before its users; guarded by the global lock.
 std::shared_ptr<TimerWheel>* processWheel = nullptr;
 
 void releaseProcessWheel(void*) {

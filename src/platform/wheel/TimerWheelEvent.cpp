@@ -56,7 +56,7 @@ void TimerWheelEvent::delTimeout(const std::shared_ptr<TimerWheel>& wheel) {
 }
 
 double TimerWheelEvent::remainingTimeout() const {
-  if (expirationTime_ == std::numeric_limits<double>::infinity()) return expirationTime_;
+  if (!runs()) return expirationTime_;
   const double left = expirationTime_ - Tarvo::time();
   return left > 0 ? left : 0.0;
 }

@@ -1,11 +1,17 @@
 #include "platform/wheel/TimingWheel.h"
 
 #include <algorithm>
+#include <atomic>
 #include <bit>
 
 #include "Tarvo/Assert.h"
 
 namespace Tarvo::Impl {
+
+std::uint32_t TimingWheel::newNumber() {
+  static std::atomic<std::uint32_t> wheels = 0;
+  return ++wheels;
+}
 
 unsigned TimingWheel::levelOf(Tick difference) {
   return (static_cast<unsigned>(std::bit_width(difference)) - 1) / digitBits;
@@ -17,6 +23,7 @@ unsigned TimingWheel::digit(Tick tick, unsigned level) {
 
 void TimingWheel::add(TimeoutRecord& record, Tick expires) {
   record.expires_ = expires;
+  record.wheel_ = number_;
   link(record);
 }
 
@@ -33,15 +40,13 @@ void TimingWheel::link(TimeoutRecord& record) {
 }
 
 void TimingWheel::remove(TimeoutRecord& record) {
-  TimeoutList& list = *record.pending_;
-  list.remove(record);
-  if (!list.empty() || &list == &expired_) return;
-  // It hangs where its expiry says: the present has not moved past a higher digit since.
-  TARVO_CHECK(record.expires_ > now_ && "the timer runs on another wheel");
+  TARVO_CHECK(holds(record) && "the timer runs on another wheel");
+  TimeoutList::remove(record);
+  if (record.expires_ <= now_) return;  // it was among the expired ones
+  // Its slot follows from its expiry: the present has not moved past a higher digit since.
   const unsigned level = levelOf(record.expires_ ^ now_);
   const unsigned slot = digit(record.expires_, level);
-  TARVO_CHECK(&list == &levels_[level].slots[slot] && "the timer runs on another wheel");
-  vacate(level, slot);
+  if (levels_[level].slots[slot].empty()) vacate(level, slot);
 }
 
 void TimingWheel::vacate(unsigned level, unsigned slot) {
@@ -54,14 +59,12 @@ void TimingWheel::vacate(unsigned level, unsigned slot) {
 void TimingWheel::relink(unsigned level, std::uint64_t slots) {
   for (std::uint64_t rest = levels_[level].occupied & slots; rest != 0; rest &= rest - 1) {
     const unsigned slot = static_cast<unsigned>(std::countr_zero(rest));
-    TimeoutRecord* record = levels_[level].slots[slot].release();
-    vacate(level, slot);
-    while (record != nullptr) {
-      TimeoutRecord* next = record->next_;
-      if (next != nullptr) __builtin_prefetch(next, 1);
+    while (TimeoutRecord* record = levels_[level].slots[slot].first()) {
+      __builtin_prefetch(record->next_, 1);
+      TimeoutList::remove(*record);
       link(*record);
-      record = next;
     }
+    vacate(level, slot);
   }
 }
 
@@ -72,8 +75,8 @@ void TimingWheel::advance(Tick now) {
   const std::uint64_t upToOld = (std::uint64_t{2} << digit(now_, top)) - 1;
   const std::uint32_t lowerLevels = occupiedLevels_ & ((1U << top) - 1);
   now_ = now;
-  // What is relinked comes due, or sinks: below this level, and not yet into those still to be
-  // emptied, which therefore come first.
+  // A relinked timer either expires or moves to a lower level. Lower levels are emptied first, so
+  // none lands in a slot that is still to be emptied.
   for (std::uint32_t below = lowerLevels; below != 0; below &= below - 1) {
     relink(static_cast<unsigned>(std::countr_zero(below)), ~std::uint64_t{0});
   }
@@ -83,8 +86,8 @@ void TimingWheel::advance(Tick now) {
 TimeoutRecord* TimingWheel::takeExpired() {
   TimeoutRecord* record = expired_.first();
   if (record != nullptr) {
-    if (record->next_ != nullptr) __builtin_prefetch(record->next_, 1);
-    expired_.remove(*record);
+    __builtin_prefetch(record->next_, 1);
+    TimeoutList::remove(*record);
   }
   return record;
 }

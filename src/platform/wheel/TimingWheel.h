@@ -3,7 +3,6 @@
 
 #include <array>
 #include <cstdint>
-#include <functional>
 
 #include "Tarvo/TimeoutRecord.h"
 
@@ -35,15 +34,11 @@ class TimingWheel {
 
   /// Due at `expires`; at once when that is not later than now(). REQUIRES: in no list.
   void add(TimeoutRecord& record, Tick expires);
-  /// Aborts when it can tell that the record hangs in another wheel. REQUIRES: in this wheel.
+  /// Aborts when the record is in another wheel. REQUIRES: in a wheel.
   void remove(TimeoutRecord& record);
 
-  /// Whether the record hangs in this wheel.
-  bool holds(const TimeoutRecord& record) const {
-    const std::less<const void*> before;
-    return record.pending_ != nullptr && !before(record.pending_, this) &&
-           before(record.pending_, this + 1);
-  }
+  /// Whether it is this wheel that the record is in. REQUIRES: in a wheel.
+  bool holds(const TimeoutRecord& record) const { return record.wheel_ == number_; }
 
   /// Takes one timer that has come due out of the wheel; null when there is none.
   TimeoutRecord* takeExpired();
@@ -68,6 +63,7 @@ class TimingWheel {
     std::array<Slot, slotCount> slots;
   };
 
+  static std::uint32_t newNumber();
   static unsigned levelOf(Tick difference);
   static unsigned digit(Tick tick, unsigned level);
   void link(TimeoutRecord& record);
@@ -75,6 +71,7 @@ class TimingWheel {
   void relink(unsigned level, std::uint64_t slots);
 
   Tick now_;
+  std::uint32_t number_ = newNumber();
   std::uint32_t occupiedLevels_ = 0;  // bit i: level i has members
   TimeoutList expired_;
   std::array<Level, levelCount> levels_;

@@ -1,6 +1,6 @@
 #include "platform/wheel/TimerWheelTrace.h"
 
-#include "platform/libevent/ExactTimes.h"
+#include "platform/wheel/ExactTimes.h"
 
 #include <algorithm>
 #include <utility>
@@ -14,8 +14,6 @@ TimerWheel::ExactTimes::~ExactTimes() {
 }
 
 void TimerWheel::ExactTimes::append(TimerWheelEvent& event) {
-  TARVO_ASSERT(event.pending_ == nullptr, "Event {} linked to {}", &event,
-               static_cast<const void*>(event.pending_));
   entries_.push_back({event.expirationTime_, appended_, &event});
   event.expires_ = appended_++;
 }
@@ -63,7 +61,8 @@ void TimerWheel::ExactTimes::remove(TimerWheelEvent& event) {
   TARVO_ASSERT(event.state() == inTimersExpiryingSoon,
                "Removing from timersExpiryingSoon in state {}", event.state());
   const Entry wanted{event.expirationTime_, event.expires_, nullptr};
-  // Before the begin there are places of removed ones, which may be due later than what came since.
+  // Entries before begin_ were removed; they may expire later than newer entries, so the search
+  // must not include them.
   const auto begin = entries_.begin() + static_cast<std::ptrdiff_t>(begin_);
   const auto place = std::lower_bound(begin, entries_.end(), wanted);
   TARVO_ASSERT(place != entries_.end() && place->event == &event, "No timersAtTimeout");
