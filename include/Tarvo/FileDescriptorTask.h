@@ -166,7 +166,6 @@ class TARVO_EXPORT FileDescriptorTask : public _TaskBase, private Platform::FdEv
   std::shared_ptr<ReadTask> readTask_;
   std::shared_ptr<WriteTask> writeTask_;
   TaskImpl* executingTask_ = nullptr;  // the direction whose body is running
-  TaskPriority taskPriority_;
   bool taskBusy_ = false;
 };
 

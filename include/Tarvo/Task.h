@@ -39,8 +39,18 @@ namespace Tarvo {
 class TaskScheduler;
 enum class TaskSchedulerEventType : std::uint8_t;
 
-/// What all kinds of task have in common: a scheduler and names.
-class TARVO_EXPORT _TaskBase : public std::enable_shared_from_this<_TaskBase> {
+namespace Impl {
+
+/// The first base of a task, so that every operation finds the scheduler beside the virtual table.
+struct TaskHome {
+  std::shared_ptr<TaskScheduler> taskScheduler_;
+};
+
+}  // namespace Impl
+
+/// What all kinds of task have in common: a scheduler, a priority and names.
+class TARVO_EXPORT _TaskBase : private Impl::TaskHome,
+                               public std::enable_shared_from_this<_TaskBase> {
  public:
   _TaskBase(const _TaskBase&) = delete;
   _TaskBase& operator=(const _TaskBase&) = delete;
@@ -63,7 +73,7 @@ class TARVO_EXPORT _TaskBase : public std::enable_shared_from_this<_TaskBase> {
   const String& taskStatsName() const { return taskStatsName_.text(); }
   const ConstStringRef& taskStatsNameRef() const { return taskStatsName_; }
   /// The letter of the priority, a blank and the name; used in messages.
-  const String& taskLabel() const { return taskLabel_.text(); }
+  const String& taskLabel() const;
   const std::shared_ptr<TaskScheduler>& taskScheduler() const { return taskScheduler_; }
 
  protected:
@@ -71,10 +81,14 @@ class TARVO_EXPORT _TaskBase : public std::enable_shared_from_this<_TaskBase> {
   _TaskBase(std::shared_ptr<TaskScheduler> scheduler, TaskPriority priority, const String& name);
 
  private:
-  std::shared_ptr<TaskScheduler> taskScheduler_;
+  friend class FileDescriptorTask;
+  friend class TaskImpl;
+  friend TARVO_EXPORT std::ostream& operator<<(std::ostream& out, const _TaskBase& task);
+
   ConstStringRef taskName_;
   ConstStringRef taskStatsName_;
-  ConstStringRef taskLabel_;
+  mutable ConstStringRef taskLabel_;  // made when it is first asked for
+  TaskPriority taskPriority_;
 };
 
 TARVO_EXPORT std::ostream& operator<<(std::ostream& out, const _TaskBase& task);
@@ -188,6 +202,7 @@ class TARVO_EXPORT TaskImpl : public _TaskBase {
 
  private:
   friend class TaskScheduler;  // links and runs tasks
+  friend class TimerTask;
   friend class TaskRunQueue;
   friend class TaskNameIndex;
 
@@ -206,14 +221,20 @@ class TARVO_EXPORT TaskImpl : public _TaskBase {
     flags_ = static_cast<std::uint8_t>(on ? flags_ | flag : flags_ & ~flag);
   }
 
-  TaskPriority taskPriority_;
+  void checkLayout() const;
+
   unsigned char taskTestYieldRatio_ = 0;
   unsigned char taskTestYieldRatioEffective_ = 0;
   mutable unsigned char taskTestYieldCounter_ = 0;
-  bool taskBusy_ = false;
-  std::uint8_t flags_ = 0;
-  TaskShouldYieldMode taskShouldYieldMode_ = TaskShouldYieldMode::steadyClock;
-  bool taskCurrentlyRunning_ = false;
+  float taskWorkCountDecayAvg_ = 0;
+  unsigned int taskWorkCountHighWaterMark_ = TaskStat::noMark;
+  unsigned int taskWorkPending_ = 0;
+  unsigned int taskWorkPendingHighWaterMark_ = TaskStat::noMark;
+  unsigned int taskQuantumViolation500_ = 0;
+  unsigned int taskQuantumViolation200_ = 0;
+  unsigned int taskRunCount_ = 0;
+  unsigned int taskThrewCount_ = 0;
+  unsigned int taskMagicNumber_ = taskMagicNumberConstructed;
   TaskTimeDuration taskQuantum_;
   TaskClock::time_point taskScheduledTime_;
   TaskClock::time_point taskRunStartTime_;
@@ -222,20 +243,19 @@ class TARVO_EXPORT TaskImpl : public _TaskBase {
   TaskTimeDuration taskTotalRunTime_ = 0;
   TaskTimeDuration taskRunTimeHighWaterMark_ = 0;
   unsigned long long taskWorkCountTotal_ = 0;
-  float taskWorkCountDecayAvg_ = 0;
-  unsigned int taskWorkCountHighWaterMark_ = TaskStat::noMark;
-  unsigned int taskWorkPending_ = 0;
-  unsigned int taskWorkPendingHighWaterMark_ = TaskStat::noMark;
-  unsigned int taskQuantumViolation500_ = 0;
-  unsigned int taskQuantumViolation200_ = 0;
-  unsigned int taskRunCount_ = 0;
-  unsigned int taskMagicNumber_ = taskMagicNumberConstructed;
-  ListLinkNode taskRunQueueLink_;            // linked while on a run queue
-  BookmarkListLinkNode taskRegisteredLink_;  // linked while registered
-  bool includeInCompleted_ = true;
-  unsigned int taskThrewCount_ = 0;
-  ListLinkNode taskSameNameLink_;  // linked while registered
   TaskKey taskKey_;
+  ListLinkNode taskSameNameLink_;  // linked while registered
+  // Linked while registered. What follows stands in its padding.
+  [[no_unique_address]] BookmarkListLinkNode taskRegisteredLink_;
+  std::uint8_t flags_ = 0;
+  TaskShouldYieldMode taskShouldYieldMode_ = TaskShouldYieldMode::steadyClock;
+  bool taskCurrentlyRunning_ = false;
+  bool includeInCompleted_ = true;
+  // From here to the end is what scheduling touches, a timer task's timer included: two cache lines
+  // wherever an allocation of 16 bytes' alignment begins. See checkLayout().
+  bool taskBusy_ = false;
+  ConstStringRef taskEventName_;   // taskName() once more, for the history
+  ListLinkNode taskRunQueueLink_;  // linked while on a run queue
 };
 
 /// The base of ordinary tasks.

@@ -99,6 +99,8 @@ class TARVO_EXPORT TaskSchedulerHistory {
   ConstStringCache& cache() { return cache_; }
 
  private:
+  friend class TaskImpl;
+
   void put(TaskClock::time_point now, TaskSchedulerEventType type, const ConstStringRef& name);
 
   ConstStringCache cache_;

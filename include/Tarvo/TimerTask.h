@@ -37,9 +37,8 @@ namespace Tarvo {
 
 namespace Impl {
 
-/// Delays of other types than the two that are passed on: nanoseconds of integers and of durations
-/// that count in integers, seconds of the others. What is beyond the range of nanoseconds never
-/// ends, or is over at once.
+/// Converts other delay types: integers and integral durations become nanoseconds, floating-point
+/// ones seconds. Too large means never, too small means now.
 template <std::integral Number>
 requires(!std::same_as<Number, bool> && !std::same_as<Number, char>) TaskTimeDuration
     taskDelay(Number delay) {
@@ -84,16 +83,16 @@ class TARVO_EXPORT TimerTask : public TaskImpl, private TimerWheelEvent {
 
   void scheduleTaskDelay(TaskTimeDuration delay);
   void scheduleTaskDelay(double delay);
-  /// The same after the delay and up to `maxJitterPercentage` percent of it more, or less: a random
-  /// whole percentage of that, 0 to 100, from the root's own sequence, which begins alike in every
-  /// root. Above 100, or with a delay below zero from which something is to be taken, an assertion
-  /// fails.
+  /// Schedules after the delay plus (Up) or minus (Down) a random share of it, from 0 to
+  /// `maxJitterPercentage` percent. Each root draws from a sequence of its own; all start with the
+  /// same seed. Fails an assertion when the percentage is above 100, or when a share is to be
+  /// subtracted from a negative delay.
   void scheduleTaskJitterUp(TaskTimeDuration delay, unsigned char maxJitterPercentage);
   void scheduleTaskJitterUp(double delay, unsigned char maxJitterPercentage);
   void scheduleTaskJitterDown(TaskTimeDuration delay, unsigned char maxJitterPercentage);
   void scheduleTaskJitterDown(double delay, unsigned char maxJitterPercentage);
-  /// The same, unless the task is runnable or its timer expires no later. A delay that never ends
-  /// fails an assertion.
+  /// Schedules after the delay, unless the task is runnable or its timer expires no later. Fails an
+  /// assertion when the delay never ends.
   void scheduleTaskLowestDelay(TaskTimeDuration delay);
   void scheduleTaskLowestDelay(double delay);
 
@@ -114,7 +113,7 @@ class TARVO_EXPORT TimerTask : public TaskImpl, private TimerWheelEvent {
     scheduleTaskLowestDelay(Impl::taskDelay(delay));
   }
 
-  /// Takes back whatever the task is scheduled for.
+  /// Stops the timer and takes the task off its run queue.
   void stopTimerTask();
 
   /// When the task becomes runnable, on the library clock: now when it is, infinity when it is
@@ -128,8 +127,8 @@ class TARVO_EXPORT TimerTask : public TaskImpl, private TimerWheelEvent {
   TaskTimeDuration jitterOffset(TaskTimeDuration delay, unsigned char maxJitterPercentage) const;
   double jitterOffset(double delay, unsigned char maxJitterPercentage) const;
 
-  /// The timer alone, without the task's records. Starting returns false, and changes nothing, when
-  /// `restart` is false and the timer expires no later anyway.
+  /// Start and stop the timer without history events. doStartTimer() returns false, and changes
+  /// nothing, when `restart` is false and the timer expires no later than asked.
   bool doStartTimer(double delaySeconds, bool restart);
   void doStopTimer();
 
@@ -144,7 +143,9 @@ class TARVO_EXPORT TimerTask : public TaskImpl, private TimerWheelEvent {
   template <typename Delay>
   void scheduleTaskDelayedPrivate(Delay delay, bool restart);
   int jitterPercent(unsigned char maxJitterPercentage) const;
+  bool startTimer(double delaySeconds, bool restart, Time now);
   void becomeRunnable();
+  void fetch() const;
 };
 
 }  // namespace Tarvo

@@ -4,6 +4,7 @@
 
 #include "Tarvo/Assert.h"
 #include "Tarvo/LibeventFactory.h"
+#include "platform/LibraryTime.h"
 #include "platform/libevent/EventTime.h"
 #include "platform/libevent/ThreadLoop.h"
 
@@ -12,8 +13,7 @@ namespace Tarvo {
 double time() {
   timespec now;
   clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9 +
-         leVirtualTimeOffset();
+  return Impl::libraryTime(now);
 }
 
 namespace Platform {

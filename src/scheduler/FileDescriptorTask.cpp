@@ -74,8 +74,7 @@ class FileDescriptorTask::Executing {
 FileDescriptorTask::FileDescriptorTask(std::shared_ptr<TaskScheduler> scheduler,
                                        TaskPriority priority, String name)
     : _TaskBase(std::move(scheduler), priority, name),
-      fdControl_(Impl::getDeferredFdControl(this, [this] { unscheduleDirections(); })),
-      taskPriority_(priority) {
+      fdControl_(Impl::getDeferredFdControl(this, [this] { unscheduleDirections(); })) {
   readTask_ = std::allocate_shared<ReadTask>(Allocator<ReadTask>(), this);
   taskWatchReadableIs(true);
 }

@@ -26,10 +26,10 @@ std::shared_ptr<TaskScheduler> checked(std::shared_ptr<TaskScheduler> scheduler,
 
 _TaskBase::_TaskBase(std::shared_ptr<TaskScheduler> scheduler, TaskPriority priority,
                      const String& name)
-    : taskScheduler_(checked(std::move(scheduler), priority, name)),
+    : TaskHome{checked(std::move(scheduler), priority, name)},
       taskName_(taskScheduler_->constStringCache(), name),
       taskStatsName_(taskName_),
-      taskLabel_(taskScheduler_->constStringCache(), priority.oneCharString() + " " + name) {}
+      taskPriority_(priority) {}
 
 _TaskBase::~_TaskBase() = default;
 
@@ -38,11 +38,20 @@ void _TaskBase::taskStatsNameIs(String name) {
   taskStatsName_ = ConstStringRef(taskScheduler_->constStringCache(), name);
 }
 
+const String& _TaskBase::taskLabel() const {
+  if (!taskLabel_) {
+    taskLabel_ = ConstStringRef(taskScheduler_->constStringCache(),
+                                taskPriority_.oneCharString() + " " + taskName());
+  }
+  return taskLabel_.text();
+}
+
 void _TaskBase::handleTaskBusy() {}
 void _TaskBase::handleResetStats() {}
 
 std::ostream& operator<<(std::ostream& out, const _TaskBase& task) {
-  return out << task.taskLabel();
+  if (task.taskLabel_ || out.width() != 0) return out << task.taskLabel();
+  return out << task.taskPriority_.oneChar() << ' ' << task.taskName();
 }
 
 Task::Task(std::shared_ptr<TaskScheduler> scheduler, TaskPriority priority, String name)

@@ -1,8 +1,10 @@
 #include <algorithm>
+#include <cstddef>
 #include <utility>
 
 #include "Tarvo/Platform.h"
 #include "Tarvo/TaskScheduler.h"
+#include "Tarvo/TimerWheel.h"
 #include "scheduler/SchedulerTrace.h"
 #include "scheduler/WorkMark.h"
 
@@ -13,9 +15,9 @@ using Impl::taskSchedulerTrace;
 TaskImpl::TaskImpl(std::shared_ptr<TaskScheduler> scheduler, TaskPriority priority,
                    const String& name)
     : _TaskBase(std::move(scheduler), priority, name),
-      taskPriority_(priority),
       taskQuantum_(taskScheduler()->defaultTaskQuantum()),
-      taskKey_(taskScheduler()->root()->newTaskKey()) {
+      taskKey_(taskScheduler()->root()->newTaskKey()),
+      taskEventName_(taskNameRef()) {
   try {
     taskShouldYieldModeReevaluate();
     handleInitialized();
@@ -26,6 +28,18 @@ TaskImpl::TaskImpl(std::shared_ptr<TaskScheduler> scheduler, TaskPriority priori
 }
 
 TaskImpl::~TaskImpl() { handleDestroy(); }
+
+void TaskImpl::checkLayout() const {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+  constexpr std::size_t hot = offsetof(TaskImpl, taskBusy_);
+#pragma GCC diagnostic pop
+  constexpr std::size_t line = 64;
+  constexpr std::size_t alignment = 16;  // of allocations
+  constexpr std::size_t hotLength = sizeof(TaskImpl) + sizeof(TimerWheelEvent) - hot;
+  constexpr std::size_t mostBefore = line - alignment + hot % alignment;  // in its first line
+  static_assert(mostBefore + hotLength <= 2 * line);
+}
 
 void TaskImpl::handleInitialized() { taskScheduler()->taskRegister(this); }
 
@@ -42,7 +56,7 @@ void TaskImpl::taskStatsNameIs(String name) { _TaskBase::taskStatsNameIs(std::mo
 bool TaskImpl::taskScheduled() const { return taskOnRunQueue(); }
 
 void TaskImpl::recordEvent(TaskClock::time_point now, TaskSchedulerEventType type) const {
-  taskScheduler()->history().insert(now, type, this);
+  taskScheduler()->history().put(now, type, taskEventName_);
 }
 
 void TaskImpl::scheduleTask() {
@@ -173,8 +187,9 @@ void TaskImpl::noteThrow(TaskTimeDuration used) {
   ++taskThrewCount_;
   taskScheduler()->history().newestThrew();
   // The names are cut so that the line fits its stack buffer: the exception may be std::bad_alloc.
-  TARVO_TRACE(taskSchedulerTrace, 0, "{:.80} of scheduler {:.30} threw after {:.6f} s", taskLabel(),
-              taskScheduler()->schedulerName(), static_cast<Time>(used) / 1e9);
+  TARVO_TRACE(taskSchedulerTrace, 0, "{} {:.78} of scheduler {:.30} threw after {:.6f} s",
+              taskPriority_.oneChar(), taskName(), taskScheduler()->schedulerName(),
+              static_cast<Time>(used) / 1e9);
 }
 
 void TaskImpl::countViolation(TaskTimeDuration used) {

@@ -1,10 +1,12 @@
 #include "Tarvo/TimerTask.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <utility>
 
 #include "Tarvo/TaskScheduler.h"
+#include "platform/LibraryTime.h"
 #include "scheduler/SchedulerTrace.h"
 
 namespace Tarvo {
@@ -65,7 +67,7 @@ void TimerTask::timeout() {
 void TimerTask::becomeRunnable() {
   const bool suspended = taskSuspended();
   TaskImpl::scheduleTask();  // whose hook may destroy the task, but only when it is queued
-  // A suspended task was not queued, and its timer is gone: it is idle.
+  // A suspended task was not queued and its timer is stopped: it is idle.
   if (suspended) taskBusyIs(taskScheduled(), TaskClock::now());
 }
 
@@ -82,13 +84,22 @@ TaskStat::TaskStatus TimerTask::taskStatus() const {
   return status;
 }
 
+/// One task of many is seldom in the cache. Its lines come together, and while the clock is read.
+inline void TimerTask::fetch() const {
+  __builtin_prefetch(this);
+  __builtin_prefetch(&taskBusy_, 1);
+  __builtin_prefetch(reinterpret_cast<const char*>(this + 1) - 1, 1);
+}
+
 void TimerTask::scheduleTaskDelay(TaskTimeDuration delay) {
+  fetch();
   taskScheduler()->sanityCheckCurrentRunningThread();
   if (isNever(delay)) return stopTimerTask();
   scheduleTaskDelayedPrivate(delay, true);
 }
 
 void TimerTask::scheduleTaskDelay(double delay) {
+  fetch();
   taskScheduler()->sanityCheckCurrentRunningThread();
   if (isNever(delay)) return stopTimerTask();
   scheduleTaskDelayedPrivate(delay, true);
@@ -138,7 +149,7 @@ int TimerTask::jitterPercent(unsigned char maxJitterPercentage) const {
 TaskTimeDuration TimerTask::jitterOffset(TaskTimeDuration delay,
                                          unsigned char maxJitterPercentage) const {
   const int percent = jitterPercent(maxJitterPercentage);
-  // In between it may need more than 64 bits, in the end never.
+  // The product may need more than 64 bits, the quotient never does.
   __extension__ using Wide = __int128;
   const auto offset =
       static_cast<TaskTimeDuration>(Wide{delay} * maxJitterPercentage * percent / 10000);
@@ -149,7 +160,7 @@ TaskTimeDuration TimerTask::jitterOffset(TaskTimeDuration delay,
 double TimerTask::jitterOffset(double delay, unsigned char maxJitterPercentage) const {
   const int percent = jitterPercent(maxJitterPercentage);
   double offset = static_cast<double>(maxJitterPercentage) * delay * percent / 10000.0;
-  // The product of a huge delay may be too large, the offset is not.
+  // The product of a huge delay may overflow where the offset does not.
   if (!std::isfinite(offset)) offset = delay / 10000.0 * maxJitterPercentage * percent;
   TARVO_ASSERT(!(delay < offset), "offset( {} ) > delayIntoFuture( {} )", offset, delay);
   return offset;
@@ -172,9 +183,10 @@ void TimerTask::scheduleTaskDelayedPrivate(Delay delay, bool restart) {
   const double delaySeconds = seconds(delay);
   TARVO_ASSERT(!std::isnan(delaySeconds), "{}: a delay of NaN seconds", *this);
   if (delay == 0) return scheduleTask();
-  // One of many tasks is seldom in the cache; what is needed of it comes while the clock is read.
-  __builtin_prefetch(static_cast<TimerWheelEvent*>(this), 1);
-  __builtin_prefetch(taskNameRef().elem(), 1);
+  __builtin_prefetch(taskEventName_.elem(), 1);
+  // One reading serves the history and the timer. It is taken here: the delay counts from this
+  // call, and the last reading of a run that is under way is older by what the body has done since.
+  // From that the timer would expire too early.
   const auto now = TaskClock::now();
   if (restart) {
     unscheduleTaskPrivate(now);
@@ -182,7 +194,7 @@ void TimerTask::scheduleTaskDelayedPrivate(Delay delay, bool restart) {
     TARVO_TRACE(taskSchedulerTrace, 8, "Already on runQueue {}", *this);
     return;
   }
-  if (doStartTimer(delaySeconds, restart)) {
+  if (startTimer(delaySeconds, restart, Impl::libraryTime(now))) {
     TARVO_TRACE(taskSchedulerTrace, 8, "Timer started {} delay {}", *this, delaySeconds);
     recordEvent(now, TaskSchedulerEventType::timerStart);
     taskBusyIs(taskScheduled(), now);
@@ -195,8 +207,12 @@ void TimerTask::scheduleTaskDelayedPrivate(Delay delay, bool restart) {
 
 bool TimerTask::doStartTimer(double delaySeconds, bool restart) {
   TARVO_ASSERT(!std::isnan(delaySeconds), "{}: a delay of NaN seconds", *this);
-  if (!restart && delaySeconds >= remainingTimeout()) return false;
-  setTimeout(taskScheduler()->root()->timerWheel(), delaySeconds);
+  return startTimer(delaySeconds, restart, time());
+}
+
+bool TimerTask::startTimer(double delaySeconds, bool restart, Time now) {
+  if (!restart && delaySeconds >= std::max(0.0, expirationTime() - now)) return false;
+  taskScheduler()->root()->timerWheel()->timerStartFrom(this, now, delaySeconds);
   return timerRunning();
 }
 
