@@ -5,7 +5,6 @@
 #include <glib.h>
 #include <uv.h>
 
-#include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
 #include <asio/ip/udp.hpp>
 #include <asio/post.hpp>
@@ -14,8 +13,6 @@
 #include "Runs.h"
 
 namespace bench {
-
-namespace {
 
 void upToMillion(benchmark::internal::Benchmark* b) { b->RangeMultiplier(10)->Range(1, 1'000'000); }
 
@@ -68,21 +65,12 @@ BENCHMARK(LibevIdle);
 
 void GlibIdle(State& state) {
   GMainContext* context = g_main_context_new();
-  struct Idle {
-    State& state;
-    bool done;
-  } idle{state, false};
   GSource* source = g_idle_source_new();
   g_source_set_callback(
-      source,
-      [](gpointer data) -> gboolean {
-        auto* self = static_cast<Idle*>(data);
-        self->done = !self->state.KeepRunning();
-        return self->done ? G_SOURCE_REMOVE : G_SOURCE_CONTINUE;
-      },
-      &idle, nullptr);
+      source, [](gpointer data) -> gboolean { return static_cast<State*>(data)->KeepRunning(); },
+      &state, nullptr);
   g_source_attach(source, context);
-  while (!idle.done) g_main_context_iteration(context, TRUE);
+  while (!g_source_is_destroyed(source)) g_main_context_iteration(context, TRUE);
   g_source_unref(source);
   g_main_context_unref(context);
 }
@@ -114,7 +102,5 @@ void AsioPost(State& state, bool withReactor) {
 }
 BENCHMARK_CAPTURE(AsioPost, alone, false)->Arg(1);
 BENCHMARK_CAPTURE(AsioPost, withReactor, true)->Arg(1)->Arg(100);
-
-}  // namespace
 
 }  // namespace bench

@@ -3,11 +3,12 @@
 ///        InstructionCounts PATH TIMES  runs a path, so many times, to be counted from outside
 
 #include <fmt/format.h>
+#include <sys/time.h>
 
 #include <chrono>
 #include <cstring>
+#include <ctime>
 
-#include "InstructionCountsClock.h"
 #include "Leaves.h"
 #include "Ring.h"
 #include "Runs.h"
@@ -16,9 +17,38 @@
 #include "Timers.h"
 #include "Traces.h"
 
-namespace bench {
-
 namespace {
+
+/// The clock of this program goes on by a microsecond with each reading, however slow or busy the
+/// machine is: quanta, timers and the digits of the date are the same in each run. The library,
+/// libevent and the standard library find the two functions below first.
+timespec present{1'700'000'000, 0};
+
+timespec next() {
+  present.tv_nsec += 1000;
+  if (present.tv_nsec >= 1'000'000'000) {
+    present.tv_nsec -= 1'000'000'000;
+    ++present.tv_sec;
+  }
+  return present;
+}
+
+}  // namespace
+
+#define FOUND_FIRST extern "C" __attribute__((visibility("default")))
+
+FOUND_FIRST int clock_gettime(clockid_t, timespec* out) noexcept {
+  *out = next();
+  return 0;
+}
+
+FOUND_FIRST int gettimeofday(timeval* __restrict out, void* __restrict) noexcept {
+  const timespec now = next();
+  *out = {now.tv_sec, now.tv_nsec / 1000};
+  return 0;
+}
+
+namespace bench {
 
 /// All runs within one quantum.
 void runMember(State& state) { GroupMemberRun(state, std::chrono::seconds(1)); }
@@ -32,7 +62,7 @@ void startAndExpire(State& state) {
   for (auto _ : state) {
     timers.start(started++, random.between(1, 100));
     if (started < together) continue;
-    counts::passSeconds(200);
+    present.tv_sec += 200;
     timers.run(together);
     started = timers.fired = 0;
   }
@@ -69,8 +99,6 @@ const Path paths[] = {
     {"backtrace of 50 frames", BacktraceCapture, {50}},
     {"reading of the clock", LibraryClock},
 };
-
-}  // namespace
 
 }  // namespace bench
 

@@ -22,26 +22,16 @@
 
 namespace bench {
 
-namespace {
-
 /// In a program that never started a thread the standard library counts and locks without atomics.
 [[maybe_unused]] const bool hasStartedThread = [] {
   std::thread([] {}).join();
   return true;
 }();
 
-class RecursivePthreadMutex {
- public:
-  RecursivePthreadMutex() = default;
-  RecursivePthreadMutex(const RecursivePthreadMutex&) = delete;
-  RecursivePthreadMutex& operator=(const RecursivePthreadMutex&) = delete;
-  ~RecursivePthreadMutex() { pthread_mutex_destroy(&mutex_); }
-
-  void lock() { pthread_mutex_lock(&mutex_); }
-  void unlock() { pthread_mutex_unlock(&mutex_); }
-
- private:
-  pthread_mutex_t mutex_ = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+struct RecursivePthreadMutex {
+  void lock() { pthread_mutex_lock(&mutex); }
+  void unlock() { pthread_mutex_unlock(&mutex); }
+  pthread_mutex_t mutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
 };
 
 BENCHMARK(LockAndUnlock<Tarvo::Locking::Lock>);
@@ -49,22 +39,22 @@ BENCHMARK(LockAndUnlock<std::mutex>);
 BENCHMARK(LockAndUnlock<Tarvo::Locking::RecursiveLock>);
 BENCHMARK(LockAndUnlock<RecursivePthreadMutex>);
 
+template <typename Add>
+void addEachTime(State& state, Add add) {
+  for (auto _ : state) {
+    add();
+    benchmark::ClobberMemory();
+  }
+}
 void CounterInc(State& state) {
   Tarvo::Counter counter("bench_total");
-  for (auto _ : state) {
-    counter.valueInc();
-    benchmark::ClobberMemory();
-  }
+  addEachTime(state, [&] { counter.valueInc(); });
 }
-BENCHMARK(CounterInc);
-
 void AtomicInc(State& state) {
   std::atomic<unsigned long> counter{0};
-  for (auto _ : state) {
-    counter.fetch_add(1, std::memory_order_relaxed);
-    benchmark::ClobberMemory();
-  }
+  addEachTime(state, [&] { counter.fetch_add(1, std::memory_order_relaxed); });
 }
+BENCHMARK(CounterInc);
 BENCHMARK(AtomicInc);
 
 void InternStdUnorderedSet(State& state) {
@@ -131,7 +121,5 @@ void ExceptionWhat(State& state) {
   });
 }
 BENCHMARK(ExceptionWhat)->Apply(depths)->UseManualTime();
-
-}  // namespace
 
 }  // namespace bench

@@ -12,28 +12,21 @@
 
 namespace bench {
 
-namespace {
-
-constexpr std::int64_t objects = 100'000;
-
 double heapInUse() {
   const auto info = mallinfo2();
   return static_cast<double>(info.uordblks + info.hblkhd);
 }
 
-/// Makes the objects one after the other with `make(i)`, which must keep them until `drop()`. What
-/// keeps them is to be there before.
-template <typename Make, typename Drop>
-void measure(State& state, std::size_t typeBytes, Make make, Drop drop) {
+/// Makes the objects one after the other with `make(i)`, which must keep them. What keeps them is
+/// to be there before. There is one iteration.
+template <typename Make>
+void measure(State& state, std::size_t typeBytes, Make make) {
   const auto n = static_cast<double>(state.range(0));
+  const double before = heapInUse();
   for (auto _ : state) {
-    const double before = heapInUse();
     for (std::size_t i = 0; i < many(state); ++i) make(i);
-    state.PauseTiming();
-    state.counters["heap_bytes"] = (heapInUse() - before) / n;
-    drop();
-    state.ResumeTiming();
   }
+  state.counters["heap_bytes"] = (heapInUse() - before) / n;
   state.counters["type_bytes"] = static_cast<double>(typeBytes);
   using benchmark::Counter;
   state.counters["each"] = Counter(n, Counter::kIsIterationInvariantRate | Counter::kInvert);
@@ -51,85 +44,53 @@ void tasks(State& state, const char* pattern) {
   const LoopOfRow loop;
   const auto root = Tarvo::schedulerRootTarvo();
   std::vector<std::shared_ptr<Waiting<Task>>> kept(many(state));
-  measure(
-      state, sizeof(Task),
-      [&](std::size_t i) {
-        kept[i] = std::make_shared<Waiting<Task>>(root, TaskPriority::normal,
-                                                  fmt::format(fmt::runtime(pattern), i));
-        kept[i]->includeInCompletedTaskIs(false);
-      },
-      [&] {
-        for (auto& task : kept) task.reset();
-      });
+  measure(state, sizeof(Task), [&](std::size_t i) {
+    kept[i] = std::make_shared<Waiting<Task>>(root, TaskPriority::normal,
+                                              fmt::format(fmt::runtime(pattern), i));
+    kept[i]->includeInCompletedTaskIs(false);
+  });
 }
 void MemoryOfTask(State& state) { tasks<Tarvo::Task>(state, "connection"); }
 void MemoryOfNamedTask(State& state) { tasks<Tarvo::Task>(state, "connection {}"); }
 void MemoryOfTimerTask(State& state) { tasks<Tarvo::TimerTask>(state, "connection"); }
 void IdleTasks(State& state) { tasks<Tarvo::Task>(state, "c{}"); }
-BENCHMARK(MemoryOfTask)->Arg(objects);
-BENCHMARK(MemoryOfNamedTask)->Arg(objects);
-BENCHMARK(MemoryOfTimerTask)->Arg(objects);
-BENCHMARK(IdleTasks)->Arg(1'000'000)->Iterations(1);
 
-/// Started, in an array of the owner: the wheel itself allocates nothing for them.
+/// Started, each on the heap: the wheel itself allocates nothing for them.
 void MemoryOfWheelTimer(State& state) {
   struct Timer : Tarvo::TimerWheelEvent {
     void timeout() override {}
   };
   const auto wheel = Tarvo::getTimerWheelForTaskScheduler(Tarvo::Platform::eventPriorityDefault);
   std::vector<std::unique_ptr<Timer>> kept(many(state));
-  measure(
-      state, sizeof(Tarvo::TimerWheelEvent),
-      [&](std::size_t i) {
-        kept[i] = std::make_unique<Timer>();
-        kept[i]->setTimeout(wheel, 1000.0 + static_cast<double>(i) * 0.01);
-      },
-      [&] {
-        for (auto& timer : kept) {
-          timer->delTimeout(wheel);
-          timer.reset();
-        }
-      });
+  measure(state, sizeof(Tarvo::TimerWheelEvent), [&](std::size_t i) {
+    kept[i] = std::make_unique<Timer>();
+    kept[i]->setTimeout(wheel, 1000.0 + static_cast<double>(i) * 0.01);
+  });
+  for (const auto& timer : kept) timer->delTimeout(wheel);
 }
-BENCHMARK(MemoryOfWheelTimer)->Arg(objects);
 
 /// The peer's timer, which also has a place in the heap of its base.
 void MemoryOfLibeventTimer(State& state) {
   event_base* base = Tarvo::leCreateBase();
   std::vector<std::unique_ptr<event>> kept(many(state));
-  measure(
-      state, sizeof(event),
-      [&](std::size_t i) {
-        kept[i] = std::make_unique<event>();
-        event_assign(
-            kept[i].get(), base, -1, 0, [](evutil_socket_t, short, void*) {}, nullptr);
-        const timeval delay{1000, static_cast<suseconds_t>(i)};
-        event_add(kept[i].get(), &delay);
-      },
-      [&] {
-        for (auto& timer : kept) {
-          event_del(timer.get());
-          timer.reset();
-        }
-      });
+  measure(state, sizeof(event), [&](std::size_t i) {
+    kept[i] = std::make_unique<event>();
+    event_assign(
+        kept[i].get(), base, -1, 0, [](evutil_socket_t, short, void*) {}, nullptr);
+    const timeval delay{1000, static_cast<suseconds_t>(i)};
+    event_add(kept[i].get(), &delay);
+  });
+  for (const auto& timer : kept) event_del(timer.get());
   event_base_free(base);
 }
-BENCHMARK(MemoryOfLibeventTimer)->Arg(objects);
 
 void MemoryOfInternedName(State& state) {
-  std::optional<Tarvo::ConstStringCache> cache(std::in_place);
+  Tarvo::ConstStringCache cache;
   std::vector<Tarvo::ConstStringRef> kept(many(state));
-  measure(
-      state, sizeof(Tarvo::ConstStringRef::Elem),
-      [&](std::size_t i) {
-        kept[i] = Tarvo::ConstStringRef(*cache, fmt::format("connection {}", i));
-      },
-      [&] {
-        for (auto& name : kept) name = {};
-        cache.emplace();
-      });
+  measure(state, sizeof(Tarvo::ConstStringRef::Elem), [&](std::size_t i) {
+    kept[i] = Tarvo::ConstStringRef(cache, fmt::format("connection {}", i));
+  });
 }
-BENCHMARK(MemoryOfInternedName)->Arg(objects);
 
 /// A full history of so many events.
 void MemoryOfHistoryEvent(State& state) {
@@ -137,16 +98,20 @@ void MemoryOfHistoryEvent(State& state) {
   const Idle task(Tarvo::schedulerRootTarvo(), TaskPriority::normal, "task");
   std::optional<Tarvo::TaskSchedulerHistory> history;
   const auto now = Tarvo::TaskClock::now();
-  measure(
-      state, sizeof(Tarvo::TaskSchedulerHistory::Event),
-      [&](std::size_t) {
-        if (!history) history.emplace(many(state));
-        history->insert(now, Tarvo::TaskSchedulerEventType::runStart, &task);
-      },
-      [&] { history.reset(); });
+  measure(state, sizeof(Tarvo::TaskSchedulerHistory::Event), [&](std::size_t) {
+    if (!history) history.emplace(many(state));
+    history->insert(now, Tarvo::TaskSchedulerEventType::runStart, &task);
+  });
 }
-BENCHMARK(MemoryOfHistoryEvent)->Arg(objects);
 
-}  // namespace
+void once(benchmark::internal::Benchmark* b) { b->Arg(100'000)->Iterations(1); }
+BENCHMARK(MemoryOfTask)->Apply(once);
+BENCHMARK(MemoryOfNamedTask)->Apply(once);
+BENCHMARK(MemoryOfTimerTask)->Apply(once);
+BENCHMARK(MemoryOfWheelTimer)->Apply(once);
+BENCHMARK(MemoryOfLibeventTimer)->Apply(once);
+BENCHMARK(MemoryOfInternedName)->Apply(once);
+BENCHMARK(MemoryOfHistoryEvent)->Apply(once);
+BENCHMARK(IdleTasks)->Arg(1'000'000)->Iterations(1);
 
 }  // namespace bench

@@ -9,8 +9,6 @@
 
 namespace bench {
 
-namespace {
-
 /// A root with tasks of names of their own, that have run once.
 class Tasks {
  public:
@@ -58,7 +56,5 @@ BENCHMARK(Text)->Arg(10'000);
 BENCHMARK(Json)->RangeMultiplier(10)->Range(1, 10'000);
 BENCHMARK(Prometheus)->Arg(10'000);
 BENCHMARK(JsonLibraryAlone)->Arg(10'000);
-
-}  // namespace
 
 }  // namespace bench

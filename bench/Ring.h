@@ -27,17 +27,17 @@ class Ring {
  public:
   explicit Ring(State& state)
       : state_(state), size_(many(state)), bytes_(static_cast<std::size_t>(state.range(1))) {
-    if (!roomFor(size_ + 64)) {  // with what the loops and the process itself need
-      state.SkipWithError("the limit of open descriptors is too low");
-      return;
-    }
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+    const bool room = limit.rlim_cur >= size_ + 64;  // with what the loops and the process need
     while (ends_.size() < size_) {
       int pair[2];
-      if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, pair) != 0) {
-        // A row may be left out for these two reasons; whatever else it gives up for is a failure.
-        state.SkipWithError(errno == EMFILE   ? "the limit of open descriptors is too low"
-                            : errno == ENFILE ? "no descriptors left in the system"
-                                              : "a descriptor could not be made");
+      if (!room || socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, pair) != 0) {
+        // A row may be left out for want of descriptors; anything else is a failure.
+        const bool want = !room || errno == EMFILE || errno == ENFILE;
+        state.SkipWithError(want ? "too few descriptors" : "a descriptor could not be made");
         return;
       }
       ends_.insert(ends_.end(), pair, pair + 2);
@@ -77,14 +77,6 @@ class Ring {
   }
 
  private:
-  /// Whether the process may have so many descriptors, perhaps by raising its own limit.
-  static bool roomFor(std::size_t descriptors) {
-    rlimit limit{};
-    if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return false;
-    if (limit.rlim_cur >= descriptors) return true;
-    limit.rlim_cur = limit.rlim_max;
-    return limit.rlim_cur >= descriptors && setrlimit(RLIMIT_NOFILE, &limit) == 0;
-  }
   void passTo(std::size_t place) {
     if (write(ends_[place ^ 1U], "x", 1) != 1) std::abort();
   }

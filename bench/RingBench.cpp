@@ -13,8 +13,6 @@
 
 namespace bench {
 
-namespace {
-
 void points(benchmark::internal::Benchmark* b) {
   b->Args({100, 1})->Args({100, 50})->Args({1000, 1})->Args({1000, 100});
 }
@@ -26,6 +24,24 @@ void pointsAndGrowth(benchmark::internal::Benchmark* b) {
 BENCHMARK(TarvoFdTask)->Apply(pointsAndGrowth);
 BENCHMARK(TarvoFdTaskDrained)->Apply(points);
 BENCHMARK(TarvoFdControl)->Apply(points)->Args({1, 1});
+
+/// What a peer keeps for a place.
+template <typename Handle>
+struct Station {
+  static void serve(const void* station) {
+    const auto* self = static_cast<const Station*>(station);
+    self->ring.serve(self->place);
+  }
+  Ring& ring;
+  std::size_t place;
+  Handle handle{};
+};
+template <typename Handle>
+std::vector<Station<Handle>> stations(Ring& ring) {
+  std::vector<Station<Handle>> all;
+  for (std::size_t i = 0; i < ring.size(); ++i) all.push_back({ring, i});
+  return all;
+}
 
 void EpollLevel(State& state) {
   Ring ring(state);
@@ -47,59 +63,38 @@ void EpollLevel(State& state) {
 BENCHMARK(EpollLevel)->Apply(points);
 
 void LibeventPersist(State& state) {
-  struct Station {
-    Ring& ring;
-    std::size_t place;
-    event ev{};
-  };
   Ring ring(state);
   if (!ring.complete()) return;
   event_base* base = Tarvo::leCreateBase();
-  std::vector<Station> stations;
-  stations.reserve(ring.size());
-  for (std::size_t i = 0; i < ring.size(); ++i) {
-    Station& station = stations.emplace_back(ring, i);
+  auto all = stations<event>(ring);
+  for (auto& station : all) {
     event_assign(
-        &station.ev, base, ring.descriptor(i), EV_READ | EV_PERSIST,
-        [](evutil_socket_t, short, void* arg) {
-          const auto* self = static_cast<Station*>(arg);
-          self->ring.serve(self->place);
-        },
-        &station);
-    event_add(&station.ev, nullptr);
+        &station.handle, base, ring.descriptor(station.place), EV_READ | EV_PERSIST,
+        [](evutil_socket_t, short, void* arg) { Station<event>::serve(arg); }, &station);
+    event_add(&station.handle, nullptr);
   }
   ring.start([base] { event_base_loopbreak(base); });
   event_base_dispatch(base);
-  for (Station& station : stations) event_del(&station.ev);
+  for (auto& station : all) event_del(&station.handle);
   event_base_free(base);
 }
 BENCHMARK(LibeventPersist)->Apply(pointsAndGrowth);
 
 void LibuvPoll(State& state) {
-  struct Station {
-    Ring& ring;
-    std::size_t place;
-    uv_poll_t handle{};
-  };
   Ring ring(state);
   if (!ring.complete()) return;
   uv_loop_t loop;
   uv_loop_init(&loop);
-  std::vector<Station> stations;
-  stations.reserve(ring.size());
-  for (std::size_t i = 0; i < ring.size(); ++i) {
-    Station& station = stations.emplace_back(ring, i);
-    uv_poll_init(&loop, &station.handle, ring.descriptor(i));
+  auto all = stations<uv_poll_t>(ring);
+  for (auto& station : all) {
+    uv_poll_init(&loop, &station.handle, ring.descriptor(station.place));
     station.handle.data = &station;
-    uv_poll_start(&station.handle, UV_READABLE, [](uv_poll_t* handle, int, int) {
-      const auto* self = static_cast<Station*>(handle->data);
-      self->ring.serve(self->place);
-    });
+    uv_poll_start(&station.handle, UV_READABLE,
+                  [](uv_poll_t* handle, int, int) { Station<uv_poll_t>::serve(handle->data); });
   }
   ring.start([&loop] { uv_stop(&loop); });
   uv_run(&loop, UV_RUN_DEFAULT);
-  for (Station& station : stations)
-    uv_close(reinterpret_cast<uv_handle_t*>(&station.handle), nullptr);
+  for (auto& station : all) uv_close(reinterpret_cast<uv_handle_t*>(&station.handle), nullptr);
   uv_run(&loop, UV_RUN_DEFAULT);
   uv_loop_close(&loop);
 }
@@ -107,10 +102,10 @@ BENCHMARK(LibuvPoll)->Apply(points);
 
 /// Only waits are asynchronous; asio registers the descriptor anew for each of them.
 void AsioWait(State& state) {
-  struct Station {
-    Station(asio::io_context& io, Ring& ofRing, std::size_t atPlace)
+  struct Waiting {
+    Waiting(asio::io_context& io, Ring& ofRing, std::size_t atPlace)
         : ring(ofRing), place(atPlace), descriptor(io, ofRing.descriptor(atPlace)) {}
-    ~Station() { descriptor.release(); }  // the ring closes it
+    ~Waiting() { descriptor.release(); }  // the ring closes it
     void wait() {
       descriptor.async_wait(descriptor.wait_read, [this](const asio::error_code& error) {
         if (error) return;
@@ -125,13 +120,11 @@ void AsioWait(State& state) {
   Ring ring(state);
   if (!ring.complete()) return;
   asio::io_context io(1);
-  std::deque<Station> stations;
-  for (std::size_t i = 0; i < ring.size(); ++i) stations.emplace_back(io, ring, i).wait();
+  std::deque<Waiting> all;
+  for (std::size_t i = 0; i < ring.size(); ++i) all.emplace_back(io, ring, i).wait();
   ring.start([&io] { io.stop(); });
   io.run();
 }
 BENCHMARK(AsioWait)->Apply(points);
-
-}  // namespace
 
 }  // namespace bench

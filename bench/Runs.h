@@ -23,9 +23,6 @@ using Tarvo::TaskPriority;
 
 /// The loop of a row, declared first in it: nothing is left for the next one.
 struct LoopOfRow {
-  LoopOfRow() = default;
-  LoopOfRow(const LoopOfRow&) = delete;
-  LoopOfRow& operator=(const LoopOfRow&) = delete;
   ~LoopOfRow() { Tarvo::leFree(); }
 };
 

@@ -20,8 +20,6 @@ class State {
   bool KeepRunning() { return left_ > 0 && left_-- > 0; }
   std::int64_t range(std::size_t i = 0) const { return arguments_.at(i); }
   void SkipWithError(const char*) { std::abort(); }
-  void PauseTiming() {}
-  void ResumeTiming() {}
 
   struct [[maybe_unused]] Round {};
   struct Rounds {

@@ -15,8 +15,6 @@
 
 namespace bench {
 
-namespace {
-
 /// libevent keeps plain timeouts in a heap, and common ones (equal delays) in queues.
 template <bool Common>
 struct Libevent {
@@ -152,16 +150,6 @@ struct Asio {
 using LibeventHeap = Libevent<false>;
 using LibeventCommon = Libevent<true>;
 
-/// All delays are equal.
-template <typename Backend>
-void RearmEqual(State& state) {
-  constexpr double delay = 1000;
-  Backend timers(many(state));
-  for (std::size_t i = 0; i < many(state); ++i) timers.start(i, delay);
-  RandomNumbers random;
-  for (auto _ : state) timers.start(random.below(many(state)), delay);
-}
-
 /// Time per timer of one loop in which all of them are due.
 template <typename Backend>
 void Expire(State& state) {
@@ -204,7 +192,5 @@ BENCHMARK(RearmEqual<LibeventCommon>)->Apply(sizes);
 BENCHMARK(Rearm<TimerTasks>)->Apply(sizes);
 BENCHMARK(StartStop<TarvoWheel>)->Apply(fewer);
 BENCHMARK(StartStop<LibeventHeap>)->Apply(fewer);
-
-}  // namespace
 
 }  // namespace bench

@@ -8,16 +8,34 @@
 #include <fmt/format.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <vector>
 
-#include "Random.h"
 #include "State.h"
 #include "Tarvo/LibeventFactory.h"
 #include "Tarvo/TaskScheduler.h"
 #include "Tarvo/TimerWheel.h"
 
 namespace bench {
+
+/// Random numbers (the linear congruential generator of Knuth's MMIX), the same in every run, and
+/// cheap enough to be made within a measurement, so that any of a million can be hit.
+class RandomNumbers {
+ public:
+  /// Below n, which is at most 2^32.
+  std::size_t below(std::size_t n) { return static_cast<std::size_t>((next() * n) >> 32U); }
+  double between(double least, double most) {
+    return least + (most - least) * static_cast<double>(next()) / 4294967296.0;
+  }
+
+ private:
+  std::uint64_t next() {
+    state_ = state_ * 6364136223846793005U + 1442695040888963407U;
+    return state_ >> 32U;
+  }
+  std::uint64_t state_ = 1;
+};
 
 struct TarvoWheel {
   struct Timer : Tarvo::TimerWheelEvent {
@@ -68,20 +86,22 @@ struct TimerTasks {
 /// Any of them is taken at random, so that no cache holds those of a million.
 template <typename Backend>
 struct PendingTimers {
-  explicit PendingTimers(State& state) : count(many(state)), timers(count) {
+  PendingTimers(State& state, double leastDelay, double mostDelay)
+      : count(many(state)), timers(count), least(leastDelay), most(mostDelay) {
     for (std::size_t i = 0; i < count; ++i) timers.start(i, delay());
   }
   std::size_t any() { return random.below(count); }
-  double delay() { return random.between(1000, 2000); }
+  double delay() { return random.between(least, most); }
 
   std::size_t count;
   Backend timers;
+  double least, most;
   RandomNumbers random;
 };
 
 template <typename Backend>
 void StartStop(State& state) {
-  PendingTimers<Backend> pending(state);
+  PendingTimers<Backend> pending(state, 1000, 2000);
   for (auto _ : state) {
     const auto any = pending.any();
     pending.timers.stop(any);
@@ -89,11 +109,19 @@ void StartStop(State& state) {
   }
 }
 
-/// With another delay each time.
+template <typename Backend>
+void rearm(State& state, double most) {
+  PendingTimers<Backend> pending(state, 1000, most);
+  for (auto _ : state) pending.timers.start(pending.any(), pending.delay());
+}
+/// With another delay each time, and with equal ones.
 template <typename Backend>
 void Rearm(State& state) {
-  PendingTimers<Backend> pending(state);
-  for (auto _ : state) pending.timers.start(pending.any(), pending.delay());
+  rearm<Backend>(state, 2000);
+}
+template <typename Backend>
+void RearmEqual(State& state) {
+  rearm<Backend>(state, 1000);
 }
 
 }  // namespace bench

@@ -3,6 +3,7 @@
 
 /// Rows of a trace statement, off and on, and where the lines of such a row go.
 
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -15,45 +16,23 @@
 
 namespace bench {
 
-/// A path that writers open for themselves.
+/// A path that writers open for themselves: a file of its own in the temporary directory, that goes
+/// with the object, or nowhere.
 class Destination {
  public:
-  static Destination null() { return Destination("/dev/null", false); }
-  /// A file of its own in the temporary directory, that goes with the object.
-  static Destination file() {
-    const auto name = "tarvo-bench." + std::to_string(getpid());
-    return Destination((std::filesystem::temp_directory_path() / name).string(), true);
-  }
+  explicit Destination(bool isFile) : isFile_(isFile) {}
   Destination(const Destination&) = delete;
   Destination& operator=(const Destination&) = delete;
   ~Destination() {
     if (isFile_) unlink(path_.c_str());
   }
-
   const std::string& path() const { return path_; }
 
-  /// Measures `writeLine()`. Now and then, while the clock stands, the file is emptied, so that a
-  /// long run does not fill the disk; writers append and do not notice.
-  template <typename WriteLine>
-  void measure(State& state, WriteLine writeLine) const {
-    constexpr int linesAtMost = 1 << 18;
-    int lines = 0;
-    for (auto _ : state) {
-      writeLine();
-      if (++lines < linesAtMost) [[likely]]
-        continue;
-      lines = 0;
-      state.PauseTiming();
-      if (isFile_ && truncate(path_.c_str(), 0) != 0) state.SkipWithError("cannot cut the file");
-      state.ResumeTiming();
-    }
-  }
-
  private:
-  Destination(std::string path, bool isFile) : path_(std::move(path)), isFile_(isFile) {}
-
-  std::string path_;
   bool isFile_;
+  std::string path_ =
+      isFile_ ? std::filesystem::temp_directory_path() / fmt::format("tarvo-bench.{}", getpid())
+              : "/dev/null";
 };
 
 /// Stands for the traced component: every line names it and its function.
@@ -80,19 +59,20 @@ inline void TraceDisabled(State& state) {
   sendEachTime(state, Connection(), &Connection::tracedSend);
 }
 
-inline void traceTo(State& state, const Destination& destination) {
+inline void traceTo(State& state, bool file) {
+  const Destination destination(file);
   setenv("TRACEFILE", destination.path().c_str(), 1);
   Tarvo::Platform::setupTarvoDebug("Connection/1");
   {
     const Connection connection;
-    destination.measure(state, [&] { connection.tracedSend(); });
+    for (auto _ : state) connection.tracedSend();
   }
   unsetenv("TRACEFILE");
   Tarvo::Platform::setupTarvoDebug("");
   Tarvo::Platform::clearTarvoDebug("Connection/1");
 }
-inline void TraceToNull(State& state) { traceTo(state, Destination::null()); }
-inline void TraceToFile(State& state) { traceTo(state, Destination::file()); }
+inline void TraceToNull(State& state) { traceTo(state, false); }
+inline void TraceToFile(State& state) { traceTo(state, true); }
 
 }  // namespace bench
 

@@ -11,8 +11,6 @@
 
 namespace bench {
 
-namespace {
-
 void UnwBacktrace(State& state) {
   atDepth(state.range(0), [&] {
     for (auto _ : state) {
@@ -24,7 +22,5 @@ void UnwBacktrace(State& state) {
 }
 BENCHMARK(BacktraceCapture)->Arg(10)->Arg(50)->Arg(100);
 BENCHMARK(UnwBacktrace)->Arg(10)->Arg(50)->Arg(100);
-
-}  // namespace
 
 }  // namespace bench

@@ -1,12 +1,10 @@
 #!/usr/bin/python3
 """Instructions that a run of each hot path takes, as callgrind counts them. Unlike times they are
 the same on a busy machine and on an idle one.
-Usage: instructions.py write PROGRAM LOG    measures all paths and writes their counts
-       instructions.py check PROGRAM LOG    measures all and fails when one got dearer; says so
-                                            where the machine cannot be compared
-       instructions.py confirm PROGRAM LOG  measures all and fails when one changed either way, or
-                                            where that cannot be compared
-PROGRAM is InstructionCounts; LOG is a file for what valgrind says."""
+Usage: instructions.py write|check|confirm PROGRAM LOG
+"write" measures all paths of PROGRAM, which is InstructionCounts, and writes their counts. "check"
+fails when one got dearer; it says so where the machine cannot be compared. "confirm" fails when one
+changed either way, or where that cannot be compared. LOG is a file for what valgrind says."""
 
 import ctypes
 import os
@@ -20,34 +18,25 @@ BASELINE = Path(__file__).with_name("instructions.txt")
 TOLERANCE = 0.03
 # Where the accepted counts were made: others have another C library or another code generator.
 ACCEPTED = {"system": "debian 12", "processor": "x86_64", "compiler": "g++ 12"}
-NOT_COMPARED = "instruction counts are those of Debian 12 on x86_64, not compared here"
 # Enough that caches are warm, vectors have grown and the history has come around; and numbers of
 # equal length, so that the stack begins at the same place.
 FEWER, MORE = 1000, 2000
 # The C library chooses functions for strings by the processor; without what is listed it chooses
-# those that every x86_64 has. A line of a trace leaves out the thread's id, which has more digits at
-# some times than at others.
+# those that every x86_64 has. A line of a trace leaves out the thread's id, whose length varies.
+WITHOUT = """AVX AVX2 AVX512F AVX512VL AVX512BW BMI1 BMI2 ERMS FSRM FMA FMA4 LZCNT MOVBE POPCNT RTM SSE3
+SSSE3 SSE4_1 SSE4_2 XSAVE XSAVEC AVX_Fast_Unaligned_Load Fast_Unaligned_Copy Fast_Unaligned_Load
+Fast_Copy_Backward Fast_Rep_String Slow_BSF"""
 ENVIRONMENT = {
-    "GLIBC_TUNABLES":
-        "glibc.cpu.hwcaps=-AVX,-AVX2,-AVX512F,-AVX512VL,-AVX512BW,-BMI1,-BMI2,-ERMS,-FSRM,-FMA,"
-        "-FMA4,-LZCNT,-MOVBE,-POPCNT,-RTM,-SSE3,-SSSE3,-SSE4_1,-SSE4_2,-XSAVE,-XSAVEC,"
-        "-AVX_Fast_Unaligned_Load,-Fast_Unaligned_Copy,-Fast_Unaligned_Load,-Fast_Copy_Backward,"
-        "-Fast_Rep_String,-Slow_BSF",
-    "LD_BIND_NOW": "1",
-    "TRACEFORMAT": "date,time,handle,level",
-    "TZ": "UTC",
-    "PATH": "/usr/bin:/bin",
-}
+    "GLIBC_TUNABLES": "glibc.cpu.hwcaps=" + ",".join(f"-{name}" for name in WITHOUT.split()),
+    "LD_BIND_NOW": "1", "TRACEFORMAT": "date,time,handle,level", "TZ": "UTC",
+    "PATH": "/usr/bin:/bin"}
 
 
 def read_table(file):
     """Instructions of one run, by path."""
-    lines = [line for line in file.read_text().splitlines() if line and line[0] != "#"]
-    table = {}
-    for line in lines:
-        path, _, number = line.partition("  ")  # names have single blanks
-        table[path] = float(number)
-    return table
+    lines = (line for line in file.read_text().splitlines() if line and line[0] != "#")
+    return {path: float(number)  # names have single blanks
+            for path, _, number in (line.partition("  ") for line in lines)}
 
 
 def to_text(table):
@@ -59,20 +48,15 @@ def to_text(table):
 def differences(before, now):
     """What is wrong with `now`, one line for each path: it grew by too much, came or went. And the
     paths that shrank by as much."""
-    faults, fewer = [], []
-    for path, number in sorted(now.items()):
-        if path not in before:
-            faults.append(f"{path}: new, it has no count to compare with")
-            continue
-        old = before[path]
-        change = (f"{path}: {old:.1f} instructions before, {number:.1f} now "
-                  f"({100 * (number / old - 1):+.1f} %)")
-        if number > old * (1 + TOLERANCE):
-            faults.append(change)
-        elif number < old * (1 - TOLERANCE):
-            fewer.append(change)
-    faults += [f"{path}: has a count, but is no longer measured"
-               for path in before if path not in now]
+    faults = [f"{path}: new, it has no count to compare with" for path in now if path not in before]
+    faults += [f"{path}: has a count, but is no longer measured" for path in before if path not in now]
+    fewer = []
+    for path in sorted(now.keys() & before.keys()):
+        change = now[path] / before[path] - 1
+        if abs(change) > TOLERANCE:
+            (faults if change > 0 else fewer).append(
+                f"{path}: {before[path]:.1f} instructions before, {now[path]:.1f} now "
+                f"({100 * change:+.1f} %)")
     return faults, fewer
 
 
@@ -84,15 +68,13 @@ def why_not_comparable(compiler):
     return ", ".join(f"the {what} is {here[what]}" for what in here if here[what] != ACCEPTED[what])
 
 
-def without_random_addresses():
-    """Where that is forbidden, valgrind places most by itself."""
-    ctypes.CDLL(None).personality(0x0040000)
-
-
 def start(program, path, times, result, log):
+    def fixed_addresses():  # where that is forbidden, valgrind places most by itself
+        ctypes.CDLL(None).personality(0x0040000)
+    result.unlink(missing_ok=True)  # none of a path before may pass for the count of this
     return subprocess.Popen(["valgrind", "--tool=callgrind", f"--callgrind-out-file={result}",
                              program, path, str(times)], stdout=log, stderr=log, env=ENVIRONMENT,
-                            preexec_fn=without_random_addresses)
+                            preexec_fn=fixed_addresses)
 
 
 def measure(program, paths, log_file):
@@ -101,8 +83,6 @@ def measure(program, paths, log_file):
     results = {times: Path(f"{log_file}.{times}") for times in (FEWER, MORE)}
     with open(log_file, "w", encoding="utf-8") as log:
         for path in paths:
-            for result in results.values():  # none of a path before may pass for the count of this
-                result.unlink(missing_ok=True)
             runs = [start(program, path, times, result, log) for times, result in results.items()]
             if any([run.wait() != 0 for run in runs]):
                 raise SystemExit(f"{path} failed under valgrind, see {log_file}")
@@ -118,7 +98,7 @@ def main(command, program, log):
     compiler, *paths = subprocess.run([program], check=True, text=True,
                                       capture_output=True).stdout.splitlines()
     if reason := why_not_comparable(compiler):
-        print(f"{NOT_COMPARED}: {reason}", file=sys.stdout if command == "check" else sys.stderr)
+        print("instruction counts are those of Debian 12 on x86_64, not compared here:", reason)
         return 0 if command == "check" else 1
     now = measure(program, paths, log)
     if command == "write":
@@ -132,8 +112,7 @@ def main(command, program, log):
         print(f"Fewer instructions than {BASELINE.name} says; ./dev bench --instructions records it:",
               *fewer, sep="\n  ")
     if faults:
-        print(f"Instruction counts differ from {BASELINE.name}:", *faults, sep="\n  ",
-              file=sys.stderr)
+        print(f"Instruction counts differ from {BASELINE.name}:", *faults, sep="\n  ", file=sys.stderr)
         print("Where that is meant, ./dev bench --instructions writes the counts anew; commit them "
               "together with the change.", file=sys.stderr)
     return 1 if faults else 0

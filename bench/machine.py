@@ -39,31 +39,23 @@ def machine_facts():
             ["descriptors allowed", f"{resource.getrlimit(resource.RLIMIT_NOFILE)[1]}"]]
 
 
-def processor_seconds():
-    """Of all cores since the machine started: busy, and taken away by what it runs on."""
-    user, nice, system, _, _, irq, softirq, steal = map(
-        int, Path("/proc/stat").read_text().split("\n")[0].split()[1:9])
-    ticks = os.sysconf("SC_CLK_TCK")
-    return (user + nice + system + irq + softirq) / ticks, steal / ticks
-
-
-class Conditions:
-    """How noisy the machine is while this object measures."""
+class Noise:
+    """Of the machine, since this object was made."""
 
     def __init__(self):
-        # Of before the caller built anything, where it says so.
-        self.load = os.environ.get("LOAD_AT_START") or f"{os.getloadavg()[0]:.2f}"
-        self.begin = os.times().elapsed, processor_seconds(), self.own()
+        self.begin = self.seconds()
 
     @staticmethod
-    def own():
-        times = os.times()
-        return times.user + times.system + times.children_user + times.children_system
+    def seconds():
+        """Of the clock, of all cores: used by others than this process and its children, and taken
+        away by what the machine runs on."""
+        user, nice, system, _, _, irq, softirq, stolen = (
+            int(ticks) / os.sysconf("SC_CLK_TCK")
+            for ticks in Path("/proc/stat").read_text().split(maxsplit=9)[1:9])
+        *own, elapsed = os.times()
+        return elapsed, user + nice + system + irq + softirq - sum(own), stolen
 
-    def so_far(self):
-        elapsed, (busy, stolen), own = self.begin
-        busy_now, stolen_now = processor_seconds()
-        seconds = max(os.times().elapsed - elapsed, 1e-3)
-        others = max(busy_now - busy - (self.own() - own), 0)
-        return {"load": self.load, "others": 100 * others / seconds,
-                "stolen": 100 * (stolen_now - stolen) / seconds}
+    def percent(self):
+        """Of a core: used by others, and taken away."""
+        elapsed, others, stolen = (now - then for now, then in zip(self.seconds(), self.begin))
+        return {"others": 100 * max(others, 0) / elapsed, "stolen": 100 * stolen / elapsed}

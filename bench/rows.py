@@ -4,11 +4,8 @@ import json
 import math
 import statistics
 
-# What a row says when the machine allows it too few descriptors; see Ring.h.
-LACKS_DESCRIPTORS = ("the limit of open descriptors is too low",
-                     "no descriptors left in the system")
-FIELDS = {"family_index", "per_family_instance_index", "repetitions", "repetition_index", "threads",
-          "iterations", "real_time", "cpu_time", "items_per_second", "bytes_per_second"}
+LACKS_DESCRIPTORS = "too few descriptors"  # what a row says when the machine allows it too few
+COUNTERS = ("bytes", "heap_bytes", "type_bytes")
 NANOSECONDS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
 MANUAL = "/manual_time"
 
@@ -30,14 +27,12 @@ class Row:
     def add(self, repetition):
         if "error_occurred" in repetition:
             reason = repetition["error_message"]
-            if reason in LACKS_DESCRIPTORS:
+            if reason == LACKS_DESCRIPTORS:
                 self.skipped = reason
             else:
                 self.failures.add(reason)
             return
-        # Everything that is a number and not a field of the format itself was counted by the row.
-        self.counters |= {key: value for key, value in repetition.items()
-                          if isinstance(value, (int, float)) and key not in FIELDS}
+        self.counters |= {key: repetition[key] for key in COUNTERS if key in repetition}
         if "each" in repetition:  # an iteration of this row does many things at once
             self.nanoseconds.append(repetition["each"] * 1e9)
             return
