@@ -1,0 +1,247 @@
+#include "Tarvo/ChildProcess.h"
+
+#include <dlfcn.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+
+#include <csignal>
+
+#include "support/OpenDescriptors.h"
+#include "support/SchedulerFixture.h"
+#include "support/Test.h"
+
+namespace {
+int processesRefused = 0;  // the which-th of the next ones cannot be opened
+}  // namespace
+
+/// Stands before the C library's for the library too.
+extern "C" [[gnu::visibility("default")]] int pidfd_open(pid_t pid, unsigned flags) noexcept {
+  if (processesRefused > 0 && --processesRefused == 0) return errno = EMFILE, -1;
+  static const auto real =
+      reinterpret_cast<int (*)(pid_t, unsigned)>(dlsym(RTLD_NEXT, "pidfd_open"));
+  return real(pid, flags);
+}
+
+namespace {
+
+using namespace testsupport;
+using Tarvo::ChildCommand, Tarvo::ChildStream;
+
+struct TestChild : Tarvo::ChildProcess {
+  TestChild(const std::shared_ptr<Tarvo::TaskScheduler>& scheduler, RunLog& runLog)
+      : ChildProcess(scheduler, TaskPriority::normal, "child"), log(runLog) {}
+  void taskExecuteEnd(const Tarvo::ChildEnd& end) override {
+    EXPECT_FALSE(running() || kill(0));
+    log.push_back(end.toString());
+    if (onEnd) onEnd(end);
+  }
+  RunLog& log;
+  std::function<void(const Tarvo::ChildEnd&)> onEnd;
+};
+
+ChildCommand shell(const String& script) { return {.argv = {"sh", "-c", script}}; }
+
+/// Reads up to the end of the pipe, which it closes.
+String all(int fd) {
+  fcntl(fd, F_SETFL, 0);
+  String text(4096, ' ');
+  std::size_t size = 0;
+  for (ssize_t count; (count = read(fd, text.data() + size, text.size() - size)) > 0;)
+    size += static_cast<std::size_t>(count);
+  close(fd);
+  return text.substr(0, size);
+}
+
+bool noChildren() { return waitpid(-1, nullptr, WNOHANG) < 0 && errno == ECHILD; }
+
+struct ChildProcessTest : SchedulerFixture {
+  ChildProcessTest() { std::filesystem::create_directories(folder); }
+  ~ChildProcessTest() override {
+    child.reset();
+    EXPECT_TRUE(noChildren());
+    EXPECT_EQ(openDescriptors(), opened);
+    std::filesystem::remove_all(folder);
+  }
+  const std::string folder = testing::TempDir() + "tarvo.child." + std::to_string(getpid());
+  std::shared_ptr<TestChild> child = std::make_shared<TestChild>(root, log);
+  const long opened = (Platform::doEventLoop(0.0), openDescriptors());
+};
+
+TEST_F(ChildProcessTest, EachEndIsARunAndMayStartTheNext) {
+  child->onEnd = [&](const auto& end) {
+    if (log.size() == 1) {
+      EXPECT_GT(end.usage.ru_maxrss, 0);
+      child->start(shell("kill -9 $$"));
+      EXPECT_THAT(failureOf([&] { child->start(shell("")); }), HasSubstr("has not ended"));
+    } else if (log.size() == 2) {
+      auto third = shell("exec cat");
+      third.in = ChildStream::pipe();  // whose end nobody takes
+      child->start(third);
+      child->scheduleTask();
+      EXPECT_GT(child->pid(), 0);
+      EXPECT_TRUE(child->kill(SIGTERM));
+      EXPECT_THAT(errorOf([&] { child->kill(999); }), HasSubstr("Invalid argument"));
+    }
+  };
+  child->start(shell("exit 3"));
+  child->taskSuspendedIs(true);
+  child->taskSuspendedIs(false);  // which gives a run
+  runLoop();
+  EXPECT_THAT(log, ElementsAre("exited with 3", "killed by signal 9", "killed by signal 15"));
+}
+
+TEST_F(ChildProcessTest, HasTheStreamsAndTheSurroundingsOfItsCommandAndNothingElse) {
+  const int leaked = dup(0);
+  sigset_t usr1;
+  sigemptyset(&usr1);
+  sigaddset(&usr1, SIGUSR1);
+  pthread_sigmask(SIG_BLOCK, &usr1, nullptr);
+  const auto before = signal(SIGINT, SIG_IGN);
+  auto command = shell(
+      "cat; echo $X $PWD; set -- /proc/self/fd/*; echo $#; echo oops >&2;"
+      "grep -cE '(SigBlk|SigIgn):.0*$' /proc/self/status");
+  command.environment = {"PATH=/usr/bin:/bin", "X=value"};
+  command.folder = folder;
+  command.in = command.out = ChildStream::pipe();
+  command.newProcessGroup = true;
+  const String path = folder + "/errors";
+  for (const auto opening : {ChildStream::append, ChildStream::append, ChildStream::truncate}) {
+    command.err = ChildStream::file(path, opening);
+    child->start(command);
+    EXPECT_EQ(getpgid(child->pid()), child->pid());
+    const int in = child->takeIn(), out = child->takeOut();
+    EXPECT_EQ(child->takeIn(), -1);
+    EXPECT_EQ(child->takeErr(), -1);
+    EXPECT_EQ(fcntl(out, F_GETFD), FD_CLOEXEC);
+    char none;
+    EXPECT_EQ(read(out, &none, 1) + errno, EAGAIN - 1);
+    EXPECT_EQ(write(in, "in\n", 3), 3);
+    close(in);
+    EXPECT_EQ(all(out), "in\nvalue " + folder + "\n4\n2\n");
+    runLoop();
+    EXPECT_EQ(std::filesystem::file_size(path),
+              opening == ChildStream::append ? 5 * log.size() : 5);
+  }
+  signal(SIGINT, before);
+  pthread_sigmask(SIG_UNBLOCK, &usr1, nullptr);
+  close(leaked);
+  command = shell("cat; exit 5");
+  command.in = ChildStream::file(path);
+  command.out = ChildStream::null();
+  child->start(command);
+  runLoop();
+  EXPECT_EQ(log.back(), "exited with 5");
+}
+
+TEST_F(ChildProcessTest, StandardDescriptorsThatTheParentLacksDisturbNothing) {
+  const auto result = runForked([&] {
+    const int out = fcntl(1, F_DUPFD, 9);
+    for (const int fd : {0, 1, 2}) close(fd);
+    auto command = shell("cat; echo err >&2");
+    command.in = command.err = ChildStream::pipe();
+    command.out = ChildStream::descriptor(out);
+    auto own = std::make_shared<TestChild>(root, log);
+    own->start(command);
+    const int in = own->takeIn();
+    const bool written = write(in, "out\n", 4) == 4;
+    close(in);
+    return written && all(own->takeErr()) == "err\n" ? 0 : 1;
+  });
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_EQ(result.out, "out\n");
+}
+
+TEST_F(ChildProcessTest, WhatCannotBeHadIsToldAndLeavesNothing) {
+  using namespace std::string_literals;
+  const auto refused = [&](const ChildCommand& command) {
+    const String error = errorOf([&] { child->start(command); });
+    return error.substr(error.find('"') + 1, error.rfind('"') - error.find('"') - 1);
+  };
+  auto command = shell("exit");
+  command.argv[0] = "no-such-program";
+  command.in = command.err = ChildStream::pipe();
+  EXPECT_EQ(refused(command), "cannot start no-such-program: No such file or directory");
+  command.folder = "/dev/null";
+  EXPECT_EQ(refused(command), "cannot enter /dev/null: Not a directory");
+  command.out = ChildStream::file(folder);
+  EXPECT_EQ(refused(command), "cannot open " + folder + ": Is a directory");
+  command.out = ChildStream::descriptor(-1);
+  EXPECT_EQ(refused(command), "cannot copy descriptor -1: Bad file descriptor");
+  EXPECT_EQ(refused(shell("a\0b"s)), "cannot pass on a\\0b: Invalid argument");
+  EXPECT_EQ(refused({}), "cannot start a program without a name: Invalid argument");
+  command = shell("exec cat");
+  command.in = command.out = ChildStream::pipe();
+  for (const int which : {1, 2}) {
+    processesRefused = which;
+    EXPECT_THAT(refused(command), EndsWith("Too many open files"));
+    EXPECT_TRUE(noChildren());
+    EXPECT_EQ(openDescriptors(), opened);
+  }
+  command.err = ChildStream::null();
+  rlimit limit;
+  getrlimit(RLIMIT_NOFILE, &limit);
+  int wants = 0;
+  for (auto most = limit; !child->running() && wants < 20; ++wants) {
+    most.rlim_cur = static_cast<rlim_t>(opened - 1 + wants);  // one reads the folder of them
+    setrlimit(RLIMIT_NOFILE, &most);
+    const auto error = refused(command);
+    setrlimit(RLIMIT_NOFILE, &limit);
+    if (child->running()) break;
+    EXPECT_THAT(error, EndsWith("Too many open files"));
+    EXPECT_EQ(openDescriptors(), opened);
+  }
+  EXPECT_EQ(wants, 5);
+  close(child->takeIn());
+  runLoop();
+  EXPECT_THAT(log, ElementsAre("exited with 0"));
+}
+
+TEST_F(ChildProcessTest, WhoeverDropsItLeavesNoZombie) {
+  auto command = shell("exec cat");
+  command.in = ChildStream::pipe();
+  child->start(command);
+  const pid_t pid = child->pid();
+  const int in = child->takeIn();
+  std::weak_ptr<TestChild> task = child;
+  child.reset();
+  EXPECT_TRUE(task.expired());
+  EXPECT_EQ(::kill(pid, 0), 0);
+  close(in);
+  while (::kill(pid, 0) == 0) std::this_thread::yield();  // until it is waited for
+  while (openDescriptors() != opened) std::this_thread::yield();
+  child = std::make_shared<TestChild>(root, log);
+  child->onEnd = [&](const auto&) { child.reset(); };
+  child->start(shell("exit"));
+  runLoop();
+  EXPECT_EQ(child, nullptr);
+}
+
+TEST_F(ChildProcessTest, AnEndThatOthersWaitedForIsUnknown) {
+  child->start(shell("exit"));
+  EXPECT_EQ(waitpid(child->pid(), nullptr, 0), child->pid());
+  runLoop();
+  const auto before = signal(SIGCHLD, SIG_IGN);
+  child->start(shell("exit"));
+  runLoop();
+  signal(SIGCHLD, before);
+  EXPECT_THAT(log, ElementsAre("ended, how is not known", "ended, how is not known"));
+}
+
+TEST_F(ChildProcessTest, AForkLeavesItToTheParent) {
+  auto command = shell("exec cat");
+  command.in = ChildStream::pipe();
+  child->start(command);
+  EXPECT_EQ(runForked([&] {
+              if (child->running() || child->kill(SIGKILL)) return 1;
+              runTurns(3);
+              child.reset();
+              return static_cast<int>(log.size());
+            }).exitCode,
+            0);
+  EXPECT_TRUE(child->running());
+  close(child->takeIn());
+  runLoop();
+  EXPECT_THAT(log, ElementsAre("exited with 0"));
+}
+
+}  // namespace
