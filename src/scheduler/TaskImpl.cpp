@@ -33,6 +33,7 @@ void TaskImpl::checkLayout() const {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Winvalid-offsetof"
   constexpr std::size_t hot = offsetof(TaskImpl, taskBusy_);
+  static_assert(offsetof(TaskImpl, taskScheduler_) == sizeof(void*));  // after the virtual table
 #pragma GCC diagnostic pop
   constexpr std::size_t line = 64;
   constexpr std::size_t alignment = 16;  // of allocations

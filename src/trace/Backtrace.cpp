@@ -1,21 +1,18 @@
 #include "Tarvo/Backtrace.h"
 
 #define UNW_LOCAL_ONLY
-#include <dlfcn.h>
 #include <execinfo.h>
-#include <fmt/format.h>
 #include <libunwind.h>
-#include <link.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
 
 #include "foundation/AtFork.h"
 #include "trace/Backtrace.h"
+#include "trace/FrameText.h"
 
 namespace Tarvo {
 
@@ -33,18 +30,6 @@ bool libunwindIsFit() { return false; }
 
 #else
 
-/// How many modules the dynamic loader has unloaded so far.
-unsigned long long unloads() {
-  unsigned long long count = 0;
-  dl_iterate_phdr(
-      [](dl_phdr_info* info, std::size_t, void* found) {
-        *static_cast<unsigned long long*>(found) = info->dlpi_subs;
-        return 1;  // every module reports the same number, so the first one is enough
-      },
-      &count);
-  return count;
-}
-
 /// Whether libunwind's caches can be trusted. It caches how to unwind the frame at an address, once
 /// per process and once per thread. After a module is unloaded, another one may be mapped at its
 /// addresses, and the caches are wrong. The cache of the process can be flushed. The cache of a
@@ -54,7 +39,7 @@ bool libunwindIsFit() {
   static std::atomic<unsigned long long> unloadsAtClearing{0};
   thread_local bool begun = false;
   thread_local unsigned long long unloadsAtFirst = 0;
-  const unsigned long long now = unloads();
+  const unsigned long long now = Impl::moduleUnloads();
   if (!begun) {
     if (unloadsAtClearing.load(std::memory_order_acquire) != now) {
       unw_flush_cache(unw_local_addr_space, 0, 0);
@@ -91,21 +76,9 @@ void Impl::loadUnwinder() {
 
 String Backtrace::pretty() const {
   String text;
-  const auto out = std::back_inserter(text);
   if (size_ == 0) text += "No backtrace available\n";
   text += "Backtrace:\n";
-  for (unsigned i = 0; i < size_; ++i) {
-    void* address = addresses_[i];
-    Dl_info info;
-    if (dladdr(address, &info) != 0) {
-      const bool named = info.dli_sname != nullptr;
-      const void* from = named ? info.dli_saddr : info.dli_fbase;
-      fmt::format_to(out, "{}({}+{:#x})", info.dli_fname != nullptr ? info.dli_fname : "",
-                     named ? info.dli_sname : "",
-                     static_cast<char*>(address) - static_cast<const char*>(from));
-    }
-    fmt::format_to(out, "[{}]\n", address);
-  }
+  Impl::appendFrames(text, addresses_.data(), size_);
   return text;
 }
 

@@ -5,5 +5,6 @@ struct Place {
   }
 };
 }  // namespace known
+extern "C" void callBack(void (*function)()) { function(); }
 extern "C" int (*knownPlace())(int);
 int (*knownPlace())(int) { return known::Place::here; }

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "Tarvo/Backtrace.h"
 #include "Tarvo/Mappings.h"
 #include "Tarvo/Util.h"
 #include "support/ChildProcess.h"
@@ -64,6 +65,21 @@ TEST_F(SymbolsTest, NamesCodeFromTheModuleAndFromASeparateDebugFile) {
   run("echo >>" + debug);  // another file than the link means
   EXPECT_EQ(Symbols().of(place).line, 0);
   dlclose(library);
+}
+
+TEST_F(SymbolsTest, ABacktraceNamesTheModuleThatIsLoadedNow) {
+  static std::string text;
+  for (const char* name : {"one.so", "two.so", "one.so"}) {
+    std::filesystem::copy_file(SYMBOLS_MODULE, folder + name,
+                               std::filesystem::copy_options::skip_existing);
+    library = dlopen((folder + name).c_str(), RTLD_NOW);
+    const auto call = reinterpret_cast<void (*)(void (*)())>(dlsym(library, "callBack"));
+    for (int round = 0; round < 2; ++round) {  // looked up, then remembered
+      call([] { text = Tarvo::Backtrace(true).pretty(); });
+      EXPECT_THAT(text, HasSubstr(name + std::string("(callBack+0x")));
+    }
+    dlclose(library);
+  }
 }
 
 TEST_F(SymbolsTest, RemembersAClosedModuleButNoOtherFileUnderItsName) {
