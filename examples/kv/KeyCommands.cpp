@@ -47,7 +47,6 @@ void set(Call& call) {
     return call.answer.none();
   }
   if (!call.service.store.set(words[1], words[2], expiry)) return call.answer.error(noRoom);
-  call.service.background.storeChanged();
   call.answer.simple("OK");
 }
 
@@ -72,7 +71,6 @@ void mset(Call& call) {
   for (std::size_t word = 1; word < call.words.size() && room; word += 2) {
     room = call.service.store.set(call.words[word], call.words[word + 1]);
   }
-  call.service.background.storeChanged();
   room ? call.answer.simple("OK") : call.answer.error(noRoom);
 }
 
@@ -80,7 +78,6 @@ void del(Call& call) {
   const auto keys = std::span(call.words).subspan(1);
   call.answer.integer(
       std::ranges::count_if(keys, [&](auto key) { return call.service.store.erase(key); }));
-  call.service.background.storeChanged();
 }
 
 void exists(Call& call) {
@@ -100,7 +97,6 @@ void add(Call& call, std::int64_t difference) {
   }
   const Tarvo::Time expiry = call.service.store.expiry(key).value_or(Store::forever);
   if (!call.service.store.set(key, std::to_string(sum), expiry)) return call.answer.error(noRoom);
-  call.service.background.storeChanged();
   call.answer.integer(sum);
 }
 
@@ -112,7 +108,6 @@ void expireIn(Call& call, double unit) {
   const bool there = seconds > 0
                          ? call.service.store.expiryIs(call.words[1], Tarvo::time() + seconds)
                          : call.service.store.erase(call.words[1]);
-  call.service.background.storeChanged();
   call.answer.integer(there ? 1 : 0);
 }
 

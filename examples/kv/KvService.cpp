@@ -23,14 +23,11 @@
 #include <string>
 
 #include "Commands.h"
-#include "Descriptor.h"
 #include "Listener.h"
+#include "Socket.h"
 #include "Tarvo/TaskScheduler.h"
 
 namespace {
-
-/// Thrown out of the loop to end it.
-struct Stopped {};
 
 /// Turns SIGTERM and SIGINT into the end of the loop.
 class StopSignals : public Tarvo::FileDescriptorTask {
@@ -55,7 +52,7 @@ class StopSignals : public Tarvo::FileDescriptorTask {
     signalfd_siginfo signal;
     if (read(signals_.get(), &signal, sizeof signal) != sizeof signal) return;
     taskWorkCountInc(1);
-    throw Stopped();
+    Tarvo::Platform::stopEventLoop();
   }
   void taskExecuteWritable() override {}
 
@@ -74,9 +71,8 @@ void report(const kv::Service& service) {
   const kv::Digest& digest = service.background.digest();
   service.root->statsRenderTextForDebug(std::cout);
   std::cout << std::flush;
-  fmt::print("data    {} keys, {:.1f} MB in {:.1f} MB of memory; {:.0f} MB of garbage given back\n",
-             store.keyCount(), megabytes(store.valueBytes()), megabytes(store.log().bytes()),
-             megabytes(store.freedBytes()));
+  fmt::print("data    {} keys, {:.1f} MB in {:.1f} MB of memory\n", store.keyCount(),
+             megabytes(store.valueBytes()), megabytes(store.memory()));
   fmt::print("digest  {} rounds over all data; {} values corrupt\n", digest.rounds(),
              digest.corruptValues());
 }
@@ -89,13 +85,10 @@ void serve(double idleSeconds, const std::string& directory, int port) {
   if (!directory.empty()) service.root->historyEntryCountIs(20'000);  // the last second, about
   fmt::print("port {}\n", listener->port());
   std::fflush(stdout);
-  try {
-    Tarvo::Platform::doEventLoop();
-  } catch (const Stopped&) {
-    if (!directory.empty()) {
-      leaveFile(directory + "/stats.json", service.root->statsRenderJson());
-      leaveFile(directory + "/timeline.json", service.root->timelineRenderJson());
-    }
+  Tarvo::Platform::doEventLoop();
+  if (!directory.empty()) {
+    leaveFile(directory + "/stats.json", service.root->statsRenderJson());
+    leaveFile(directory + "/timeline.json", service.root->timelineRenderJson());
   }
   listener.reset();
   report(service);

@@ -1,8 +1,6 @@
 #ifndef TARVO_EXAMPLES_KV_LISTENER_H
 #define TARVO_EXAMPLES_KV_LISTENER_H
 
-#include <fmt/format.h>
-
 #include <cerrno>
 #include <chrono>
 #include <map>
@@ -10,7 +8,7 @@
 #include <utility>
 
 #include "Connection.h"
-#include "Descriptor.h"
+#include "Socket.h"
 #include "Tarvo/TaskScheduler.h"
 #include "Tarvo/Trace.h"
 #include "Timer.h"
@@ -19,8 +17,7 @@ namespace kv {
 
 using namespace std::chrono_literals;
 
-/// Accepts clients on a port of the loopback interface, any free one for port 0, and owns their
-/// connections.
+/// Accepts clients on a port, any free one for port 0, and owns their connections.
 class Listener : public Tarvo::FileDescriptorTask, Tarvo::Debuggable {
  public:
   Listener(Service& service, double idleSeconds, int port)
@@ -28,27 +25,14 @@ class Listener : public Tarvo::FileDescriptorTask, Tarvo::Debuggable {
         Debuggable("Kv"),
         service_(service),
         idleSeconds_(idleSeconds),
-        socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0), "socket"),
+        socket_(listenOn(port)),
         retry_(std::make_shared<Timer>(service.root, "accept again", [this] { resume(); })) {
-    const int on = 1;
-    setsockopt(socket_.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    const sockaddr_in address = loopback(port);
-    const auto* raw = reinterpret_cast<const sockaddr*>(&address);
-    if (bind(socket_.get(), raw, sizeof address) != 0) failWith("bind");
-    if (listen(socket_.get(), SOMAXCONN) != 0) failWith("listen");
     taskWatchFdIs(socket_.get());
     TARVO_TRACE(*this, 0, "serving on port {}", this->port());
   }
   ~Listener() override { taskWatchFdDel(); }
 
-  int port() const {
-    sockaddr_in address{};
-    socklen_t size = sizeof address;
-    if (getsockname(socket_.get(), reinterpret_cast<sockaddr*>(&address), &size) != 0) {
-      failWith("getsockname");
-    }
-    return ntohs(address.sin_port);
-  }
+  int port() const { return portOf(socket_); }
 
  private:
   void taskExecuteReadable() override {
@@ -61,7 +45,6 @@ class Listener : public Tarvo::FileDescriptorTask, Tarvo::Debuggable {
   void taskExecuteWritable() override {}
 
   void admit(Descriptor socket) {
-    sendAtOnce(socket);
     const auto connection = std::make_shared<Connection>(service_, std::move(socket), idleSeconds_,
                                                          [this](Connection& over) { left(over); });
     connections_.emplace(connection->fd(), connection);

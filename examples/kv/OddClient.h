@@ -5,12 +5,11 @@
 
 #include <memory>
 #include <string>
-#include <string_view>
 #include <utility>
 
-#include "Client.h"
 #include "Resp.h"
 #include "Timer.h"
+#include "Wire.h"
 
 namespace kv {
 
@@ -51,36 +50,37 @@ inline Script lateReader() {
 
 /// A client that says its text, perhaps reads nothing for a while, and then listens until it is
 /// dropped.
-class OddClient : public Client {
+class OddClient : public Wire {
  public:
   OddClient(std::shared_ptr<Tarvo::TaskScheduler> scheduler, int port, Script script)
-      : Client(std::move(scheduler), port, "odd client"),
+      : Wire(std::move(scheduler), Tarvo::TaskPriority::normal, "odd client", connectTo(port)),
         script_(std::move(script)),
         deafness_(std::make_shared<Timer>(taskScheduler(), "deafness",
                                           [this] { taskWatchReadableIs(true); })) {
-    unsent_ = script_.says;
+    out_ = script_.says;
     taskWatchReadableIs(false);
     deafness_->scheduleTaskDelay(script_.deafSeconds);
-    send();
+    flush();
   }
 
   bool dropped() const { return taskWatchFd() < 0; }
-  bool isRight() const { return dropped() && heard_ == script_.expects; }
+  bool isRight() const { return dropped() && in_ == script_.expects; }
   /// What became of it, in a line.
   std::string text() const {
     return fmt::format("{:<15} {} bytes of answers, dropped after {:.1f} s: {}", script_.name,
-                       heard_.size(), end_ - begin_, isRight() ? "right" : "WRONG");
+                       in_.size(), end_ - begin_, isRight() ? "right" : "WRONG");
   }
 
  private:
-  void heard(std::string_view bytes) override { heard_ += bytes; }
-  void closed() override {
+  void taskExecuteReadable() override {
+    receive();
+    if (otherEnd() == OtherEnd::open) return;
     end_ = Tarvo::time();
     taskWatchFdDel();
   }
+  void taskExecuteWritable() override { flush(); }
 
   Script script_;
-  std::string heard_;
   Tarvo::Time begin_ = Tarvo::time();
   Tarvo::Time end_ = 0;
   std::shared_ptr<Timer> deafness_;

@@ -77,14 +77,13 @@ void info(Call& call) {
       "# Server\r\nprocess_id:{}\r\n"
       "# Clients\r\nconnected_clients:{}\r\n"
       "# Stats\r\ntotal_connections_received:{}\r\ntotal_commands_processed:{}\r\n"
-      "# Memory\r\nused_memory:{}\r\ngarbage_bytes:{}\r\nvalue_bytes:{}\r\nmaxmemory:{}\r\n"
-      "# Background\r\nbackground:{}\r\ndigest_rounds:{}\r\ncorrupt_values:{}\r\nfreed_bytes:{}\r\n"
+      "# Memory\r\nused_memory:{}\r\nvalue_bytes:{}\r\nmaxmemory:{}\r\n"
+      "# Background\r\nbackground:{}\r\ndigest_rounds:{}\r\ncorrupt_values:{}\r\n"
       "# Keyspace\r\ndb0:keys={},expires={},avg_ttl=0\r\n# Tasks\r\n",
-      getpid(), service.clients, service.clientsAccepted, service.executed,
-      service.store.log().bytes(), service.store.log().garbageBytes(), service.store.valueBytes(),
-      Store::sizeLimit, service.background.on() ? "on" : "off",
+      getpid(), service.clients, service.clientsAccepted, service.executed, service.store.memory(),
+      service.store.valueBytes(), Store::sizeLimit, service.background.on() ? "on" : "off",
       service.background.digest().rounds(), service.background.digest().corruptValues(),
-      service.store.freedBytes(), service.store.keyCount(), service.store.expiringCount());
+      service.store.keyCount(), service.store.expiringCount());
   for (const char c : service.root->statsRenderTextForDebugToString()) {
     if (c == '\n') text += '\r';
     text += c;

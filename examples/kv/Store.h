@@ -16,84 +16,72 @@
 #include <unordered_map>
 #include <utility>
 
-#include "Log.h"
 #include "Tarvo/HashMix.h"
 #include "Tarvo/Platform.h"
 #include "Tarvo/TaskTime.h"
 
 namespace kv {
 
-/// What records keep of their value.
-inline std::uint64_t checksum(std::string_view value) {
-  return Tarvo::Util::hash64(value.data(), value.size());
-}
-
 class Store {
  public:
-  /// How much memory may be taken by what is no garbage.
+  /// How much memory may be taken.
   static constexpr std::size_t sizeLimit = std::size_t{1} << 30;
   static constexpr Tarvo::Time forever = std::numeric_limits<Tarvo::Time>::infinity();
 
   /// False when there is no room for it; what stood under the key stays then.
   bool set(std::string_view key, std::string_view value, Tarvo::Time expiry = forever) {
-    const std::size_t taken = log_.bytes() - log_.garbageBytes() + entries_.size() * entryBytes;
-    if (taken + key.size() + value.size() > sizeLimit) return false;
-    const Record* record = log_.append(key, value, checksum(value));
+    if (memory() + key.size() + value.size() + entryBytes > sizeLimit) return false;
     auto entry = entries_.find(key);
     if (entry == entries_.end()) {
       entry = entries_.try_emplace(std::string(key)).first;
-    } else {
-      valueBytes_ -= entry->second.record->valueSize;
-      log_.discard(*entry->second.record);
+      keyBytes_ += key.size();
     }
-    valueBytes_ += value.size();
-    entry->second.record = record;
+    entry->second.checksum = checksum(value);
+    assign(entry->second.value, value);
     expiryIs(*entry, expiry);
     return true;
   }
 
   /// A view that is good until the next change.
   std::optional<std::string_view> get(std::string_view key) const {
-    const Entry* entry = find(key);
-    if (entry == nullptr) return std::nullopt;
-    return entry->record->value();
+    const auto entry = find(key);
+    if (entry == entries_.end()) return std::nullopt;
+    return entry->second.value;
   }
 
   bool erase(std::string_view key) {
-    const bool alive = find(key) != nullptr;
-    if (const auto entry = entries_.find(key); entry != entries_.end()) remove(entry);
+    const auto entry = entries_.find(key);
+    if (entry == entries_.end()) return false;
+    const bool alive = isAlive(entry->second);
+    remove(entry);
     return alive;
   }
 
   void clear() {
     expiries_.clear();
     entries_.clear();
-    log_.clear();
-    valueBytes_ = 0;
+    keyBytes_ = valueBytes_ = 0;
   }
 
   /// When the key's life ends. The setter is false without the key.
   std::optional<Tarvo::Time> expiry(std::string_view key) const {
-    const Entry* entry = find(key);
-    if (entry == nullptr) return std::nullopt;
-    return entry->expiry;
+    const auto entry = find(key);
+    if (entry == entries_.end()) return std::nullopt;
+    return entry->second.expiry;
   }
 
   bool expiryIs(std::string_view key, Tarvo::Time expiry) {
-    if (find(key) == nullptr) return false;
-    expiryIs(*entries_.find(key), expiry);
+    const auto entry = entries_.find(key);
+    if (entry == entries_.end() || !isAlive(entry->second)) return false;
+    expiryIs(*entry, expiry);
     return true;
   }
 
   std::size_t keyCount() const { return entries_.size(); }
   std::size_t expiringCount() const { return expiries_.size(); }
   std::size_t valueBytes() const { return valueBytes_; }
-  const Log& log() const { return log_; }
-  /// Whether the record is what its key stands for.
-  bool holds(const Record& record) const {
-    const auto entry = entries_.find(record.key());
-    return entry != entries_.end() && entry->second.record == &record;
-  }
+  /// Bytes that all of it takes, about.
+  std::size_t memory() const { return keyBytes_ + valueBytes_ + entries_.size() * entryBytes; }
 
   /// Removes one key whose time has come; false when there is none.
   bool expireOne() {
@@ -102,47 +90,56 @@ class Store {
     return true;
   }
 
-  /// One step of giving garbage back: how many bytes were copied, or nothing when no chunk of the
-  /// log is worth it.
-  std::optional<std::size_t> compactOne() {
-    const auto chunk = log_.wastefulChunk();
-    if (!chunk) return std::nullopt;
-    if (compacting_.chunk != *chunk) compacting_ = {*chunk, 0};
-    const Record* record = log_.next(compacting_);
-    if (record == nullptr || record->chunk != *chunk) {
-      const std::size_t before = log_.bytes();
-      log_.release(*chunk);
-      freedBytes_ += before - log_.bytes();
-      compacting_ = {};
-      return 0;
+  /// What a look at values has found.
+  struct Digest {
+    std::size_t bytes = 0;
+    std::size_t corruptValues = 0;
+  };
+  /// Compares the few values in one slot of the table with their checksums. Nothing behind the last
+  /// slot. (When the table grows meanwhile, its values have other slots.)
+  std::optional<Digest> digest(std::size_t slot) const {
+    if (slot >= entries_.bucket_count()) return std::nullopt;
+    Digest found;
+    for (auto entry = entries_.begin(slot); entry != entries_.end(slot); ++entry) {
+      found.bytes += entry->second.value.size();
+      if (checksum(entry->second.value) != entry->second.checksum) ++found.corruptValues;
     }
-    if (!holds(*record)) return 0;
-    entries_.find(record->key())->second.record =
-        log_.append(record->key(), record->value(), record->checksum);
-    log_.discard(*record);
-    return record->size();
+    return found;
   }
 
-  std::size_t freedBytes() const { return freedBytes_; }
-
  private:
-  static constexpr std::size_t entryBytes = 128;  // beside the record, about
+  static constexpr std::size_t entryBytes = 192;  // beside the key and the value, about
 
-  struct Entry {
-    const Record* record = nullptr;
+  struct Value {
+    std::string value = {};
+    std::uint64_t checksum = 0;
     Tarvo::Time expiry = forever;
   };
-  struct Hash : std::hash<std::string_view> {
+  struct Hash {
     using is_transparent = void;
+    // Since this may throw, for all that the table knows, it keeps each hash and computes it once.
+    std::size_t operator()(std::string_view key) const noexcept(false) { return checksum(key); }
   };
-  using Entries = std::unordered_map<std::string, Entry, Hash, std::equal_to<>>;
+  using Entries = std::unordered_map<std::string, Value, Hash, std::equal_to<>>;
   using Expiry = std::pair<Tarvo::Time, const std::string*>;  // the key in entries_
 
-  const Entry* find(std::string_view key) const {
+  static std::uint64_t checksum(std::string_view bytes) {
+    return Tarvo::Util::hash64(bytes.data(), bytes.size());
+  }
+  static bool isAlive(const Value& value) {
+    return value.expiry == forever || value.expiry > Tarvo::time();
+  }
+
+  Entries::const_iterator find(std::string_view key) const {
     const auto entry = entries_.find(key);
-    if (entry == entries_.end()) return nullptr;
-    const Tarvo::Time expiry = entry->second.expiry;
-    return expiry != forever && expiry <= Tarvo::time() ? nullptr : &entry->second;
+    return entry == entries_.end() || isAlive(entry->second) ? entry : entries_.end();
+  }
+
+  void assign(std::string& to, std::string_view value) {
+    valueBytes_ += value.size();
+    valueBytes_ -= to.size();
+    to = value;
+    if (to.capacity() / 2 > to.size()) to.shrink_to_fit();
   }
 
   void expiryIs(Entries::value_type& entry, Tarvo::Time expiry) {
@@ -153,18 +150,16 @@ class Store {
   }
 
   void remove(Entries::iterator entry) {
-    valueBytes_ -= entry->second.record->valueSize;
-    log_.discard(*entry->second.record);
+    keyBytes_ -= entry->first.size();
+    valueBytes_ -= entry->second.value.size();
     expiryIs(*entry, forever);
     entries_.erase(entry);
   }
 
-  Log log_;
   Entries entries_;
   std::set<Expiry> expiries_;
+  std::size_t keyBytes_ = 0;
   std::size_t valueBytes_ = 0;
-  std::size_t freedBytes_ = 0;
-  Log::Place compacting_;  // in a wasteful chunk
 };
 
 }  // namespace kv

@@ -21,8 +21,8 @@
 #include <string_view>
 #include <vector>
 
-#include "Client.h"
 #include "Resp.h"
+#include "Wire.h"
 
 namespace kv {
 
@@ -42,7 +42,7 @@ struct Score {
   std::vector<float> latencies = {};  // of the mix, in seconds
 };
 
-class Worker : public Client {
+class Worker : public Wire {
  public:
   /// Whoever has finished its part goes on reading its keys, until it is to rest.
   enum class Phase : std::uint8_t {
@@ -56,7 +56,7 @@ class Worker : public Client {
 
   Worker(std::shared_ptr<Tarvo::TaskScheduler> scheduler, int port, unsigned int number,
          const std::vector<File>& files, Score& score)
-      : Client(std::move(scheduler), port, "worker"),
+      : Wire(std::move(scheduler), Tarvo::TaskPriority::normal, "worker", connectTo(port)),
         number_(number),
         score_(score),
         fileCount_(files.size()),
@@ -80,7 +80,7 @@ class Worker : public Client {
   bool finished() const { return finished_; }
   /// Sends a request, whose answer must pass the check.
   void ask(std::initializer_list<std::string_view> words, Check right) {
-    Writer(unsent_).request(words);
+    Writer(out_).request(words);
     const std::string_view subject = words.size() > 1 ? words.begin()[1] : "";
     pending_.push_back(
         {phase_, Tarvo::time(), fmt::format("{} {}", *words.begin(), subject), std::move(right)});
@@ -127,8 +127,9 @@ class Worker : public Client {
     Check right;
   };
 
-  void heard(std::string_view bytes) override {
-    in_ += bytes;
+  void taskExecuteReadable() override {
+    receive();
+    if (otherEnd() != OtherEnd::open) failWith("connection lost");
     std::string_view rest = in_;
     while (const auto answer = parseAnswer(rest)) {
       answered(*answer);
@@ -138,7 +139,7 @@ class Worker : public Client {
     proceed();
   }
 
-  void closed() override { failWith("connection lost"); }
+  void taskExecuteWritable() override { flush(); }
 
   void answered(const Answer& answer) {
     if (pending_.empty()) failWith("an answer that nobody asked for");
@@ -159,7 +160,7 @@ class Worker : public Client {
     if (pending_.empty() && phase_ == Phase::mix) askMix();
     finished_ = finished_ || pending_.empty();
     if (pending_.empty() && phase_ != Phase::rest) get(anyFile());
-    send();
+    flush();
   }
 
   std::size_t partOfPhase() const {
@@ -227,7 +228,6 @@ class Worker : public Client {
   Score& score_;
   std::size_t fileCount_;
   std::vector<Key> keys_;  // those of files come first, then those whose values may end
-  std::string in_;
   std::deque<Pending> pending_;
   Phase phase_ = Phase::rest;
   std::size_t next_ = 0;   // of its part of the phase
