@@ -1,8 +1,8 @@
 #ifndef TARVO_EXAMPLES_KV_COMMANDS_H
 #define TARVO_EXAMPLES_KV_COMMANDS_H
 
-/// What clients may ask for: KeyCommands.cpp has what concerns the data, ServerCommands.cpp what
-/// concerns the service and the connection.
+/// What clients may ask for: KeyCommands.cpp has what concerns the data, Commands.cpp what concerns
+/// the service and the connection.
 
 #include <cstddef>
 #include <cstdint>
@@ -52,7 +52,9 @@ struct Command {
 };
 
 std::span<const Command> keyCommands();
-std::span<const Command> serverCommands();
+
+/// What INFO tells, line by line.
+std::string describe(const Service& service);
 
 /// Whether a word of a client is that, in capitals or not.
 bool is(std::string_view word, std::string_view wanted);

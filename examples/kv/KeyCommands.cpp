@@ -74,16 +74,20 @@ void mset(Call& call) {
   room ? call.answer.simple("OK") : call.answer.error(noRoom);
 }
 
-void del(Call& call) {
+/// Answers for how many of the keys that is true.
+template <typename Test>
+void count(Call& call, const Test& test) {
   const auto keys = std::span(call.words).subspan(1);
   call.answer.integer(
-      std::ranges::count_if(keys, [&](auto key) { return call.service.store.erase(key); }));
+      std::ranges::count_if(keys, [&](auto key) { return test(call.service.store, key); }));
+}
+
+void del(Call& call) {
+  count(call, [](Store& store, auto key) { return store.erase(key); });
 }
 
 void exists(Call& call) {
-  const auto keys = std::span(call.words).subspan(1);
-  call.answer.integer(std::ranges::count_if(
-      keys, [&](auto key) { return call.service.store.get(key).has_value(); }));
+  count(call, [](Store& store, auto key) { return store.get(key).has_value(); });
 }
 
 void add(Call& call, std::int64_t difference) {
@@ -136,7 +140,7 @@ constexpr std::array commands{
     Command{"pexpire", 3, [](Call& call) { expireIn(call, 1e-3); }},
     Command{"ttl", 2, [](Call& call) { lifeLeft(call, 1); }},
     Command{"pttl", 2, [](Call& call) { lifeLeft(call, 1e-3); }},
-    Command{"dbsize", 1, [](Call& call) { call.answer.count(call.service.store.keyCount()); }},
+    Command{"dbsize", 1, [](Call& call) { call.answer.integer(call.service.store.keyCount()); }},
     Command{"flushdb", 1, [](Call& call) { call.service.store.clear(), call.answer.simple("OK"); }},
 };
 

@@ -12,14 +12,13 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
-#include <sstream>
 #include <string>
+#include <system_error>
 #include <vector>
 
-#include "Measurement.h"
 #include "OddClient.h"
+#include "Tarvo/Util.h"
 #include "Worker.h"
 
 namespace kv {
@@ -29,14 +28,6 @@ namespace {
 constexpr double patience = 60;  // seconds for what must come to an end
 constexpr std::size_t fileLimit = 500'000;
 constexpr std::size_t sumLimit = 8'000'000;
-constexpr std::size_t nameLimit = 200;
-
-std::string keyOf(std::size_t number, std::string path) {
-  if (path.size() > nameLimit) path.erase(0, path.size() - nameLimit);
-  std::ranges::replace_if(
-      path, [](unsigned char c) { return c <= ' ' || c == 0x7f; }, '_');
-  return fmt::format("{}:{}", number, path);
-}
 
 /// Leaves out what cannot be read or is too large for the service, and what is beyond some
 /// megabytes altogether.
@@ -44,17 +35,36 @@ std::vector<File> readFiles(std::istream& list) {
   std::vector<File> files;
   std::size_t sum = 0;
   for (std::string path; std::getline(list, path);) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream contents;
-    if (!file) continue;
-    contents << file.rdbuf();
-    std::string bytes = contents.str();
-    if (bytes.size() > fileLimit || sum + bytes.size() > sumLimit) continue;
+    std::error_code error;
+    std::string bytes = Tarvo::Util::fileRead(path, fileLimit, error);
+    if (error || sum + bytes.size() > sumLimit) continue;
     sum += bytes.size();
-    files.push_back({keyOf(files.size(), path), std::move(bytes)});
+    files.push_back({path, std::move(bytes)});
   }
+  if (files.empty()) Tarvo::RuntimeException::throwException("the list names no file");
   return files;
 }
+
+/// How fast a service answered for some time.
+struct Measurement {
+  double seconds = 0;
+  std::vector<float> latencies = {};  // seconds
+
+  static void printHeading() {
+    fmt::print("{:<16} {:>10} {:>8} {:>8} {:>8} {:>8} {:>8}\n", "background work", "requests/s",
+               "p50 ms", "p90 ms", "p99 ms", "p99.9 ms", "max ms");
+  }
+  void print(const char* title) {
+    std::ranges::sort(latencies);
+    const auto count = static_cast<double>(latencies.size());
+    fmt::print("{:<16} {:>10.0f}", title, count / seconds);
+    for (const double part : {0.5, 0.9, 0.99, 0.999, 1.0}) {
+      const auto rank = std::min(static_cast<std::size_t>(part * count), latencies.size() - 1);
+      fmt::print(" {:>8.2f}", latencies.empty() ? 0 : static_cast<double>(latencies[rank]) * 1e3);
+    }
+    fmt::print("\n");
+  }
+};
 
 /// Workers that go through the same phases together.
 class LoadTest {
@@ -108,7 +118,9 @@ class LoadTest {
 
   void finish(Worker::Phase phase) {
     begin(phase);
-    waitFor([&] { return std::ranges::all_of(workers_, &Worker::finished, toWorker); });
+    waitFor([&] {
+      return std::ranges::all_of(workers_, [](const auto& worker) { return worker->finished(); });
+    });
   }
 
   Measurement measure(double seconds) {
@@ -128,8 +140,10 @@ class LoadTest {
   /// Whether the service has what all workers together have stored.
   void checkCount() {
     for (const auto& worker : workers_) {
-      keys_ += worker->keyCount();
-      bytes_ += worker->valueBytes();
+      worker->forEachValue([this](const std::string& value) {
+        ++keys_;
+        bytes_ += value.size();
+      });
     }
     workers_.front()->ask({"DBSIZE"}, [this](const Answer& answer, auto) {
       return answer.is(':', std::to_string(keys_));
@@ -138,8 +152,6 @@ class LoadTest {
       return answer.text.find(fmt::format("\r\nvalue_bytes:{}\r\n", bytes_)) != std::string::npos;
     });
   }
-
-  static Worker& toWorker(const std::shared_ptr<Worker>& worker) { return *worker; }
 
   std::shared_ptr<Tarvo::TaskScheduler> scheduler_ = Tarvo::schedulerRootTarvo();
   Score score_;
@@ -160,12 +172,8 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: KvClient port connections seconds < list-of-files\n");
     return 2;
   }
-  const std::vector<kv::File> files = kv::readFiles(std::cin);
-  if (files.empty()) {
-    std::fprintf(stderr, "KvClient: the list names no file\n");
-    return 2;
-  }
   try {
+    const std::vector<kv::File> files = kv::readFiles(std::cin);
     kv::LoadTest test(std::atoi(argv[1]), static_cast<unsigned>(connections), files);
     return test.run(seconds) ? 0 : 1;
   } catch (const Tarvo::Exception& e) {

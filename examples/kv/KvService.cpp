@@ -17,8 +17,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <iostream>
 #include <memory>
 #include <string>
 
@@ -26,6 +24,7 @@
 #include "Listener.h"
 #include "Socket.h"
 #include "Tarvo/TaskScheduler.h"
+#include "Tarvo/Util.h"
 
 namespace {
 
@@ -59,24 +58,6 @@ class StopSignals : public Tarvo::FileDescriptorTask {
   kv::Descriptor signals_;
 };
 
-void leaveFile(const std::string& path, const std::string& text) {
-  std::ofstream file(path, std::ios::trunc);
-  file << text;
-  if (!file.flush()) fmt::print(stderr, "cannot write {}\n", path);
-}
-
-void report(const kv::Service& service) {
-  const auto megabytes = [](std::size_t bytes) { return static_cast<double>(bytes) / 1e6; };
-  const kv::Store& store = service.store;
-  const kv::Digest& digest = service.background.digest();
-  service.root->statsRenderTextForDebug(std::cout);
-  std::cout << std::flush;
-  fmt::print("data    {} keys, {:.1f} MB in {:.1f} MB of memory\n", store.keyCount(),
-             megabytes(store.valueBytes()), megabytes(store.memory()));
-  fmt::print("digest  {} rounds over all data; {} values corrupt\n", digest.rounds(),
-             digest.corruptValues());
-}
-
 /// Returns when it was told to stop.
 void serve(double idleSeconds, const std::string& directory, int port) {
   kv::Service service;
@@ -87,11 +68,11 @@ void serve(double idleSeconds, const std::string& directory, int port) {
   std::fflush(stdout);
   Tarvo::Platform::doEventLoop();
   if (!directory.empty()) {
-    leaveFile(directory + "/stats.json", service.root->statsRenderJson());
-    leaveFile(directory + "/timeline.json", service.root->timelineRenderJson());
+    Tarvo::Util::fileWrite(directory + "/stats.json", service.root->statsRenderJson());
+    Tarvo::Util::fileWrite(directory + "/timeline.json", service.root->timelineRenderJson());
   }
   listener.reset();
-  report(service);
+  fmt::print("{}", kv::describe(service));
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <utility>
@@ -38,7 +39,7 @@ class Listener : public Tarvo::FileDescriptorTask, Tarvo::Debuggable {
   void taskExecuteReadable() override {
     do {
       const int fd = accept4(socket_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
-      if (fd < 0) return acceptFailed(errno);
+      if (fd < 0) return acceptFailed();
       admit(Descriptor(fd, "accept"));
     } while (!taskShouldYield());
   }
@@ -53,27 +54,11 @@ class Listener : public Tarvo::FileDescriptorTask, Tarvo::Debuggable {
                 connections_.size());
   }
 
-  void acceptFailed(int error) {
-    switch (error) {
-      case EMFILE:
-      case ENFILE:
-      case ENOBUFS:
-      case ENOMEM:
-        return pause();
-      case EBADF:
-      case EINVAL:
-      case ENOTSOCK:
-      case EOPNOTSUPP:
-        errno = error;
-        failWith("accept");
-      default:  // nobody there, or gone again
-        return;
-    }
-  }
-
-  // Whoever waits would be reported again and again while there is no descriptor for him.
-  void pause() {
-    TARVO_TRACE(*this, 0, "no room for another client, {} connected", connections_.size());
+  void acceptFailed() {
+    if (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED) return;
+    // Whoever waits would be reported again and again while there is no descriptor for him.
+    TARVO_TRACE(*this, 0, "accepts nobody for now, {} connected: {}", connections_.size(),
+                std::strerror(errno));
     taskWatchReadableIs(false);
     retry_->scheduleTaskDelay(100ms);
   }

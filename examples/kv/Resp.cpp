@@ -22,14 +22,18 @@ Parsed parseHead(string_view& rest, char letter, std::int64_t least, std::size_t
   constexpr std::size_t headLimit = 32;
   if (rest.empty()) return {Outcome::incomplete};
   if (rest[0] != letter) return malformed("Protocol error: expected '$'");
-  const std::size_t end = rest.substr(0, headLimit).find(lineEnd);
-  if (end == string_view::npos) {
-    return rest.size() < headLimit ? Parsed{Outcome::incomplete} : malformed(fault);
+  std::int64_t value = 0;
+  const auto [stop, error] = std::from_chars(rest.data() + 1, rest.data() + rest.size(), value);
+  const auto size = static_cast<std::size_t>(stop - rest.data());
+  if (!rest.substr(size).starts_with(lineEnd)) {
+    const bool mayBecome = rest.size() < headLimit && rest.find(lineEnd) == string_view::npos;
+    return mayBecome ? Parsed{Outcome::incomplete} : malformed(fault);
   }
-  const auto value = numberOf(rest.substr(1, end - 1));
-  if (!value || *value < least || *value > static_cast<std::int64_t>(most)) return malformed(fault);
-  number = static_cast<std::size_t>(std::max<std::int64_t>(*value, 0));
-  rest.remove_prefix(end + lineEnd.size());
+  const bool isNumber = error == std::errc();
+  if (!isNumber || value < least || value > static_cast<std::int64_t>(most))
+    return malformed(fault);
+  number = static_cast<std::size_t>(std::max<std::int64_t>(value, 0));
+  rest.remove_prefix(size + lineEnd.size());
   return {Outcome::whole};
 }
 

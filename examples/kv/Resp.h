@@ -10,6 +10,7 @@
 ///
 /// Requests may be sent without waiting for the answers, which come in the same order.
 
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
@@ -63,8 +64,7 @@ class Writer {
 
   void simple(std::string_view text) { line('+', text); }
   void error(std::string_view text) { line('-', text); }
-  void integer(std::int64_t value) { number(':', value); }
-  void count(std::size_t value) { integer(static_cast<std::int64_t>(value)); }
+  void integer(std::integral auto value) { number(':', static_cast<std::int64_t>(value)); }
   void bulk(std::string_view bytes);
   void none() { line('$', "-1"); }
   void array(std::size_t count) { number('*', static_cast<std::int64_t>(count)); }

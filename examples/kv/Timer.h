@@ -13,8 +13,8 @@ namespace kv {
 class Timer : public Tarvo::TimerTask {
  public:
   Timer(std::shared_ptr<Tarvo::TaskScheduler> scheduler, const char* name,
-        std::function<void()> act)
-      : TimerTask(std::move(scheduler), Tarvo::TaskPriority::normal, name), act_(std::move(act)) {}
+        std::function<void()> act, Tarvo::TaskPriority priority = Tarvo::TaskPriority::normal)
+      : TimerTask(std::move(scheduler), priority, name), act_(std::move(act)) {}
 
  private:
   void taskExecute() override { act_(); }

@@ -31,7 +31,7 @@ constexpr std::size_t mortalKeys = 8;
 constexpr std::size_t faultsShown = 5;
 
 struct File {
-  std::string name;  // fit for a key, and its own
+  std::string name;
   std::string contents;
 };
 
@@ -52,7 +52,11 @@ class Worker : public Wire {
     read,    // one key after the other
     rest,
   };
-  using Check = std::function<bool(const Answer&, Tarvo::Time now)>;
+  struct Times {
+    Tarvo::Time sent = 0;
+    Tarvo::Time answered = 0;
+  };
+  using Check = std::function<bool(const Answer&, const Times&)>;
 
   Worker(std::shared_ptr<Tarvo::TaskScheduler> scheduler, int port, unsigned int number,
          const std::vector<File>& files, Score& score)
@@ -61,11 +65,9 @@ class Worker : public Wire {
         score_(score),
         fileCount_(files.size()),
         random_(number + 1) {
-    for (const File& file : files) {
-      keys_.push_back({fmt::format("c{}/{}", number, file.name), &file});
-    }
-    for (std::size_t mortal = 0; mortal < mortalKeys; ++mortal) {
-      keys_.push_back({fmt::format("c{}/mortal{}", number, mortal), &files[mortal % files.size()]});
+    for (std::size_t key = 0; key < fileCount_ + mortalKeys; ++key) {
+      const File& file = files[key % fileCount_];
+      keys_.push_back({fmt::format("c{}/{}/{}", number, key, file.name), &file});
     }
   }
 
@@ -86,15 +88,12 @@ class Worker : public Wire {
         {phase_, Tarvo::time(), fmt::format("{} {}", *words.begin(), subject), std::move(right)});
   }
 
-  /// How many keys have a value without end, and the bytes of those values.
-  std::size_t keyCount() const {
-    return static_cast<std::size_t>(std::ranges::count_if(keys_, &Key::lasts));
-  }
-
-  std::size_t valueBytes() const {
-    std::size_t bytes = 0;
-    for (const Key& key : keys_) bytes += key.lasts() ? key.value(key.version).size() : 0;
-    return bytes;
+  /// Calls `take` with each value that stands under a key without end.
+  template <typename Take>
+  void forEachValue(const Take& take) const {
+    for (const Key& key : keys_) {
+      if (key.present && key.life == 0) take(key.value(key.version));
+    }
   }
 
  private:
@@ -106,18 +105,16 @@ class Worker : public Wire {
     bool present = false;
     unsigned int version = 0;
     double life = 0;  // 0 for ever
-    Tarvo::Time setSent = 0;
-    Tarvo::Time setAnswered = 0;
+    Times set = {};
 
     std::string value(unsigned int ofVersion) const {
       return fmt::format("{} version {}\n{}", name, ofVersion, file->contents);
     }
-    bool lasts() const { return present && life == 0; }
-    bool mayBeThere(Tarvo::Time sent) const {
-      return present && (life == 0 || sent - setAnswered < life);
+    bool mayBeThere(const Times& now) const {
+      return present && (life == 0 || now.sent - set.answered < life);
     }
-    bool mayBeGone(Tarvo::Time answered) const {
-      return !present || (life != 0 && answered - setSent >= life);
+    bool mayBeGone(const Times& now) const {
+      return !present || (life != 0 && now.answered - set.sent >= life);
     }
   };
   struct Pending {
@@ -145,12 +142,12 @@ class Worker : public Wire {
     if (pending_.empty()) failWith("an answer that nobody asked for");
     const Pending pending = std::move(pending_.front());
     pending_.pop_front();
-    const Tarvo::Time now = Tarvo::time();
+    const Times times{pending.sent, Tarvo::time()};
     ++score_.answers;
     if (pending.phase == Phase::mix) {
-      score_.latencies.push_back(static_cast<float>(now - pending.sent));
+      score_.latencies.push_back(static_cast<float>(times.answered - times.sent));
     }
-    if (pending.right(answer, now) || ++score_.wrong > faultsShown) return;
+    if (pending.right(answer, times) || ++score_.wrong > faultsShown) return;
     fmt::print("connection {}: wrong answer {}{} to {}\n", number_, answer.type,
                answer.text.substr(0, 80), pending.request);
   }
@@ -189,9 +186,9 @@ class Worker : public Wire {
   }
 
   void get(Key& key) {
-    ask({"GET", key.name}, [&key, sent = Tarvo::time()](const Answer& answer, Tarvo::Time now) {
-      if (!answer.none) return key.mayBeThere(sent) && answer.is('$', key.value(key.version));
-      const bool right = key.mayBeGone(now);
+    ask({"GET", key.name}, [&key](const Answer& answer, const Times& times) {
+      if (!answer.none) return key.mayBeThere(times) && answer.is('$', key.value(key.version));
+      const bool right = key.mayBeGone(times);
       key.present = false;
       return right;
     });
@@ -199,13 +196,11 @@ class Worker : public Wire {
 
   void set(Key& key, unsigned int milliseconds = 0) {
     const unsigned int version = ++key.versions;
-    Check right = [&key, version, milliseconds, sent = Tarvo::time()](const Answer& answer,
-                                                                      Tarvo::Time now) {
+    Check right = [&key, version, milliseconds](const Answer& answer, const Times& times) {
       key.present = true;
       key.version = version;
       key.life = milliseconds / 1e3;
-      key.setSent = sent;
-      key.setAnswered = now;
+      key.set = times;
       return answer.is('+', "OK");
     };
     const std::string value = key.value(version);
@@ -214,9 +209,10 @@ class Worker : public Wire {
   }
 
   void del(Key& key) {
-    ask({"DEL", key.name}, [&key, sent = Tarvo::time()](const Answer& answer, Tarvo::Time now) {
+    ask({"DEL", key.name}, [&key](const Answer& answer, const Times& times) {
       const bool there = answer.is(':', "1");
-      const bool right = there ? key.mayBeThere(sent) : answer.is(':', "0") && key.mayBeGone(now);
+      const bool right =
+          there ? key.mayBeThere(times) : answer.is(':', "0") && key.mayBeGone(times);
       key.present = false;
       return right;
     });
