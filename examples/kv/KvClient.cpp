@@ -45,27 +45,6 @@ std::vector<File> readFiles(std::istream& list) {
   return files;
 }
 
-/// How fast a service answered for some time.
-struct Measurement {
-  double seconds = 0;
-  std::vector<float> latencies = {};  // seconds
-
-  static void printHeading() {
-    fmt::print("{:<16} {:>10} {:>8} {:>8} {:>8} {:>8} {:>8}\n", "background work", "requests/s",
-               "p50 ms", "p90 ms", "p99 ms", "p99.9 ms", "max ms");
-  }
-  void print(const char* title) {
-    std::ranges::sort(latencies);
-    const auto count = static_cast<double>(latencies.size());
-    fmt::print("{:<16} {:>10.0f}", title, count / seconds);
-    for (const double part : {0.5, 0.9, 0.99, 0.999, 1.0}) {
-      const auto rank = std::min(static_cast<std::size_t>(part * count), latencies.size() - 1);
-      fmt::print(" {:>8.2f}", latencies.empty() ? 0 : static_cast<double>(latencies[rank]) * 1e3);
-    }
-    fmt::print("\n");
-  }
-};
-
 /// Workers that go through the same phases together.
 class LoadTest {
  public:
@@ -81,18 +60,17 @@ class LoadTest {
   /// False when anything was wrong.
   bool run(double seconds) {
     finish(Worker::Phase::load);
-    backgroundIs("off");
-    Measurement quiet = measure(seconds);
-    backgroundIs("on");
-    Measurement busy = measure(seconds);
+    fmt::print("{:<16} {:>10} {:>8} {:>8} {:>8} {:>8} {:>8}\n", "background work", "requests/s",
+               "p50 ms", "p90 ms", "p99 ms", "p99.9 ms", "max ms");
+    for (const char* state : {"off", "on"}) {
+      backgroundIs(state);
+      measure(state, seconds);
+    }
     finish(Worker::Phase::verify);
     for (const auto& client : oddClients_) waitFor([&] { return client->dropped(); });
     checkCount();
     finish(Worker::Phase::rest);
 
-    Measurement::printHeading();
-    quiet.print("off");
-    busy.print("on");
     for (const auto& client : oddClients_) {
       fmt::print("{}\n", client->text());
       score_.wrong += client->isRight() ? 0 : 1;
@@ -123,12 +101,20 @@ class LoadTest {
     });
   }
 
-  Measurement measure(double seconds) {
-    score_.latencies.clear();
+  void measure(const char* title, double seconds) {
     begin(Worker::Phase::mix);
+    score_.latencies.clear();
     const Tarvo::Time start = Tarvo::time();
     Tarvo::Platform::doEventLoop(seconds);
-    return {Tarvo::time() - start, std::move(score_.latencies)};
+    auto& latencies = score_.latencies;
+    const auto count = static_cast<double>(latencies.size());
+    fmt::print("{:<16} {:>10.0f}", title, count / (Tarvo::time() - start));
+    std::ranges::sort(latencies);
+    for (const double part : {0.5, 0.9, 0.99, 0.999, 1.0}) {
+      const auto rank = std::min(static_cast<std::size_t>(part * count), latencies.size() - 1);
+      fmt::print(" {:>8.2f}", latencies.empty() ? 0 : static_cast<double>(latencies[rank]) * 1e3);
+    }
+    fmt::print("\n");
   }
 
   void backgroundIs(const char* state) {

@@ -30,7 +30,6 @@ class Descriptor {
     if (fd_ < 0) failWith(what);
   }
   Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-  Descriptor& operator=(Descriptor&&) = delete;
   ~Descriptor() {
     if (fd_ >= 0) close(fd_);
   }
