@@ -32,9 +32,10 @@
 /// is told of the end, and here it is then an unknown one.
 ///
 /// A child that still runs when the task is dropped, or its thread ends, runs on. The library then
-/// waits for it on a small thread made for that, so that no zombie stays. A child that is to go
-/// with the task is killed before. A loop with a running child has something to wait for: it does
-/// not return by itself. Virtual time does not hurry a child: the clock jumps while it runs.
+/// waits for it on a small thread made for that, so that no zombie stays (but where the system has
+/// no thread left, which a trace tells). A child that is to go with the task is killed before. A
+/// loop with a running child has something to wait for: it does not return by itself. Virtual time
+/// does not hurry a child: the clock jumps while it runs.
 ///
 /// A process that forks itself leaves its children to the parent: in the fork running() is false
 /// and no body runs; the ends of pipes are there twice, so a reader sees no end of file before both

@@ -50,9 +50,9 @@ ChildProcess::ChildProcess(std::shared_ptr<TaskScheduler> scheduler, TaskPriorit
 
 ChildProcess::~ChildProcess() {
   handleDestroy();
-  const bool left = running() && child_->process;
   control_.reset();
-  if (left) Impl::waitAside(std::move(child_->process));
+  if (running() && child_->process && !Impl::endOf(child_->process))
+    Impl::waitAside(std::move(child_->process));
 }
 
 void ChildProcess::start(const ChildCommand& command) {

@@ -24,6 +24,10 @@ void check(bool good, std::string_view verb, std::string_view name) {
 
 }  // namespace
 
+void Impl::checkPassable(const String& text) {
+  if (text.find('\0') != String::npos) throwOnError("pass on", text, errorCode(EINVAL));
+}
+
 ChildStream ChildStream::null() {
   ChildStream stream;
   stream.kind_ = Kind::null;
@@ -75,6 +79,7 @@ void ChildStreams::open(unsigned number, const ChildStream& stream) {
 }
 
 void ChildStreams::openFile(unsigned number, const String& path, int outputFlags) {
+  Impl::checkPassable(path);
   const int flags = number == STDIN_FILENO ? O_RDONLY : O_WRONLY | outputFlags;
   childEnds_[number] = Impl::OwnedFd(Impl::openFile(path.c_str(), flags, 0666));
   check(bool(childEnds_[number]), "open", path);

@@ -8,6 +8,13 @@
 
 namespace Tarvo {
 
+namespace Impl {
+
+/// Throws RuntimeException for a text that the system would cut at a zero byte.
+void checkPassable(const String& text);
+
+}  // namespace Impl
+
 /// The files behind a child's standard descriptors, opened. None of them is a standard descriptor
 /// of the parent's, so that the child can put each in its place without losing another.
 class ChildStreams {

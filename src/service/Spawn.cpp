@@ -58,16 +58,12 @@ class Attributes {
   posix_spawnattr_t attributes_;
 };
 
-void checkText(const String& text) {
-  if (text.find('\0') != String::npos) throwOnError("pass on", text, errorCode(EINVAL));
-}
-
 /// The texts as the kernel takes them, for as long as they stay where they are.
 std::vector<char*> pointers(const std::vector<String>& texts) {
   std::vector<char*> result;
   result.reserve(texts.size() + 1);
   for (const String& text : texts) {
-    checkText(text);
+    checkPassable(text);
     result.push_back(const_cast<char*>(text.c_str()));  // which nobody writes to
   }
   result.push_back(nullptr);
@@ -84,7 +80,7 @@ pid_t spawn(const ChildCommand& command, const ChildStreams& streams) {
   Actions actions;
   OwnedFd folder;
   if (!command.folder.empty()) {
-    checkText(command.folder);
+    checkPassable(command.folder);
     folder = OwnedFd(open(command.folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!folder) throwOnError("enter", command.folder, errorCode(errno));
     actions.enter(folder);

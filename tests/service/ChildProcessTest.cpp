@@ -68,6 +68,9 @@ struct ChildProcessTest : SchedulerFixture {
 };
 
 TEST_F(ChildProcessTest, EachEndIsARunAndMayStartTheNext) {
+  Platform::setFastForward(true);
+  child = std::make_shared<TestChild>(
+      std::make_shared<Tarvo::TaskGroup>("group", TaskPriority::low, false, root), log);
   child->onEnd = [&](const auto& end) {
     if (log.size() == 1) {
       EXPECT_GT(end.usage.ru_maxrss, 0);
@@ -163,6 +166,8 @@ TEST_F(ChildProcessTest, WhatCannotBeHadIsToldAndLeavesNothing) {
   EXPECT_EQ(refused(command), "cannot start no-such-program: No such file or directory");
   command.folder = "/dev/null";
   EXPECT_EQ(refused(command), "cannot enter /dev/null: Not a directory");
+  command.out = ChildStream::file("a\0b"s);
+  EXPECT_EQ(refused(command), "cannot pass on a\\0b: Invalid argument");
   command.out = ChildStream::file(folder);
   EXPECT_EQ(refused(command), "cannot open " + folder + ": Is a directory");
   command.out = ChildStream::descriptor(-1);
