@@ -1,9 +1,6 @@
 #include "Tarvo/Allocator.h"
 
-#include <gtest/gtest.h>
-
-#include <list>
-#include <thread>
+#include "support/Test.h"
 
 namespace {
 

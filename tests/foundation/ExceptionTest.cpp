@@ -1,9 +1,5 @@
 #include "Tarvo/Exception.h"
 
-#include <dlfcn.h>
-
-#include <set>
-
 #include "Tarvo/Trace.h"
 #include "Tarvo/TypeName.h"
 #include "support/Test.h"

@@ -1,10 +1,5 @@
 #include "Tarvo/FdToStream.h"
 
-#include <poll.h>
-#include <sys/socket.h>
-
-#include <functional>
-
 #include "support/Test.h"
 
 namespace {

@@ -1,8 +1,7 @@
-#include <gmock/gmock.h>
-
 #include "Tarvo/ConstString.h"
 #include "Tarvo/HashMix.h"
 #include "Tarvo/List.h"
+#include "support/Test.h"
 
 namespace {
 

@@ -1,7 +1,4 @@
-#include <cstdlib>
-
 #include "support/LoopFixture.h"
-#include "support/TestClock.h"
 
 namespace {
 

@@ -1,14 +1,9 @@
 #include <event2/event.h>
 #include <malloc.h>
-#include <pthread.h>
-
-#include <thread>
 
 #include "Tarvo/TaskSchedulerRoot.h"
 #include "Tarvo/Thread.h"
 #include "support/LoopFixture.h"
-#include "support/OpenDescriptors.h"
-#include "support/TestClock.h"
 
 namespace {
 

@@ -1,7 +1,6 @@
 #include "Tarvo/TimerWheel.h"
 
 #include "support/LoopFixture.h"
-#include "support/TestClock.h"
 
 namespace {
 

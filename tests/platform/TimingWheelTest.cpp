@@ -1,10 +1,6 @@
 #include "platform/wheel/TimingWheel.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <map>
-#include <random>
+#include "support/Test.h"
 
 namespace {
 

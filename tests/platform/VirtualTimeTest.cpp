@@ -1,9 +1,6 @@
 #include <event2/event_struct.h>
 
-#include <thread>
-
 #include "support/LoopFixture.h"
-#include "support/TestClock.h"
 
 namespace {
 

@@ -1,13 +1,5 @@
 /// What a child finds that is forked while other threads of its parent are in the middle of things.
 
-#include <dlfcn.h>
-
-#include <atomic>
-#include <ctime>
-#include <fstream>
-#include <functional>
-#include <latch>
-
 #include "Tarvo/Introspection.h"
 #include "Tarvo/Plugin.h"
 #include "Tarvo/Thread.h"

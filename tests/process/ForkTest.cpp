@@ -1,8 +1,5 @@
-#include <latch>
-
 #include "Tarvo/ForkHandler.h"
 #include "support/LoopFixture.h"
-#include "support/Test.h"
 
 namespace {
 

@@ -1,7 +1,5 @@
 #include "Tarvo/Plugin.h"
 
-#include <dlfcn.h>
-
 #include "Tarvo/Loco.h"
 #include "support/Test.h"
 

@@ -1,8 +1,4 @@
-#include <csignal>
-#include <fstream>
-
 #include "Tarvo/FileLock.h"
-#include "support/OpenDescriptors.h"
 #include "support/Test.h"
 
 namespace {

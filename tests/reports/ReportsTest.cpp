@@ -1,16 +1,9 @@
-#include <gmock/gmock.h>
 #include <rapidjson/document.h>
 #include <sys/resource.h>
-
-#include <algorithm>
-#include <ranges>
-#include <sstream>
-#include <thread>
 
 #include "Tarvo/PrometheusPages.h"
 #include "Tarvo/Thread.h"
 #include "support/AllocationCount.h"
-#include "support/OpenDescriptors.h"
 #include "support/SchedulerFixture.h"
 
 namespace {

@@ -1,13 +1,6 @@
-#include <poll.h>
 #include <sys/epoll.h>
-#include <sys/syscall.h>
-
-#include <algorithm>
-#include <array>
-#include <deque>
 
 #include "support/SchedulerFixture.h"
-#include "support/TestClock.h"
 
 namespace {
 bool pollRefuses = false;

@@ -1,5 +1,3 @@
-#include <stdexcept>
-
 #include "support/SchedulerFixture.h"
 
 namespace {

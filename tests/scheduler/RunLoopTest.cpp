@@ -1,8 +1,4 @@
-#include <cmath>
-#include <thread>
-
 #include "support/SchedulerFixture.h"
-#include "support/TestClock.h"
 
 namespace {
 

@@ -1,9 +1,4 @@
-#include <sys/wait.h>
-
-#include <limits>
-
 #include "support/SchedulerFixture.h"
-#include "support/TestClock.h"
 
 namespace {
 

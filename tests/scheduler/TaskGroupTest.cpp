@@ -1,7 +1,4 @@
-#include <algorithm>
-
 #include "support/SchedulerFixture.h"
-#include "support/TestClock.h"
 
 namespace {
 

@@ -1,10 +1,6 @@
 #include "Tarvo/TaskStat.h"
 
-#include <gmock/gmock.h>
-
-#include <cmath>
-
-#include "support/Failure.h"
+#include "support/Test.h"
 
 namespace {
 

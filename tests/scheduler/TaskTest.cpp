@@ -1,8 +1,5 @@
-#include <climits>
-
 #include "Tarvo/TaskControl.h"
 #include "support/SchedulerFixture.h"
-#include "support/TestClock.h"
 
 namespace {
 

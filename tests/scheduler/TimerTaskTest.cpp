@@ -1,5 +1,3 @@
-#include <limits>
-
 #include "support/SchedulerFixture.h"
 
 namespace {

@@ -1,30 +1,17 @@
 #ifndef TARVO_TESTS_SUPPORT_LOOPFIXTURE_H
 #define TARVO_TESTS_SUPPORT_LOOPFIXTURE_H
 
-#include <fcntl.h>
-#include <gmock/gmock.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <cmath>
-#include <functional>
-#include <memory>
-#include <random>
-#include <string>
-#include <vector>
-
 #include "Tarvo/Allocator.h"
 #include "Tarvo/LibeventControls.h"
 #include "Tarvo/LibeventFactory.h"
 #include "Tarvo/Loco.h"
 #include "Tarvo/Platform.h"
-#include "support/Failure.h"
+#include "support/Test.h"
+#include "support/TestClock.h"
 
 namespace testsupport {
 
 namespace Platform = Tarvo::Platform;
-using testing::ElementsAre;
-using testing::HasSubstr;
 
 constexpr double infinity = HUGE_VAL;
 

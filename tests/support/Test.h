@@ -1,19 +1,53 @@
 #ifndef TARVO_TESTS_SUPPORT_TEST_H
 #define TARVO_TESTS_SUPPORT_TEST_H
 
-/// What tests of files, processes and traces begin with.
+/// What all tests begin with.
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <gmock/gmock.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <climits>
+#include <cmath>
+#include <csignal>
+#include <cstdarg>
+#include <cstdlib>
+#include <ctime>
+#include <deque>
 #include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iomanip>
+#include <iostream>
+#include <latch>
+#include <limits>
+#include <list>
+#include <map>
+#include <memory>
+#include <random>
+#include <ranges>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "Tarvo/Debug.h"
 #include "support/ChildProcess.h"
 #include "support/Failure.h"
+#include "support/OpenDescriptors.h"
 
 namespace testsupport {
 

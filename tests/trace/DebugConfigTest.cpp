@@ -1,8 +1,3 @@
-#include <algorithm>
-#include <map>
-#include <random>
-#include <sstream>
-
 #include "Tarvo/Loco.h"
 #include "support/Test.h"
 

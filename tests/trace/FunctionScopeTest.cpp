@@ -1,6 +1,6 @@
 #include "Tarvo/FunctionScope.h"
 
-#include <gtest/gtest.h>
+#include "support/Test.h"
 
 namespace {
 

@@ -1,13 +1,8 @@
-#include <gtest/gtest.h>
-
-#include <iomanip>
-#include <limits>
-#include <sstream>
-
 #include "Tarvo/Assert.h"
 #include "Tarvo/DisplayPointer.h"
 #include "Tarvo/Introspection.h"
 #include "Tarvo/Platform.h"
+#include "support/Test.h"
 
 namespace {
 

@@ -1,11 +1,6 @@
 #include <sys/time.h>
 #include <syslog.h>
 
-#include <cstdarg>
-#include <ctime>
-#include <fstream>
-#include <iostream>
-
 #include "Tarvo/Thread.h"
 #include "Tarvo/Trace.h"
 #include "Tarvo/TraceSink.h"

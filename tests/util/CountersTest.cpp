@@ -1,16 +1,7 @@
 #include "Tarvo/Counters.h"
 
-#include <fmt/format.h>
-#include <gmock/gmock.h>
-#include <unistd.h>
-
-#include <functional>
-#include <stdexcept>
-#include <thread>
-
 #include "Tarvo/Loco.h"
-#include "support/ChildProcess.h"
-#include "support/Failure.h"
+#include "support/Test.h"
 
 namespace {
 

@@ -1,10 +1,5 @@
 #include "Tarvo/DirNode.h"
 
-#include <dlfcn.h>
-
-#include <fstream>
-#include <random>
-
 #include "Tarvo/Random.h"
 #include "support/Test.h"
 

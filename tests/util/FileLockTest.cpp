@@ -1,15 +1,6 @@
 #include "Tarvo/FileLock.h"
 
-#include <sys/stat.h>
-#include <sys/syscall.h>
-
-#include <csignal>
-#include <cstdarg>
-#include <filesystem>
-#include <thread>
-
 #include "Tarvo/Util.h"
-#include "support/OpenDescriptors.h"
 #include "support/Test.h"
 
 namespace {

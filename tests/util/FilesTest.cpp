@@ -1,8 +1,3 @@
-#include <sys/stat.h>
-#include <sys/syscall.h>
-
-#include <cstdarg>
-
 #include "Tarvo/Util.h"
 #include "support/Test.h"
 

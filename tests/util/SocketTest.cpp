@@ -3,11 +3,8 @@
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
 
 #include "Tarvo/Util.h"
-#include "support/OpenDescriptors.h"
 #include "support/Test.h"
 
 namespace {

@@ -1,6 +1,4 @@
-#include <gmock/gmock.h>
-
-#include "support/ChildProcess.h"
+#include "support/Test.h"
 
 namespace {
 

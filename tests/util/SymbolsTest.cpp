@@ -1,16 +1,11 @@
 #include "Tarvo/Symbols.h"
 
-#include <dlfcn.h>
-#include <gmock/gmock.h>
 #include <sys/auxv.h>
-
-#include <cstdlib>
-#include <filesystem>
 
 #include "Tarvo/Backtrace.h"
 #include "Tarvo/Mappings.h"
 #include "Tarvo/Util.h"
-#include "support/ChildProcess.h"
+#include "support/Test.h"
 
 namespace {
 
