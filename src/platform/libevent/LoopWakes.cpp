@@ -1,5 +1,3 @@
-#include "platform/libevent/LoopWakes.h"
-
 #include <event2/event.h>
 #include <signal.h>
 #include <sys/eventfd.h>
@@ -10,6 +8,8 @@
 #include <utility>
 
 #include "platform/libevent/LibeventTrace.h"
+
+#include "platform/libevent/LoopWakes.h"
 
 #include "Tarvo/LibeventFactory.h"
 #include "platform/libevent/LibeventBase.h"
@@ -30,7 +30,7 @@ int makeEventfd() {
   return fd;
 }
 
-void add(event& ev) {
+void watch(event& ev) {
   if (event_add(&ev, nullptr) != 0) {
     MemoryResourceException::throwException("cannot watch what wakes the event loop up");
   }
@@ -83,23 +83,29 @@ void LoopWakes::listen() {
   eventPrioritySet(&event_, Platform::eventPriorityDefault);
   // As with the event library's own descriptors, the loop does not wait for it alone.
   event_.ev_evcallback.evcb_flags |= EVLIST_INTERNAL;
-  add(event_);
+  watch(event_);
 }
 
 void LoopWakes::listenForKeepers() {
   event_assign(
       &keeping_, base_, fd_, EV_CLOSED | EV_PERSIST | EV_ET, [](evutil_socket_t, short, void*) {},
       nullptr);
-  add(keeping_);
+  watch(keeping_);
 }
 
-void LoopWakes::keepersInc() {
-  if (keepers_ == 0) listenForKeepers();
-  ++keepers_;
+LoopKeeping::LoopKeeping() : loop_(ThreadLoop::own().wakesOfBase()) { loop_->add(*this); }
+LoopKeeping::~LoopKeeping() { loop_->remove(*this); }
+
+void LoopWakes::add(LoopKeeping& keeper) {
+  if (keepers_.empty()) listenForKeepers();
+  keepers_.push_back(keeper);
 }
 
-void LoopWakes::keepersDec() noexcept {
-  if (--keepers_ == 0) event_del(&keeping_);
+void LoopWakes::remove(LoopKeeping& keeper) noexcept {
+  if (!keeper.link_.isLinked()) return;
+  if (threadWords->wakes != this) TARVO_ABORT("what keeps a loop is dropped on another thread");
+  keeper.link_.unlink();
+  if (keepers_.empty()) deleteEvent(keeping_);
 }
 
 void LoopWakes::handleWake(evutil_socket_t, short, void* arg) {
@@ -176,12 +182,12 @@ void LoopWakes::eraBegins(LoopWakes* ofOnlyThread) noexcept {
 void LoopWakes::renew() {
   const int ofParent = event_get_fd(&event_);
   event_del(&event_);
-  if (keepers_ > 0) event_del(&keeping_);
+  if (!keepers_.empty()) event_del(&keeping_);
   ::close(ofParent);
   try {
     fd_.store(makeEventfd(), std::memory_order_relaxed);
     listen();
-    if (keepers_ > 0) listenForKeepers();
+    if (!keepers_.empty()) listenForKeepers();
   } catch (const MemoryResourceException& e) {
     TARVO_TRACE(libeventTrace, 0, "other threads cannot wake this one up: {}", e.msg());
   }
@@ -190,8 +196,12 @@ void LoopWakes::renew() {
 
 void LoopWakes::close() noexcept {
   event_del(&event_);
-  if (keepers_ > 0) event_del(&keeping_);
-  base_ = nullptr;
+  if (!keepers_.empty()) event_del(&keeping_);
+  while (!keepers_.empty()) {
+    LoopKeeping& first = *keepers_.begin();
+    first.link_.unlink();
+    first.loopEnds();
+  }
   for (WakeList<>::Link* link = list_.takeAndClose(); link != nullptr;) {
     const auto forgotten = std::move(static_cast<LoopWake&>(*link).self_);
     link = link->next;

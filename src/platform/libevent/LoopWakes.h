@@ -6,6 +6,7 @@
 #include <atomic>
 #include <memory>
 
+#include "Tarvo/List.h"
 #include "platform/libevent/WakeList.h"
 
 namespace Tarvo::Impl {
@@ -41,6 +42,24 @@ class LoopWake : public WakeList<>::Link, public std::enable_shared_from_this<Lo
   std::shared_ptr<LoopWake> self_;  // itself, while it waits
 };
 
+/// While one exists, the loop of the thread that made it waits, also with nothing else to wait for.
+/// It is made and destroyed on that thread, but for one that outlives the loop.
+class LoopKeeping {
+ public:
+  LoopKeeping();
+  LoopKeeping(const LoopKeeping&) = delete;
+  LoopKeeping& operator=(const LoopKeeping&) = delete;
+  virtual ~LoopKeeping();
+
+ private:
+  friend class LoopWakes;
+  /// On the thread: its loop is about to go, and nothing will be woken any more.
+  virtual void loopEnds() noexcept = 0;
+
+  const std::shared_ptr<LoopWakes> loop_;
+  ListLinkNode link_;
+};
+
 /// What wakes one thread's loop from outside. A program's threads keep it longer than the loop;
 /// when that ends it is closed. Everything but what LoopWake calls belongs to the thread.
 class LoopWakes {
@@ -61,10 +80,9 @@ class LoopWakes {
   bool fallsAsleep();
   /// Nobody comes to look, as it was told: somebody must be woken up.
   void lookAfterAll() noexcept;
-  /// The loop waits, also with nothing else to wait for, while there are keepers.
-  void keepersInc();
-  void keepersDec() noexcept;
-  bool open() const { return base_ != nullptr; }
+  /// The loop waits while there are keepers.
+  void add(LoopKeeping& keeper);
+  void remove(LoopKeeping& keeper) noexcept;
 
   /// In a forked child, at once: its own list goes on, and the parent is not woken up.
   static void eraBegins(LoopWakes* ofOnlyThread) noexcept;
@@ -89,7 +107,7 @@ class LoopWakes {
   event_base* base_;
   event event_;
   event keeping_;  // never comes; only counts
-  unsigned keepers_ = 0;
+  List<LoopKeeping, &LoopKeeping::link_> keepers_;
 };
 
 }  // namespace Tarvo::Impl

@@ -1,0 +1,231 @@
+#include "Tarvo/Inbox.h"
+
+#include <thread>
+
+#include "Tarvo/LoopKeeper.h"
+#include "Tarvo/MakeTask.h"
+#include "support/AllocationCount.h"
+#include "support/ChildProcess.h"
+#include "support/SchedulerFixture.h"
+
+namespace {
+
+using namespace testsupport;
+
+/// An item that is counted, and large.
+struct Item {
+  Item(int posterNumber, int itemNumber) : poster(posterNumber), number(itemNumber) { ++alive; }
+  Item(Item&& other) noexcept : Item(other.poster, other.number) { other.number = -1; }
+  ~Item() { --alive; }
+  int poster, number;
+  std::array<char, 56> more{};
+  static inline std::atomic<int> alive{0};
+};
+
+struct InboxTest : SchedulerFixture {
+  using Ints = Tarvo::Inbox<int>;
+  std::shared_ptr<Ints> makeInts(std::size_t capacity = 0) {
+    return Tarvo::makeInbox<int>(
+        root, TaskPriority::normal, "ints", [this](int& n) { served.push_back(n); }, capacity);
+  }
+  ~InboxTest() override { EXPECT_EQ(Item::alive, 0); }
+  std::vector<int> served;
+};
+
+TEST_F(InboxTest, GivesEachPostersItemsInOrderToItsThread) {
+  constexpr int each = 20'000;
+  for (const int posters : {1, 2, 4}) {
+    std::vector<int> next(static_cast<std::size_t>(posters));
+    const auto inbox = Tarvo::makeInbox<Item>(root, TaskPriority::normal, "items", [&](Item& item) {
+      EXPECT_EQ(item.number, next[static_cast<std::size_t>(item.poster)]++);
+    });
+    inbox->taskQuantumIs(std::chrono::microseconds(50));
+    std::vector<std::thread> threads;
+    std::atomic<int> left{posters};
+    for (int poster = 0; poster < posters; ++poster) {
+      threads.emplace_back([&left, poster, to = inbox->poster()] {
+        for (int n = 0; n < each; ++n) {
+          if (n % 1000 == 0) std::this_thread::yield();
+          EXPECT_TRUE(to.post(Item(poster, n)));
+        }
+        if (--left == 0) to.postEnd();
+      });
+    }
+    Platform::doEventLoop();  // waits until the last of them has ended
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(next, std::vector<int>(next.size(), each));
+    EXPECT_EQ(inbox->taskWorkCountTotal(), std::uint64_t{each} * next.size());
+    EXPECT_FALSE(inbox->post(Item(0, 0)));
+  }
+}
+
+TEST_F(InboxTest, LeavesTheRestToTheNextRunWhenItYieldsThrowsOrIsSuspended) {
+  Tarvo::Task* self = nullptr;
+  const auto inbox = Tarvo::makeInbox<int>(root, TaskPriority::normal, "ints", [&](int& n) {
+    served.push_back(n);
+    if (n == 1) throw 7;
+    if (n == 2) self->taskSuspendedIs(true);
+  });
+  self = inbox.get();
+  for (int n = 0; n < 6; ++n) inbox->post(n);
+  EXPECT_THROW(Platform::doEventLoop(1), int);
+  EXPECT_EQ(inbox->taskWorkPending(), 4U);
+  Platform::doEventLoop(0.0);
+  EXPECT_EQ(served.size(), 3U);
+  inbox->taskTestYieldRatioIs(2);
+  inbox->taskSuspendedIs(false);
+  inbox->taskRunFromTest();
+  EXPECT_EQ(inbox->taskWorkPending(), 1U);
+  inbox->unscheduleTask();
+  inbox->post(6);  // brings the one that was left along
+  inbox->postEnd();
+  Platform::doEventLoop();
+  EXPECT_EQ(served, (std::vector{0, 1, 2, 3, 4, 5, 6}));
+  EXPECT_EQ(inbox->taskWorkCountTotal(), 7U);
+}
+
+TEST_F(InboxTest, RefusesWhatIsTooManyOrTooLateAndLosesNothing) {
+  struct Ends : Tarvo::Inbox<std::unique_ptr<int>> {
+    using Inbox::Inbox;
+    void taskExecuteItem(std::unique_ptr<int>& item) override { sum += *item; }
+    void taskExecuteEnd() override { sum += 1000; }
+    int sum = 0;
+  };
+  auto inbox = std::make_shared<Ends>(root, TaskPriority::normal, "few", 2);
+  const auto poster = inbox->poster();
+  auto item = std::make_unique<int>(1);
+  for (const int n : {10, 20}) EXPECT_TRUE(poster.tryPost(std::make_unique<int>(n)));
+  EXPECT_FALSE(poster.tryPost(std::move(item)));
+  EXPECT_NE(item, nullptr);
+  EXPECT_TRUE(poster.post(std::make_unique<int>(30)));
+  poster.postEnd();
+  EXPECT_FALSE(poster.post(std::make_unique<int>(40)));
+  Platform::doEventLoop();
+  EXPECT_EQ(inbox->sum, 1060);
+  inbox.reset();
+  EXPECT_FALSE(poster.tryPost(std::move(item)));
+  EXPECT_FALSE(decltype(poster)().post(nullptr));
+  EXPECT_EQ(*item, 1);
+
+  // What nobody took goes with the inbox, or with its thread.
+  Tarvo::InboxPoster<Item> later;
+  std::thread([&] {
+    const auto lost = Tarvo::makeInbox<Item>(Tarvo::schedulerRootTarvo(), TaskPriority::normal,
+                                             "lost", [](Item&) {});
+    later = lost->poster();
+    for (int n = 0; n < 100; ++n) later.post(Item(0, n));
+    lost->unscheduleTask();
+  }).join();
+  EXPECT_EQ(Item::alive, 0);
+  EXPECT_FALSE(later.post(Item(0, 0)));
+}
+
+TEST_F(InboxTest, AllocatesNothingOnceItIsWarm) {
+  const auto inbox = Tarvo::makeInbox<Item>(root, TaskPriority::normal, "items", [](Item&) {});
+  const auto round = [&] {
+    for (int n = 0; n < 1000; ++n) inbox->post(Item(0, n));
+    Platform::doEventLoop(0.0);
+  };
+  round();
+  const auto before = allocations;
+  for (int n = 0; n < 1000; ++n) inbox->post(Item(0, n));
+  inbox->taskRunFromTest();
+  EXPECT_EQ(allocations, before);
+  Platform::doEventLoop(0.0);
+}
+
+TEST_F(InboxTest, HasWorkDoneOverThere) {
+  Tarvo::CallPoster over;
+  std::atomic<bool> ready{false};
+  std::thread other([&] {
+    const auto calls = std::make_shared<Tarvo::CallInbox>(Tarvo::schedulerRootTarvo(),
+                                                          TaskPriority::normal, "calls");
+    over = calls->poster();
+    EXPECT_THAT(errorOf([&] { over.callAndWait([] {}); }), HasSubstr("calls: called on its own"));
+    ready = true;
+    ready.notify_one();
+    Platform::doEventLoop();
+  });
+  ready.wait(false);
+  const auto id = over.callAndWait([] { return std::this_thread::get_id(); });
+  EXPECT_EQ(id, other.get_id());
+  EXPECT_THROW(over.callAndWait([] { throw 7; }), int);
+  // The thread ends before the second one's turn; a child has no such thread at all.
+  const auto child = runForked(
+      [&] { return errorOf([&] { over.callAndWait([] {}); }) != "nothing failed" ? 0 : 1; });
+  EXPECT_EQ(child.exitCode, 0);
+  over.post([] {
+    Platform::stopEventLoop();
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  });
+  EXPECT_THAT(errorOf([&] {
+                while (true) over.callAndWait([] {});
+              }),
+              HasSubstr("calls: ended before"));
+  other.join();
+  EXPECT_THAT(errorOf([&] { over.callAndWait([] {}); }), HasSubstr("calls: ended"));
+}
+
+TEST_F(InboxTest, OpenOnesAndKeepersHoldTheLoopAlsoInVirtualTime) {
+  Platform::setFastForward(true);
+  const auto inbox = makeInts();
+  auto keeper = std::make_unique<Tarvo::LoopKeeper>();
+  const auto timer = Tarvo::makeTimerTask(root, TaskPriority::normal, "timer", [&] {
+    served.push_back(-1);
+    keeper.reset();
+  });
+  const double begin = Tarvo::time();
+  const auto first = make("first", TaskPriority::normal,
+                          [&](TestTask&) { std::thread([&] { inbox->post(1); }).join(); });
+  timer->scheduleTaskDelay(std::chrono::hours(1));
+  first->scheduleTask();
+  std::thread later([to = inbox->poster()] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    to.post(2);
+    to.postEnd();
+  });
+  EXPECT_EQ(Platform::doEventLoop(infinity), 1);
+  later.join();
+  EXPECT_EQ(served, (std::vector{1, -1, 2}));
+  EXPECT_NEAR(Tarvo::time() - begin, 3600, 60);
+}
+
+TEST_F(InboxTest, OfAForkedChildGoOnWithCopies) {
+  const auto inbox = makeInts();
+  inbox->post(1);
+  const auto child = runForked([&] {
+    inbox->post(2);
+    Tarvo::leForkReinit();
+    std::thread([&] { inbox->post(3), inbox->postEnd(); }).join();
+    Platform::doEventLoop();
+    return served == std::vector{1, 2, 3} ? 0 : 1;
+  });
+  EXPECT_EQ(child.exitCode, 0) << child.err;
+  inbox->postEnd();
+  Platform::doEventLoop();
+  EXPECT_EQ(served, std::vector{1});
+}
+
+TEST_F(InboxTest, TasksWithoutAClassHoldTheirCapturesAsLongAsTheyLive) {
+  const SocketPair sockets;
+  const auto held = std::make_shared<int>(0);
+  auto task = Tarvo::makeTask(root, TaskPriority::normal, "task",
+                              [held](Tarvo::Task& self) { *held += self.taskCurrentlyRunning(); });
+  auto timer = Tarvo::makeTimerTask(root, TaskPriority::normal, "timer", [held] { ++*held; });
+  auto descriptor = Tarvo::makeDescriptorTask(
+      root, TaskPriority::normal, "descriptor", sockets.ends[0],
+      [held](Tarvo::FileDescriptorTask& self) {
+        char byte;
+        *held += static_cast<int>(read(self.taskWatchFd(), &byte, 1));
+      },
+      [held] { ++*held; });
+  task->scheduleTask();
+  timer->scheduleTaskDelay(0.0);
+  descriptor->taskWatchWritableIs(true);
+  EXPECT_EQ(write(sockets.ends[1], "x", 1), 1);
+  runUntil([&] { return *held == 4; });
+  task.reset(), timer.reset(), descriptor.reset();
+  EXPECT_EQ(held.use_count(), 1);
+}
+
+}  // namespace
