@@ -49,6 +49,10 @@ bool look(String& text, void* address) {
 /// the addresses of one that is gone.
 class FrameLines {
  public:
+  /// Never destroyed: static objects may still print while the process exits. This function and
+  /// keep() stay in the stacks of what they allocate, where the lists of what is kept name them.
+  [[gnu::noinline]] static FrameLines* make() { return new (std::nothrow) FrameLines; }
+
   /// Appends the line of the address; false without one.
   bool append(String& text, const void* address, unsigned long long unloads) {
     const std::unique_lock lock(mutex_, std::try_to_lock);
@@ -63,7 +67,8 @@ class FrameLines {
     return true;
   }
 
-  void keep(const void* address, std::string_view text, unsigned long long unloads) {
+  [[gnu::noinline]] void keep(const void* address, std::string_view text,
+                              unsigned long long unloads) {
     if (text.size() > longestLine) return;
     const std::unique_lock lock(mutex_, std::try_to_lock);
     if (!lock.owns_lock() || unloads_ != unloads) return;
@@ -98,8 +103,7 @@ class FrameLines {
 }  // namespace
 
 void appendFrames(String& text, void* const* addresses, unsigned count) {
-  // Never destroyed: static objects may still print while the process exits.
-  static FrameLines* const lines = new (std::nothrow) FrameLines;
+  static FrameLines* const lines = FrameLines::make();
   if (lines == nullptr || forkedAmongThreads()) {  // the locks may be locked for ever
     for (unsigned i = 0; i < count; ++i) look(text, addresses[i]);
     return;
