@@ -119,4 +119,29 @@ TEST_F(ThreadLoopTest, DoesNotWaitForTheTimersOfEmptyWheels) {
   wheel->setMasterTimer();  // disarms it
 }
 
+TEST_F(ThreadLoopTest, ACancellationPassesWhateverTheThreadIsNotifiedOf) {
+  for (int kind = 0; kind < 4; ++kind) {
+    std::jthread([&] {
+      Tarvo::useThreadLocalSingletons();
+      Handler handler(log, "h", [] {
+        pthread_cancel(pthread_self());
+        pthread_testcancel();
+      });
+      handler.handles = true;  // which a cancellation must not be
+      const auto wheel = kind == 1 ? Tarvo::getTimerWheel() : nullptr;
+      const auto timer =
+          wheel ? Platform::getTimerControl(&handler, wheel) : Platform::getTimerControl(&handler);
+      const auto callback = Platform::getCallbackControl(&handler);
+      const auto descriptor = Platform::getFdControl(&handler);
+      const SocketPair pair;
+      if (kind < 2) timer->setTimeout(0);
+      if (kind == 2) callback->requestCallback();
+      if (kind == 3) descriptor->setFd(pair.ends[0]), descriptor->setWrites(true);
+      Platform::doEventLoop();
+      log.push_back("not reached");
+    });
+  }
+  EXPECT_THAT(log, ElementsAre("h", "h", "h", HasSubstr("h write")));
+}
+
 }  // namespace

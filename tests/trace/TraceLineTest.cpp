@@ -273,7 +273,7 @@ TEST_F(TraceLineTest, JsonIsOneLineAndValidWhateverTheMessage) {
 TEST_F(TraceLineTest, SyslogIsToldTheLevelUnlessItsLockMayBeLost) {
   Tarvo::Platform::setTraceSink("syslog");
   logged.clear();
-  for (const unsigned level : {0, 1, 4, 5}) dump("m\0%s"sv, level);
+  for (const unsigned level : {0U, 1U, 4U, 5U}) dump("m\0%s"sv, level);
   const auto line = [](const char* priority, int level) {
     return fmt::format("{} {} Line {} m %s|", priority, Tarvo::gettid(), level);
   };

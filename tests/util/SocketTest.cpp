@@ -22,7 +22,7 @@ constexpr int cannot = 77;
 /// Gives the process mounts of its own and a namespace "blue" in them.
 bool makeNamespace() {
   if (unshare(CLONE_NEWNS | (geteuid() == 0 ? 0 : CLONE_NEWUSER)) != 0 ||
-      mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+      mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0 ||
       mount("none", "/run", "tmpfs", 0, nullptr) != 0)
     return false;
   mkpath("/run/netns", 0755);
@@ -30,7 +30,7 @@ bool makeNamespace() {
   bool made = false;
   std::jthread([&] {
     made = unshare(CLONE_NEWNET) == 0 &&
-           mount("/proc/thread-self/ns/net", "/run/netns/blue", nullptr, MS_BIND, nullptr) == 0;
+           mount("/proc/thread-self/ns/net", "/run/netns/blue", "none", MS_BIND, nullptr) == 0;
   }).join();
   return made;
 }
