@@ -4,17 +4,12 @@
 /// Rows of what needs no loop: locks, names, hashes, exceptions, the clock and the history.
 
 #include <exception>
-#include <memory>
-#include <string>
 #include <string_view>
-#include <vector>
 
-#include "State.h"
+#include "Runs.h"
 #include "Tarvo/Backtrace.h"
 #include "Tarvo/ConstString.h"
 #include "Tarvo/HashMix.h"
-#include "Tarvo/Platform.h"
-#include "Tarvo/TaskScheduler.h"
 #include "Tarvo/TaskSchedulerHistory.h"
 
 namespace bench {
@@ -126,10 +121,7 @@ inline void LibraryClock(State& state) {
 /// The public object itself, full, so that each event replaces the oldest, and the moment is given:
 /// that is what a task's run adds to its two readings of the clock, twice.
 inline void HistoryInsert(State& state) {
-  struct Idle : Tarvo::Task {
-    using Task::Task;
-    void taskExecute() override {}
-  };
+  const LoopOfRow loop;
   const auto root = Tarvo::schedulerRootTarvo();
   const Idle tasks[] = {{root, Tarvo::TaskPriority::normal, "first"},
                         {root, Tarvo::TaskPriority::normal, "second"}};

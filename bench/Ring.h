@@ -13,9 +13,6 @@
 #include <cstdlib>
 #include <deque>
 #include <functional>
-#include <memory>
-#include <utility>
-#include <vector>
 
 #include "Runs.h"
 

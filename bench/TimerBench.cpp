@@ -15,34 +15,26 @@
 
 namespace bench {
 
+void fireOne(void* fired) { ++*static_cast<std::size_t*>(fired); }
+
 /// libevent keeps plain timeouts in a heap, and common ones (equal delays) in queues.
 template <bool Common>
 struct Libevent {
   explicit Libevent(std::size_t n) : timers(n) {
-    for (event& ev : timers) {
-      event_assign(
-          &ev, base, -1, 0,
-          [](evutil_socket_t, short, void* arg) { ++*static_cast<std::size_t*>(arg); }, &fired);
-    }
+    const auto fire = [](evutil_socket_t, short, void* arg) { fireOne(arg); };
+    for (event& ev : timers) event_assign(&ev, base, -1, 0, fire, &fired);
   }
   ~Libevent() {
     for (event& ev : timers) event_del(&ev);
     event_base_free(base);
   }
   void start(std::size_t i, double delay) {
-    timeval tv{
-        static_cast<time_t>(delay),
-        static_cast<suseconds_t>((delay - static_cast<double>(static_cast<time_t>(delay))) * 1e6)};
-    if constexpr (Common) {
-      event_add(&timers[i], event_base_init_common_timeout(base, &tv));
-    } else {
-      event_add(&timers[i], &tv);
-    }
+    const auto microseconds = static_cast<long>(delay * 1e6);
+    const timeval tv{microseconds / 1'000'000, microseconds % 1'000'000};
+    event_add(&timers[i], Common ? event_base_init_common_timeout(base, &tv) : &tv);
   }
   void stop(std::size_t i) { event_del(&timers[i]); }
-  void run(std::size_t count) {
-    while (fired < count) event_base_loop(base, EVLOOP_NONBLOCK);
-  }
+  void turn() { event_base_loop(base, EVLOOP_NONBLOCK); }
 
   event_base* base = Tarvo::leCreateBase();
   std::size_t fired = 0;
@@ -52,10 +44,8 @@ struct Libevent {
 struct Libev {
   explicit Libev(std::size_t n) : timers(n) {
     for (ev_timer& timer : timers) {
-      ev_timer_init(
-          &timer,
-          [](struct ev_loop*, ev_timer* self, int) { ++*static_cast<std::size_t*>(self->data); },
-          0., 0.);
+      const auto fire = [](struct ev_loop*, ev_timer* self, int) { fireOne(self->data); };
+      ev_timer_init(&timer, fire, 0., 0.);
       timer.data = &fired;
     }
   }
@@ -76,9 +66,7 @@ struct Libev {
     }
   }
   void stop(std::size_t i) { ev_timer_stop(loop, &timers[i]); }
-  void run(std::size_t count) {
-    while (fired < count) ev_run(loop, EVRUN_NOWAIT);
-  }
+  void turn() { ev_run(loop, EVRUN_NOWAIT); }
 
   struct ev_loop* loop = ev_loop_new(EVFLAG_AUTO);
   std::size_t fired = 0;
@@ -99,14 +87,12 @@ struct Libuv {
     uv_loop_close(&loop);
   }
   void start(std::size_t i, double delay) {
+    const auto milliseconds = static_cast<std::uint64_t>(delay * 1e3);
     uv_timer_start(
-        &timers[i], [](uv_timer_t* self) { ++*static_cast<std::size_t*>(self->data); },
-        static_cast<std::uint64_t>(delay * 1e3), 0);
+        &timers[i], [](uv_timer_t* self) { fireOne(self->data); }, milliseconds, 0);
   }
   void stop(std::size_t i) { uv_timer_stop(&timers[i]); }
-  void run(std::size_t count) {
-    while (fired < count) uv_run(&loop, UV_RUN_NOWAIT);
-  }
+  void turn() { uv_run(&loop, UV_RUN_NOWAIT); }
 
   uv_loop_t loop;
   std::size_t fired = 0;
@@ -135,11 +121,9 @@ struct Asio {
     timers[i].cancel();
     completeSome();
   }
-  void run(std::size_t count) {
-    while (fired < count) {
-      context.restart();
-      context.poll();
-    }
+  void turn() {
+    context.restart();
+    context.poll();
   }
 
   asio::io_context context{1};
@@ -163,7 +147,7 @@ void Expire(State& state) {
     while (Tarvo::time() < due) {
     }
     state.ResumeTiming();
-    timers->run(n);
+    runUntilFired(*timers, n);
     state.PauseTiming();
     timers.reset();
     state.ResumeTiming();

@@ -5,16 +5,9 @@
 /// that can each be started, restarted and stopped, and a loop that runs until a number of them has
 /// fired. The argument is how many there are.
 
-#include <fmt/format.h>
-
-#include <cstddef>
 #include <cstdint>
-#include <memory>
-#include <vector>
 
-#include "State.h"
-#include "Tarvo/LibeventFactory.h"
-#include "Tarvo/TaskScheduler.h"
+#include "Runs.h"
 #include "Tarvo/TimerWheel.h"
 
 namespace bench {
@@ -50,9 +43,7 @@ struct TarvoWheel {
   }
   void start(std::size_t i, double delay) { timers[i].setTimeout(wheel, delay); }
   void stop(std::size_t i) { timers[i].delTimeout(wheel); }
-  void run(std::size_t count) {
-    while (fired < count) Tarvo::Platform::doEventLoop(0.0);
-  }
+  void turn() { Tarvo::Platform::doEventLoop(0.0); }
 
   std::shared_ptr<Tarvo::TimerWheel> wheel =
       Tarvo::getTimerWheelForTaskScheduler(Tarvo::Platform::eventPriorityDefault);
@@ -82,6 +73,11 @@ struct TimerTasks {
 
   std::vector<std::shared_ptr<Pending>> tasks;
 };
+
+template <typename Backend>
+void runUntilFired(Backend& timers, std::size_t count) {
+  while (timers.fired < count) timers.turn();
+}
 
 /// Any of them is taken at random, so that no cache holds those of a million.
 template <typename Backend>

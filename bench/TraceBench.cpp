@@ -30,7 +30,7 @@ BENCHMARK(BareLoadAndTest);
 void oneWriteTo(State& state, bool file) {
   const Destination destination(file);
   const int fd =
-      open(destination.path().c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0666);
+      open(destination.path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0666);
   constexpr std::string_view line =
       "2026-01-01 12:00:00.123456 4711 Connection 1 Connection::tracedSend() "
       "client 17 sent 4096 bytes\n";
@@ -44,7 +44,7 @@ BENCHMARK_CAPTURE(oneWriteTo, file, true)->Name("OneWriteToFile");
 
 void spdlogTo(State& state, bool file) {
   const Destination destination(file);
-  const auto sink = std::make_shared<spdlog::sinks::basic_file_sink_mt>(destination.path(), true);
+  const auto sink = std::make_shared<spdlog::sinks::basic_file_sink_mt>(destination.path, true);
   spdlog::logger logger("Connection", sink);
   logger.set_pattern("%Y-%m-%d %H:%M:%S.%f %t %n %L Connection::%!() %v");
   logger.set_level(spdlog::level::trace);
@@ -62,7 +62,7 @@ void glogTo(State& state, bool file) {
   FLAGS_logbufsecs = 0;
   FLAGS_timestamp_in_logfile_name = false;
   google::SetLogSymlink(google::INFO, "");
-  google::SetLogDestination(google::INFO, destination.path().c_str());
+  google::SetLogDestination(google::INFO, destination.path.c_str());
   const Connection sender;
   for (auto _ : state) {
     LOG(INFO) << "Connection 1 Connection::glogSend() client " << sender.client << " sent "

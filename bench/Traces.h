@@ -18,21 +18,15 @@ namespace bench {
 
 /// A path that writers open for themselves: a file of its own in the temporary directory, that goes
 /// with the object, or nowhere.
-class Destination {
- public:
-  explicit Destination(bool isFile) : isFile_(isFile) {}
-  Destination(const Destination&) = delete;
-  Destination& operator=(const Destination&) = delete;
+struct Destination {
+  explicit Destination(bool isFile)
+      : path(isFile
+                 ? std::filesystem::temp_directory_path() / fmt::format("tarvo-bench.{}", getpid())
+                 : "/dev/null") {}
   ~Destination() {
-    if (isFile_) unlink(path_.c_str());
+    if (path != "/dev/null") unlink(path.c_str());
   }
-  const std::string& path() const { return path_; }
-
- private:
-  bool isFile_;
-  std::string path_ =
-      isFile_ ? std::filesystem::temp_directory_path() / fmt::format("tarvo-bench.{}", getpid())
-              : "/dev/null";
+  const std::string path;
 };
 
 /// Stands for the traced component: every line names it and its function.
@@ -61,7 +55,7 @@ inline void TraceDisabled(State& state) {
 
 inline void traceTo(State& state, bool file) {
   const Destination destination(file);
-  setenv("TRACEFILE", destination.path().c_str(), 1);
+  setenv("TRACEFILE", destination.path.c_str(), 1);
   Tarvo::Platform::setupTarvoDebug("Connection/1");
   {
     const Connection connection;

@@ -2,9 +2,9 @@
 """Instructions that a run of each hot path takes, as callgrind counts them. Unlike times they are
 the same on a busy machine and on an idle one.
 Usage: instructions.py write|check|confirm PROGRAM LOG
-"write" measures all paths of PROGRAM, which is InstructionCounts, and writes their counts. "check"
-fails when one got dearer; it says so where the machine cannot be compared. "confirm" fails when one
-changed either way, or where that cannot be compared. LOG is a file for what valgrind says."""
+"write" accepts the counts of PROGRAM, which is InstructionCounts, as they are. "check" fails when one
+grew; where the machine cannot be compared it says so. "confirm" also fails there, and when one shrank.
+LOG is a file for what valgrind says."""
 
 import ctypes
 import os
@@ -18,8 +18,7 @@ BASELINE = Path(__file__).with_name("instructions.txt")
 TOLERANCE = 0.03
 # Where the accepted counts were made: others have another C library or another code generator.
 ACCEPTED = {"system": "debian 12", "processor": "x86_64", "compiler": "g++ 12"}
-# Enough that caches are warm, vectors have grown and the history has come around; and numbers of
-# equal length, so that the stack begins at the same place.
+# Enough that vectors have grown; and numbers of equal length, so that the stack begins alike.
 FEWER, MORE = 1000, 2000
 # The C library chooses functions for strings by the processor; without what is listed it chooses
 # those that every x86_64 has. A line of a trace leaves out the thread's id, whose length varies.
@@ -112,9 +111,9 @@ def main(command, program, log):
         print(f"Fewer instructions than {BASELINE.name} says; ./dev bench --instructions records it:",
               *fewer, sep="\n  ")
     if faults:
-        print(f"Instruction counts differ from {BASELINE.name}:", *faults, sep="\n  ", file=sys.stderr)
-        print("Where that is meant, ./dev bench --instructions writes the counts anew; commit them "
-              "together with the change.", file=sys.stderr)
+        print(f"Instruction counts differ from {BASELINE.name}; where that is meant, ./dev bench "
+              "--instructions writes them anew, to be committed together with the change:",
+              *faults, sep="\n  ", file=sys.stderr)
     return 1 if faults else 0
 
 

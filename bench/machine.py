@@ -22,20 +22,15 @@ def version(package):
     return re.sub(r"^\d+:|[-+].*$", "", output("dpkg-query", "-W", "-f", "${Version}", package))
 
 
-def first(pattern, file):
-    found = re.search(pattern, Path(file).read_text(), re.MULTILINE)
-    return found[1] if found else "unknown"
-
-
 def machine_facts():
-    libraries = ", ".join(f"{name} {version(package)}" for name, package in LIBRARIES.items())
+    processor = re.search(r"^model name\s*: (.*)", Path("/proc/cpuinfo").read_text(), re.MULTILINE)
     system = platform.uname()
-    return [["processor", first(r"^model name\s*: (.*)", "/proc/cpuinfo")],
+    return [["processor", processor[1] if processor else "unknown"],
             ["cores", f"{os.cpu_count()}, of which the programs use one"],
-            ["system", first(r'^PRETTY_NAME="(.*)"', "/etc/os-release")],
+            ["system", platform.freedesktop_os_release()["PRETTY_NAME"]],
             ["kernel", f"{system.system} {system.release.split('-')[0]} {system.machine}"],
             ["compiler", f"g++ {output('g++', '-dumpfullversion')}, Release"],
-            ["libraries", libraries],
+            ["libraries", ", ".join(f"{name} {version(package)}" for name, package in LIBRARIES.items())],
             ["descriptors allowed", f"{resource.getrlimit(resource.RLIMIT_NOFILE)[1]}"]]
 
 

@@ -1,9 +1,8 @@
 #!/usr/bin/python3
 """Makes one report of what bench/run left in a folder.
 Usage: report.py DIRECTORY
-Writes DIRECTORY/Performance.md and charts in DIRECTORY/performance, and the summary to standard
-output. Fails when a row that the report compares is missing, or when any row gave up although the
-machine had descriptors for it."""
+Writes Performance.md and charts there, and the summary to standard output. Fails when a row of the
+report is missing, or when any row gave up although the machine had descriptors for it."""
 
 import json
 import math
@@ -62,10 +61,8 @@ def verdict(of, targets):
 
 def exponent(costs):
     """The slope of the straight line through costs by size, where both axes are logarithmic."""
-    if len(costs) < 2:
-        return "–"
-    sizes, times = ([math.log10(number) for number in axis] for axis in zip(*costs.items()))
-    return f"{statistics.linear_regression(sizes, times).slope:.2f}"
+    axes = ([math.log10(number) for number in axis] for axis in zip(*costs.items()))
+    return f"{statistics.linear_regression(*axes).slope:.2f}" if len(costs) > 1 else "–"
 
 
 class Report:
@@ -139,9 +136,9 @@ class Report:
                        "l" + "r" * (len(SIZES) + 1) + "l")
 
     def memory(self):
-        lines = [[label, f"{row.counters['type_bytes']:.0f}", f"{row.counters['heap_bytes']:.1f}",
-                  duration(row.median)]
-                 for label, name in MEMORIES.items() if (row := self.measured(name))]
+        rows = {label: row for label, name in MEMORIES if (row := self.measured(name))}
+        lines = [[label, *(f"{row.counters[part]:.1f}" for part in ("type_bytes", "heap_bytes")),
+                  duration(row.median)] for label, row in rows.items()]
         return section("Memory", MEMORY, ["", "type", "heap", "time to make one"], lines, "lrrr")
 
     def others(self):
@@ -187,7 +184,7 @@ class Report:
                                     for label, name in case.bars.items()
                                     if (row := self.measured(name))]) for case in topic.cases]
             yield topic.file, chart.bars([group for group in groups if group[1]])
-        curves = [(one.label, list(costs.items()), bool(one.ours))
+        curves = [(one.label, list(costs.items()), one.ours)
                   for one, costs in zip(GROWTHS, self.costs()) if costs]
         yield "growth", chart.lines(curves)
 

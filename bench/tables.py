@@ -1,7 +1,7 @@
 """What the report shows: see tables.txt. A row that is named there and measured by no program fails
 the report."""
 
-from dataclasses import dataclass
+from collections import namedtuple
 from pathlib import Path
 
 from rows import count
@@ -9,48 +9,14 @@ from rows import count
 SIZES = [10**power for power in range(7)]
 
 
-@dataclass
-class Comparison:
-    """One line of the summary, with pairs of rows, of which the worst counts, or a single row."""
-    path: str
-    pairs: list
-    targets: list
-    counter: str
-
-
-@dataclass
-class Case:
-    """What is measured under the same circumstances: rows by label."""
-    label: str
-    ours: dict
-    peers: dict
-
-    @property
-    def bars(self):
-        return self.ours | self.peers
-
-
-@dataclass
-class Topic:
-    """One table and one chart, whose file is named here without suffix."""
-    file: str
-    title: str
-    text: str
-    cases: list
-
-
-@dataclass
-class Growth:
-    label: str
-    pattern: str
-    largest: str
-    ours: str
-    by_design: str
-
-    @property
-    def rows(self):
-        """By size."""
-        return {n: self.pattern.replace("{n}", str(n)) for n in SIZES if n <= int(self.largest)}
+# One line of the summary, with pairs of rows, of which the worst counts, or a single row.
+Comparison = namedtuple("Comparison", "path pairs targets counter")
+# What is measured under the same circumstances: rows by label.
+Case = namedtuple("Case", "label ours peers bars")
+# One table and one chart, whose file is named here without suffix.
+Topic = namedtuple("Topic", "file title text cases")
+# With rows by size.
+Growth = namedtuple("Growth", "label rows ours by_design")
 
 
 def comparison(path, rows, targets, sizes="-"):
@@ -65,7 +31,13 @@ def cases(label, ours, peers="", sizes="-"):
         return dict(one.strip().replace("{n}", size).split("=") for one in text.split(";") if one)
     for size in sizes.split():
         shown = [count(int(part)) for part in size.split("/") if part.isdigit()]
-        yield Case(label.format(*shown, n=size), rows(ours, size), rows(peers, size))
+        mine, others = rows(ours, size), rows(peers, size)
+        yield Case(label.format(*shown, n=size), mine, others, mine | others)
+
+
+def growth(label, row, largest, ours, by_design):
+    rows = {n: row.replace("{n}", str(n)) for n in SIZES if n <= int(largest)}
+    return Growth(label, rows, ours == "ours", by_design)
 
 
 def blocks():
@@ -80,13 +52,12 @@ SUMMARY, *TOPICS, GROWTHS, MEMORIES = blocks()
 COMPARISONS = [comparison(*fields) for fields in SUMMARY]
 TOPICS = [Topic(*head, [case for fields in lines for case in cases(*fields)])
           for head, *lines in TOPICS]
-GROWTHS = [Growth(*fields) for fields in GROWTHS]
-MEMORIES = dict(MEMORIES)
+GROWTHS = [growth(*fields) for fields in GROWTHS]
 
 
 def named_rows():
     """The rows that the report needs."""
-    names = {name for comparison in COMPARISONS for pair in comparison.pairs for name in pair}
+    names = {name for one in COMPARISONS for pair in one.pairs for name in pair}
     names.update(name for topic in TOPICS for case in topic.cases for name in case.bars.values())
-    names.update(name for growth in GROWTHS for name in growth.rows.values())
-    return names | set(MEMORIES.values())
+    names.update(name for one in GROWTHS for name in one.rows.values())
+    return names | {name for _, name in MEMORIES}
