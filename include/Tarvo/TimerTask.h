@@ -3,8 +3,8 @@
 
 /// A task that becomes runnable after a delay.
 ///
-/// States, beside those of every task: idle; pending (its timer stands on the root's timer wheel);
-/// runnable (on its run queue, the timer stopped).
+/// States, in addition to those of every task: idle; pending (its timer runs on the root's timer
+/// wheel); runnable (on its run queue, the timer stopped).
 /// 1. scheduleTaskDelay() makes the task pending, whatever it was before.
 /// 2. When the delay is over the task becomes runnable and runs at its turn, like any other.
 /// 3. scheduleTask(), and a delay of zero, make it runnable at once.

@@ -90,8 +90,8 @@ class TARVO_EXPORT TimerWheelEvent : private Impl::TimeoutRecord {
   friend class TimerWheel;
   friend TimerWheelEvent* timeoutLink2TimerWheelEvent(Impl::TimeoutRecord* record);
 
-  // The state stands in the record's flags: exactly one of three bits is set. It tells where the
-  // timer is; whether it runs is told by the expiry alone.
+  // The state is in the record's flags: exactly one of three bits is set. It says where the timer
+  // is linked. Whether the timer runs is decided by expirationTime_ alone.
   static constexpr std::uint32_t firstStateFlag = 4;
   static constexpr std::uint32_t stateFlags = 7 * firstStateFlag;
 
@@ -128,8 +128,8 @@ inline void TimerWheelEvent::stateIs(TimerWheelState state) {
 /// The event that a record belongs to.
 TARVO_EXPORT TimerWheelEvent* timeoutLink2TimerWheelEvent(Impl::TimeoutRecord* record);
 
-/// A wheel. Made by the functions below; lives as long as its owners, by whose end all its events
-/// have been stopped.
+/// A wheel. Made by the functions below, and owned by shared pointers. All its events must be
+/// stopped before the last one is gone.
 class TARVO_EXPORT TimerWheel : private Platform::TimeoutHandler,
                                 public std::enable_shared_from_this<TimerWheel> {
  public:
@@ -143,14 +143,14 @@ class TARVO_EXPORT TimerWheel : private Platform::TimeoutHandler,
   /// a reading from before the call the timer would expire too early by the difference.
   void timerStartFrom(TimerWheelEvent* event, double now, double delay);
   void timerStop(TimerWheelEvent* event);
-  /// Runs the event's timeout(), the event being stopped already.
+  /// Calls the event's timeout(). REQUIRES: the event is in no list.
   void timerExpired(TimerWheelEvent* event) const;
 
-  /// Moves the wheel's present on to `now` on the library clock; serves nothing.
+  /// Advances the wheel to `now` on the library clock; calls no timer.
   void setCurrentTime(double now);
   /// Arms the master timer for the next expiry, or disarms it when there is none.
   void setMasterTimer();
-  /// Serves what is due, as when the master timer has fired.
+  /// Calls the timers that are due; the master timer's handler.
   void timeout() override;
 
  private:
@@ -164,7 +164,7 @@ class TARVO_EXPORT TimerWheel : private Platform::TimeoutHandler,
   void setMasterTimer(double now);
   void armMasterTimer(double delay, double expiry);
   void serve();
-  void sortDueTicks();
+  void takeDueTimers();
   void serveDue(double now);
 
   double masterExpiry_ = std::numeric_limits<double>::infinity();  // 0.0: armed for now
@@ -175,8 +175,8 @@ class TARVO_EXPORT TimerWheel : private Platform::TimeoutHandler,
   TimerWheel* nextOfThread_ = nullptr;
 };
 
-/// The shared wheel, at default priority: one per thread where the thread has singletons of its
-/// own, otherwise one for the process, which belongs to the thread that asked first. It goes
+/// The shared wheel, with default priority: one per thread if the thread has singletons of its own,
+/// otherwise one for the process, which belongs to the thread that asked first. It is destroyed
 /// with that thread's event base; the next call makes another.
 TARVO_EXPORT std::shared_ptr<TimerWheel> getTimerWheel();
 

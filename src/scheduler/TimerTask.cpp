@@ -66,7 +66,7 @@ void TimerTask::timeout() {
 
 void TimerTask::becomeRunnable() {
   const bool suspended = taskSuspended();
-  TaskImpl::scheduleTask();  // whose hook may destroy the task, but only when it is queued
+  TaskImpl::scheduleTask();  // its hook may destroy the task, but is not called when suspended
   // A suspended task was not queued and its timer is stopped: it is idle.
   if (suspended) taskBusyIs(taskScheduled(), TaskClock::now());
 }

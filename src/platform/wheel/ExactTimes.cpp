@@ -10,7 +10,7 @@
 namespace Tarvo {
 
 TimerWheel::ExactTimes::~ExactTimes() {
-  Impl::checkInDestructor([this] { TARVO_ASSERT(empty(), "Destroyed while non-empty"); });
+  Impl::checkInDestructor([this] { TARVO_ASSERT(!skipRemoved(), "Destroyed while non-empty"); });
 }
 
 void TimerWheel::ExactTimes::append(TimerWheelEvent& event) {
@@ -26,28 +26,29 @@ void TimerWheel::ExactTimes::sort() {
   const bool mixed =
       begin_ < sorted_ && sorted_ < entries_.size() && entries_[sorted_] < entries_[sorted_ - 1];
   if (mixed) std::inplace_merge(place(begin_), place(sorted_), entries_.end());
-  if (begin_ > entries_.size() / 2) {  // there may never come a time when all are served
+  // Under a steady load the array is never empty, so the entries that were taken are erased here.
+  if (begin_ > entries_.size() / 2) {
     entries_.erase(entries_.begin(), place(begin_));
     begin_ = 0;
   }
   sorted_ = entries_.size();
 }
 
-bool TimerWheel::ExactTimes::empty() {
-  constexpr std::size_t keptCapacity = 1 << 16;  // a larger array is given back after use
+bool TimerWheel::ExactTimes::skipRemoved() {
+  constexpr std::size_t keptCapacity = 1 << 16;  // a larger array is freed after use
   while (begin_ < entries_.size() && entries_[begin_].event == nullptr) ++begin_;
-  if (begin_ < entries_.size()) return false;
+  if (begin_ < entries_.size()) return true;
   if (entries_.capacity() > keptCapacity) {
     entries_ = {};
   } else {
     entries_.clear();
   }
   begin_ = sorted_ = 0;
-  return true;
+  return false;
 }
 
 TimerWheelEvent* TimerWheel::ExactTimes::takeFirst() {
-  constexpr std::size_t ahead = 8;  // so that events come from memory while others are served
+  constexpr std::size_t ahead = 8;  // prefetch the event that is called eight calls later
   if (begin_ + ahead < entries_.size()) {
     if (const TimerWheelEvent* later = entries_[begin_ + ahead].event) {
       __builtin_prefetch(later, 1);

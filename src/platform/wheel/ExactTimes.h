@@ -9,9 +9,10 @@
 
 namespace Tarvo {
 
-/// The timers whose tick has come, in the order of their exact expiries, and of one expiry in the
-/// order in which they were added. A sorted array: it is filled in bulk, by tick, and served from
-/// the front, and both go through the memory in order.
+/// The timers whose tick has come, sorted by exact expiry, and for equal expiries by the order in
+/// which they were added. It is a sorted array and not a heap: timers are added in bulk, once per
+/// tick, and taken from the front, and both access memory sequentially. remove() only marks an
+/// entry, so that nothing is moved.
 class TimerWheel::ExactTimes {
  public:
   ExactTimes() = default;
@@ -19,17 +20,19 @@ class TimerWheel::ExactTimes {
   ExactTimes& operator=(const ExactTimes&) = delete;
   ~ExactTimes();
 
-  /// Adds a timer, which has its place only after the next sort(). A failure adds nothing.
+  /// Adds a timer at the end; sort() must follow before the next call of another operation. Adds
+  /// nothing when it throws.
   void append(TimerWheelEvent& event);
   void sort();
 
-  /// Whether there are none; drops the places of removed ones in front.
-  bool empty();
-  /// REQUIRES: not empty.
+  /// Skips removed entries at the front. Returns whether a timer is left; if not, frees the memory
+  /// of a large array.
+  bool skipRemoved();
+  /// REQUIRES: skipRemoved() has just returned true.
   double firstExpiry() const { return entries_[begin_].expiry; }
   TimerWheelEvent* takeFirst();
 
-  /// Takes out any one. Fails an assertion when it is not here.
+  /// Removes any timer. Fails an assertion when it is not here.
   void remove(TimerWheelEvent& event);
 
  private:
@@ -38,14 +41,14 @@ class TimerWheel::ExactTimes {
       return expiry != other.expiry ? expiry < other.expiry : number < other.number;
     }
     double expiry;
-    std::uint64_t number;    // of the append; also in the event, where the wheel has its tick
-    TimerWheelEvent* event;  // null when it was removed
+    std::uint64_t number;    // counts append(); also in event->expires_, to find the entry again
+    TimerWheelEvent* event;  // null when the timer was removed
   };
 
   std::vector<Entry> entries_;
-  std::size_t begin_ = 0;   // what is before was served
-  std::size_t sorted_ = 0;  // what is behind was appended since
-  std::uint64_t appended_ = 0;
+  std::size_t begin_ = 0;       // entries before this one were taken or removed
+  std::size_t sorted_ = 0;      // entries from this one on were appended since the last sort()
+  std::uint64_t appended_ = 0;  // the number of the next entry
 };
 
 }  // namespace Tarvo

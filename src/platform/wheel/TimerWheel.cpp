@@ -29,7 +29,7 @@ constexpr double ticksPerSecond = 100.0;
 
 using Tick = Impl::TimingWheel::Tick;
 
-/// The whole ticks of a time; beyond the range of ticks lie its ends.
+/// Rounds down to whole ticks, and saturates at both ends of the range.
 Tick wholeTicks(double ticks) {
   constexpr double beyond = 18446744073709551616.0;  // 2^64
   if (!(ticks > 0)) return 0;
@@ -62,7 +62,7 @@ TimerWheel::~TimerWheel() {
   while (Impl::TimeoutRecord* record = timeouts_->takeExpired()) {
     letGo(timeoutLink2TimerWheelEvent(record));
   }
-  while (!timersExpiryingSoon_->empty()) letGo(timersExpiryingSoon_->takeFirst());
+  while (timersExpiryingSoon_->skipRemoved()) letGo(timersExpiryingSoon_->takeFirst());
 }
 
 void TimerWheel::setCurrentTime(double now) {
@@ -145,7 +145,7 @@ void TimerWheel::timerStop(TimerWheelEvent* event) {
 
 bool TimerWheel::armedForNothing() const {
   return masterExpiry_ != infinity && !timeouts_->hasPending() && !timeouts_->hasExpired() &&
-         timersExpiryingSoon_->empty();
+         !timersExpiryingSoon_->skipRemoved();
 }
 
 void TimerWheel::timerExpired(TimerWheelEvent* event) const {
@@ -161,7 +161,7 @@ void TimerWheel::setMasterTimer(double now) {
   double delay = infinity;
   double expiry = infinity;
 
-  if (!timersExpiryingSoon_->empty()) {
+  if (timersExpiryingSoon_->skipRemoved()) {
     expiry = timersExpiryingSoon_->firstExpiry();
     delay = std::max(0.0, expiry - now);
     TARVO_TRACE(timerWheelTrace, 8,
@@ -216,7 +216,7 @@ void TimerWheel::serve() {
   const double now = Tarvo::time();
   setCurrentTime(now);
   try {
-    sortDueTicks();
+    takeDueTimers();
     serveDue(now);
   } catch (...) {
     Impl::passCancellation();
@@ -230,7 +230,9 @@ void TimerWheel::serve() {
   setMasterTimer();
 }
 
-void TimerWheel::sortDueTicks() {
+// Moves the timers whose tick has come from the wheel to the list of exact times. The list must be
+// sorted on every way out, since timers may have been appended before an exception.
+void TimerWheel::takeDueTimers() {
   struct Sorted {
     ~Sorted() { times.sort(); }
     ExactTimes& times;
@@ -255,7 +257,7 @@ void TimerWheel::sortDueTicks() {
 
 void TimerWheel::serveDue(double now) {
   // A callback may start and stop any timer, and may even call timeout() of this wheel.
-  while (!timersExpiryingSoon_->empty()) {
+  while (timersExpiryingSoon_->skipRemoved()) {
     if (timersExpiryingSoon_->firstExpiry() > now) {
       TARVO_TRACE(timerWheelTrace, 9, "Defer processing timers with expiry time {} > now {}",
                   timersExpiryingSoon_->firstExpiry(), now);

@@ -9,17 +9,18 @@
 namespace Tarvo::Impl {
 
 /// A hierarchical timing wheel on integer ticks (Varghese and Lauck, "Hashed and Hierarchical
-/// Timing Wheels", 1987). It has no clock and calls nobody: it is told the time and asked for what
-/// is due.
+/// Timing Wheels", 1987). It has no clock and calls no timer: advance() tells it the time, and
+/// takeExpired() returns the timers that are due.
 ///
-/// A tick is read as a number of base 64. A timer hangs on the level of the highest digit in which
-/// its expiry differs from the present tick, in the slot of that digit's value; so every timer of
-/// one level is due before every timer of the next. Eleven levels cover all 64 bits. When the
-/// present moves on, exactly the slots between the old and the new digit come due or sink to lower
-/// levels; bitmaps of the occupied slots skip the empty ones, however far the clock has jumped.
+/// A tick is written in base 64, one level per digit. A timer is on the level of the highest digit
+/// in which its expiry differs from the present tick, in the slot with the value of that digit. So
+/// every timer of one level is due before every timer of the next. Eleven levels cover all 64 bits.
+/// When the wheel advances, only the slots between the old and the new digit are emptied: their
+/// timers expire or move to lower levels. Bitmaps of the occupied slots skip the empty ones,
+/// however far the clock jumps.
 ///
-/// add() and remove() take constant time and allocate nothing. A timer sinks at most once per
-/// level. Timers of one tick are handed back in the order in which they were added.
+/// add() and remove() take constant time and allocate nothing. A timer moves down at most once per
+/// level. Timers of one tick are returned in the order in which they were added.
 class TimingWheel {
  public:
   using Tick = std::uint64_t;
@@ -29,7 +30,7 @@ class TimingWheel {
   TimingWheel& operator=(const TimingWheel&) = delete;
 
   Tick now() const { return now_; }
-  /// Moves the present on; an earlier tick than now() changes nothing.
+  /// Sets the present tick; a tick before now() changes nothing.
   void advance(Tick now);
 
   /// Due at `expires`; at once when that is not later than now(). REQUIRES: in no list.
@@ -40,14 +41,14 @@ class TimingWheel {
   /// Whether it is this wheel that the record is in. REQUIRES: in a wheel.
   bool holds(const TimeoutRecord& record) const { return record.wheel_ == number_; }
 
-  /// Takes one timer that has come due out of the wheel; null when there is none.
+  /// Removes and returns one timer that is due; null when there is none.
   TimeoutRecord* takeExpired();
   bool hasExpired() const { return !expired_.empty(); }
-  /// Whether timers are waiting that have not come due.
+  /// Whether the wheel holds timers that are not due yet.
   bool hasPending() const { return occupiedLevels_ != 0; }
 
-  /// Ticks from now() to the next expiry. Early, never late: after a timer was removed it may still
-  /// stand for that one. REQUIRES: hasPending().
+  /// Ticks from now() to the next expiry. The result may be too small, when the timer with that
+  /// expiry was removed, but never too large. REQUIRES: hasPending().
   Tick ticksToNext() const;
 
  private:
@@ -56,7 +57,7 @@ class TimingWheel {
   static constexpr unsigned levelCount = (64 + digitBits - 1) / digitBits;
 
   struct Slot : TimeoutList {
-    Tick earliest = ~Tick{0};  // no member is due before it
+    Tick earliest = ~Tick{0};  // a lower bound of the members' expiries
   };
   struct Level {
     std::uint64_t occupied = 0;  // bit i: slot i has members
