@@ -13,37 +13,37 @@ namespace Tarvo::Impl {
 
 class LoopWakes;
 
-/// Something that other threads and signal handlers ask a thread's loop to do. It is held by shared
-/// reference, as long as anybody may ask.
+/// A request that other threads and signal handlers can make to a thread's loop. Held by shared
+/// pointers as long as anybody may make the request.
 class LoopWake : public WakeList<>::Link, public std::enable_shared_from_this<LoopWake> {
  public:
-  /// For the calling thread's loop. Throws MemoryResourceException when there is no descriptor to
-  /// wake it up with.
+  /// A request to the calling thread's loop. Throws MemoryResourceException when the loop needs an
+  /// eventfd and none can be made.
   LoopWake();
   LoopWake(const LoopWake&) = delete;
   LoopWake& operator=(const LoopWake&) = delete;
   virtual ~LoopWake();
 
-  /// Makes woken() run soon on the thread, once for all calls that come before it runs. Does
-  /// nothing when the thread has ended or freed its loop. May be called from any thread and from a
-  /// signal handler, and leaves errno alone.
+  /// Makes woken() run soon on the thread; calls made before it runs are one. Does nothing when the
+  /// thread has ended or freed its loop. May be called from any thread and from a signal handler,
+  /// and preserves errno.
   void wake() noexcept;
-  /// Whether the thread is one of another process, from which this one was forked.
+  /// Whether the loop belongs to a thread of the parent process that does not exist in this one.
   bool ofParentProcess() const noexcept;
 
  protected:
-  /// On the thread, inside its loop or just before it runs. What it throws leaves the loop.
+  /// Called on the thread, inside its loop or just before it runs. An exception leaves the loop.
   virtual void woken() = 0;
 
  private:
   friend class LoopWakes;
 
   const std::shared_ptr<LoopWakes> loop_;
-  std::shared_ptr<LoopWake> self_;  // itself, while it waits
+  std::shared_ptr<LoopWake> self_;  // keeps the object alive while it is in the list
 };
 
-/// While one exists, the loop of the thread that made it waits, also with nothing else to wait for.
-/// It is made and destroyed on that thread, but for one that outlives the loop.
+/// While one exists, the loop of the thread that made it does not return for want of events. Made
+/// and destroyed on that thread, unless it outlives the loop.
 class LoopKeeping {
  public:
   LoopKeeping();
@@ -53,15 +53,16 @@ class LoopKeeping {
 
  private:
   friend class LoopWakes;
-  /// On the thread: its loop is about to go, and nothing will be woken any more.
+  /// Called on the thread before its loop is destroyed: no request will be served from then on.
   virtual void loopEnds() noexcept = 0;
 
   const std::shared_ptr<LoopWakes> loop_;
   ListLinkNode link_;
 };
 
-/// What wakes one thread's loop from outside. A program's threads keep it longer than the loop;
-/// when that ends it is closed. Everything but what LoopWake calls belongs to the thread.
+/// Wakes one thread's loop from outside. LoopWake objects keep it alive longer than the loop; it is
+/// closed when the loop ends. All functions belong to the loop's thread, except those that
+/// LoopWake::wake() calls.
 class LoopWakes {
  public:
   explicit LoopWakes(event_base* base);
@@ -70,25 +71,28 @@ class LoopWakes {
   ~LoopWakes();
 
   bool any() const { return list_.any(); }
-  /// Runs all that wait. A slice stays awake: it looks again before the thread can sleep.
+  /// Serve all requests. Inside a slice the list stays marked "awake", as the slice looks at it
+  /// again before the thread can sleep.
   void serve();
   void serveInSlice();
-  /// A slice begins: until it falls asleep, or the callback after it has come, nobody needs to
-  /// wake the thread up.
+  /// Call at the start of a slice: marks the list "awake", so that other threads need no system
+  /// call to wake this one.
   void sliceBegins();
-  /// True when nobody waits: the thread may sleep then. Otherwise those were served.
+  /// Call before the thread may sleep. True when there are no requests; otherwise serves them.
   bool fallsAsleep();
-  /// Nobody comes to look, as it was told: somebody must be woken up.
+  /// For a scheduler callback that is destroyed while other threads rely on it to look at the list:
+  /// makes the loop look instead.
   void lookAfterAll() noexcept;
   /// The loop waits while there are keepers.
   void add(LoopKeeping& keeper);
   void remove(LoopKeeping& keeper) noexcept;
 
-  /// In a forked child, at once: its own list goes on, and the parent is not woken up.
+  /// Called in a forked child at once: the list of its thread stays in use, and the parent's
+  /// eventfd is no longer written.
   static void eraBegins(LoopWakes* ofOnlyThread) noexcept;
-  /// In a forked child, as soon as its base is its own.
+  /// Called in a forked child when its base has been rebuilt.
   void renew();
-  /// Before the base goes. Who waits is forgotten.
+  /// Called before the base is freed. Drops the requests.
   void close() noexcept;
 
  private:

@@ -6,32 +6,33 @@
 
 namespace Tarvo::Impl {
 
-/// The list of those who ask one thread to serve them. Any thread and any signal handler may join
-/// it; only its owner takes them out. One word holds the list and whether the owner sleeps, so a
-/// joiner learns in the same step that it has to wake the owner up, and the owner cannot fall
-/// asleep beside somebody who joins.
+/// A lock-free list of requests to one thread, its owner. Any thread and any signal handler may add
+/// an entry; only the owner removes entries. One atomic word holds both the list and whether the
+/// owner sleeps in the kernel. So whoever adds an entry learns in the same step whether it must
+/// wake the owner, and the owner cannot fall asleep while an entry is being added.
 ///
-/// The word is one of these: "awake", and nobody waits; "asleep", and nobody waits; "closed"; or
-/// the one that joined last, on which the others hang.
+/// The word is "awake" or "asleep" (both with an empty list), "closed", or a pointer to the entry
+/// added last, which is linked to the others.
 ///
-/// The atomic type is a parameter for the test that tries all interleavings.
+/// The atomic type is a parameter for the test, which tries all interleavings.
 template <template <typename> typename Atomic = std::atomic>
 class WakeList {
  public:
   struct Link {
-    Atomic<unsigned> joined{0};  // the era in which it joined; 0 when it may join
+    Atomic<unsigned> joined{0};  // the era in which the entry was added; 0 while it is in no list
     Link* next = nullptr;
   };
   enum class Joined : std::uint8_t { ownerLooks, ownerSleeps, ownerIsGone };
 
-  /// First step of joining: false when it waits already, and is served after this. The era is the
-  /// number of forks that made this process: who waited for a thread of the parent may join again.
+  /// First step of adding an entry. False when it is in the list already and will be served after
+  /// this call. The era counts the forks that led to this process: an entry that was added before a
+  /// fork, to a list whose owner does not exist in the child, may be added again in the child.
   static bool claim(Link& link, unsigned era) {
-    // Read and written in one step also when it is joined: what the caller did before is then seen
-    // by the service that comes.
+    // An exchange, also when the entry is in the list: it orders the caller's writes before
+    // release(), so that the service that follows sees them.
     return link.joined.exchange(era, std::memory_order_acq_rel) != era;
   }
-  /// Second step. One who has joined a closed list stays claimed.
+  /// Second step. When the list is closed the entry stays claimed, so that it is not tried again.
   Joined join(Link& link) {
     Word head = head_.load(std::memory_order_relaxed);
     do {
@@ -45,24 +46,25 @@ class WakeList {
   // The owner's side.
 
   bool any() const { return head_.load(std::memory_order_relaxed) > closed; }
-  /// From now on nobody needs to wake the owner up, which looks before it sleeps.
+  /// The owner is awake: it looks at the list before it sleeps again, so others need not wake it.
   void wakeUp() {
     Word head = asleep;
     head_.compare_exchange_strong(head, awake, std::memory_order_relaxed);
   }
-  /// False, and the owner is awake, when somebody waits.
+  /// The owner wants to sleep. False when the list has entries; then it stays awake.
   bool fallAsleep() {
     Word head = awake;
     return head_.compare_exchange_strong(head, asleep, std::memory_order_relaxed) || head <= closed;
   }
-  /// Takes all out, who joined first in front. The owner is awake then, or asleep.
-  /// REQUIRES: any().
+  /// Remove all entries and return them, the oldest first. The owner is awake, asleep or gone
+  /// afterwards. REQUIRES: any(), except for takeAndClose().
   Link* takeAndLook() { return take(awake); }
   Link* takeAndSleep() { return take(asleep); }
   Link* takeAndClose() { return take(closed); }
-  /// Lets one that was taken out join again. What was done before its last attempt is seen.
+  /// Allows a removed entry to be added again. The caller sees what was written before any earlier
+  /// claim() of the entry.
   static void release(Link& link) { link.joined.exchange(0, std::memory_order_acq_rel); }
-  /// All who wait have joined in this era. REQUIRES: nobody joins meanwhile.
+  /// Sets the era of all entries in the list. REQUIRES: no other thread uses the list.
   void eraIs(unsigned era) {
     for (Link* link = at(head_.load(std::memory_order_relaxed)); link != nullptr;
          link = link->next) {
