@@ -66,28 +66,6 @@ TEST_F(VirtualTimeTest, ALoopInWhichItIsSwitchedOffWaitsForTheRest) {
   EXPECT_THAT(log, ElementsAre("off", "rest", "off", "rest"));
 }
 
-TEST_F(VirtualTimeTest, TimersKeepTheirOrderHoweverTheyAreSetAndStopped) {
-  const TestClock clock;
-  std::vector<std::unique_ptr<Handler>> handlers;
-  std::vector<std::shared_ptr<Platform::TimerControl>> timers;
-  RunLog expected;
-  for (int i = 0; i < 200; ++i) {
-    handlers.push_back(std::make_unique<Handler>(log, std::to_string(i)));
-    timers.push_back(Platform::getTimerControl(handlers.back().get()));
-    if (i % 3 != 0) expected.push_back(std::to_string(i));
-  }
-  for (std::size_t i = 0; i < 200; ++i) {
-    timers[i * 77 % 200]->setTimeout(10 + static_cast<double>(i * 77 % 200));
-  }
-  for (std::size_t i = 0; i < 200; i += 3) timers[i]->delTimeout();
-  Platform::fastForwardBy(-5);
-  EXPECT_NEAR(timers[4]->remainingTimeout(), 19, 1e-3);
-  Platform::doEventLoop(100);
-  Platform::setFastForward(false);  // and those that wait still come, in real time
-  Platform::doEventLoop();
-  EXPECT_EQ(log, expected);
-}
-
 TEST_F(VirtualTimeTest, AnUrgentTimerGoesBeforeWhatTheKernelReports) {
   SocketPair pair;
   Handler high(log, "high");

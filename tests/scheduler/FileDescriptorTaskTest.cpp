@@ -284,29 +284,6 @@ TEST_F(FdTaskTest, WhoHadNothingLeftIsAskedForWhenTheSliceEnds) {
   EXPECT_LT(std::ranges::count(lastRead, log.rend(), "again"), 200) << "a slice or two";
 }
 
-TEST_F(FdTaskTest, SuspendingLosesNoWriteRunThatWasAskedFor) {
-  const auto writesAfterSuspension = [&] {
-    task->taskSuspendedIs(true);
-    settle();
-    EXPECT_EQ(log, RunLog());
-    task->taskSuspendedIs(false);
-    settle();
-    return std::ranges::count(std::exchange(log, {}), "t write");
-  };
-  task->taskSuspendedIs(true);
-  task->scheduleTaskWritable();  // the writing task is made by this, and suspended too
-  EXPECT_EQ(writesAfterSuspension(), 1);
-  task->scheduleTaskWritable();
-  EXPECT_EQ(writesAfterSuspension(), 1);
-  for (const bool watches : {true, false}) {  // the run is taken back
-    task->scheduleTaskWritable();
-    task->scheduleTaskReadable();
-    watches ? task->taskWatchFdIs(fd) : task->taskWatchFdDel();
-    EXPECT_FALSE(task->taskScheduled());
-    EXPECT_EQ(writesAfterSuspension(), 0);
-  }
-}
-
 TEST_F(FdTaskTest, MayBeDroppedByItsHook) {
   const std::array<std::function<void(TestFd&)>, 4> withdrawals = {
       [](TestFd& each) { each.taskWatchFdDel(); }, [](TestFd& each) { each.taskSuspendedIs(true); },

@@ -6,16 +6,6 @@ using namespace testsupport;
 
 struct RunLoop : SchedulerFixture {};
 
-TEST_F(RunLoop, RunsOneTaskPerTurnInTheOrderOfPriorities) {
-  std::vector<TestTaskPtr> tasks;
-  for (std::uint8_t priority = 5; priority-- > 0;) {
-    tasks.push_back(make(std::to_string(priority), TaskPriority(priority)));
-    tasks.back()->scheduleTask();
-  }
-  runLoop();
-  EXPECT_THAT(log, ElementsAre("0", "1", "2", "3", "4"));
-}
-
 TEST_F(RunLoop, AThrowLeavesTheOthersQueuedAndTheRunClosed) {
   const auto bad = make("bad", TaskPriority::high, [](TestTask& self) {
     self.scheduleTask();

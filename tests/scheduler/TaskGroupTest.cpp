@@ -72,18 +72,4 @@ TEST_F(TaskGroupTest, SingleRunsWaitForTheNextPassAlsoAfterAThrow) {
   EXPECT_EQ(group->runnableTaskCount(), 0U);
 }
 
-TEST_F(TaskGroupTest, APassEndsWhenItsThreadIsSuspended) {
-  const auto a = member("a"), b = member("b");
-  for (const bool multiple : {true, false}) {
-    group->tasksPermittedMultipleRunsIs(multiple);
-    a->body = [&](TestTask&) { root->suspendedIs(true); };
-    EXPECT_THAT(runs({a, b}), ElementsAre("a"));
-    group->taskGroupRunFromTest();
-    EXPECT_TRUE(group->parentTaskScheduled());
-    root->suspendedIs(false);
-    EXPECT_THAT(runs({}), ElementsAre("b"));
-  }
-  EXPECT_EQ(group->parentTask().taskWorkCountTotal(), 4U) << "a step that runs nobody is no run";
-}
-
 }  // namespace
