@@ -22,6 +22,16 @@
 
 namespace kv {
 
+inline std::uint64_t checksum(std::string_view bytes) {
+  return Tarvo::Util::hash64(bytes.data(), bytes.size());
+}
+
+struct KeyHash {
+  using is_transparent = void;
+  // Since this may throw, for all that the table knows, it keeps each hash and computes it once.
+  std::size_t operator()(std::string_view key) const noexcept(false) { return checksum(key); }
+};
+
 class Store {
  public:
   /// How much memory may be taken.
@@ -115,17 +125,9 @@ class Store {
     std::uint64_t checksum = 0;
     Tarvo::Time expiry = forever;
   };
-  struct Hash {
-    using is_transparent = void;
-    // Since this may throw, for all that the table knows, it keeps each hash and computes it once.
-    std::size_t operator()(std::string_view key) const noexcept(false) { return checksum(key); }
-  };
-  using Entries = std::unordered_map<std::string, Value, Hash, std::equal_to<>>;
+  using Entries = std::unordered_map<std::string, Value, KeyHash, std::equal_to<>>;
   using Expiry = std::pair<Tarvo::Time, const std::string*>;  // the key in entries_
 
-  static std::uint64_t checksum(std::string_view bytes) {
-    return Tarvo::Util::hash64(bytes.data(), bytes.size());
-  }
   static bool isAlive(const Value& value) {
     return value.expiry == forever || value.expiry > Tarvo::time();
   }
