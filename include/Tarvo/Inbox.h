@@ -122,8 +122,8 @@ class InboxPoster {
   using Posted = Impl::InboxQueue::Posted;
 
   static bool put(Impl::InboxQueue& queue, T& item, bool limited) {
-    if (queue.wouldAccept(limited) != Posted::accepted) return false;
-    void* place = queue.takePlace();
+    void* place = queue.takePlace(limited);
+    if (place == nullptr) return false;
     T* posted = new (place) T(std::move(item));
     if (queue.post(place, limited) == Posted::accepted) return true;
     // It has filled up, or ended, this very moment.

@@ -96,7 +96,11 @@ InboxQueue::Place& InboxQueue::placeOf(void* item) const noexcept {
   return *reinterpret_cast<Place*>(static_cast<std::byte*>(item) - itemOffset_);
 }
 
-void* InboxQueue::takePlace() {
+void* InboxQueue::takePlace(bool limited) {
+  if (waker_->ofParentProcess()) return nullptr;
+  if (acceptance(posted_.load(std::memory_order_relaxed), limited) != Posted::accepted) {
+    return nullptr;
+  }
   Place* place = freePlace();
   while (place == nullptr) {
     addSlab();
@@ -156,11 +160,6 @@ InboxQueue::Posted InboxQueue::acceptance(std::uint64_t word, bool limited) cons
   const bool full = limited && capacity_ != 0 &&
                     (word & countMask) + taken_.load(std::memory_order_relaxed) >= capacity_;
   return full ? Posted::full : Posted::accepted;
-}
-
-InboxQueue::Posted InboxQueue::wouldAccept(bool limited) const noexcept {
-  if (waker_->ofParentProcess()) return Posted::ended;
-  return acceptance(posted_.load(std::memory_order_relaxed), limited);
 }
 
 InboxQueue::Posted InboxQueue::post(void* item, bool limited) noexcept {
@@ -227,9 +226,13 @@ void* InboxQueue::next() noexcept {
 
 void InboxQueue::served(void* item) noexcept {
   Place& place = placeOf(item);
-  place.next.store(firstServed_ == nullptr ? 0 : firstServed_->number, std::memory_order_relaxed);
-  firstServed_ = &place;
-  if (lastServed_ == nullptr) lastServed_ = &place;
+  // In the order in which they were posted: neighbours stay neighbours, which caches like.
+  if (firstServed_ == nullptr) {
+    firstServed_ = &place;
+  } else {
+    lastServed_->next.store(place.number, std::memory_order_relaxed);
+  }
+  lastServed_ = &place;
   if (++servedCount_ == firstSlab / 2) giveBackServed();
 }
 

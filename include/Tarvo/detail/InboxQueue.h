@@ -40,10 +40,9 @@ class TARVO_EXPORT InboxQueue {
 
   enum class Posted : std::uint8_t { accepted, full, ended };
 
-  /// Whether an item would be accepted now; `limited` where the capacity counts.
-  Posted wouldAccept(bool limited) const noexcept;
-  /// A place to put an item into. Throws std::bad_alloc.
-  void* takePlace();
+  /// A place to put an item into; null when it would not be accepted now. With `limited` the
+  /// capacity counts. Throws std::bad_alloc.
+  void* takePlace(bool limited);
   /// For a place without an item.
   void giveBack(void* place) noexcept;
   /// Posts the item at the place. When it is not accepted, both stay the caller's.
