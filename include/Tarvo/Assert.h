@@ -14,37 +14,19 @@
 /// makes it unsafe to run any handler. They print "program: file:line: function: Assertion `text'
 /// failed.", with the expression or the text unchanged.
 ///
-/// FunctionScope.h says how "Scope::function() " is formed. Format strings are checked at compile
-/// time. Arguments are evaluated only when the assertion fails, and are formatted by displayed().
-/// Each statement may be used in a constexpr function.
+/// detail/FunctionScope.h says how "Scope::function() " is formed. Format strings are checked at
+/// compile time. Arguments are evaluated only when the assertion fails, and are formatted by
+/// displayed(). Each statement may be used in a constexpr function.
 
 #include <exception>
 
 #include "Tarvo/Exception.h"
 #include "Tarvo/Export.h"
 #include "Tarvo/Fmt.h"
-#include "Tarvo/FunctionScope.h"
-
-/// The file that statements name. A module that is spread over several files may define one name
-/// for them before its first include.
-#ifndef TARVO_FILE
-#define TARVO_FILE __FILE__
-#endif
+#include "Tarvo/detail/Check.h"  // IWYU pragma: export
+#include "Tarvo/detail/FunctionScope.h"
 
 namespace Tarvo::Impl {
-
-/// Prints the line of a failed plain assertion to standard error and aborts.
-[[noreturn]] TARVO_EXPORT void abortOnAssertion(const char* text, const char* file, int line,
-                                                const char* func) noexcept;
-
-/// The condition of a TARVO_CHECK. Refuses TARVO_CHECK(condition, "text"): as a comma expression it
-/// would test the text, which is always true.
-template <typename Condition, typename... More>
-[[gnu::always_inline]] constexpr bool holds(const Condition& condition, const More&...) {
-  static_assert(sizeof...(More) == 0,
-                "TARVO_CHECK takes a condition alone: write condition && \"text\"");
-  return static_cast<bool>(condition);
-}
 
 /// When formatting an argument throws, the two below print the format string alone. `function` is
 /// in the form of __PRETTY_FUNCTION__.
@@ -93,12 +75,6 @@ void checkInDestructor(Checks checks) noexcept {
     if (!(condition)) [[unlikely]]   \
       TARVO_FAIL(__VA_ARGS__);       \
   } while (false)
-
-#define TARVO_CHECK(...)                                                     \
-  (::Tarvo::Impl::holds(__VA_ARGS__)                                         \
-       ? static_cast<void>(0)                                                \
-       : ::Tarvo::Impl::abortOnAssertion(#__VA_ARGS__, TARVO_FILE, __LINE__, \
-                                         static_cast<const char*>(__PRETTY_FUNCTION__)))
 
 #define TARVO_ABORT(...)                             \
   ::Tarvo::Impl::abortWithText(TARVO_FILE, __LINE__, \

@@ -146,6 +146,4 @@ class TARVO_EXPORT Debuggable {
 
 }  // namespace Tarvo
 
-#include "Tarvo/DebugControl.h"  // IWYU pragma: export
-
 #endif

@@ -33,7 +33,7 @@
 #include <cstdint>
 #include <iterator>
 
-#include "Tarvo/Assert.h"
+#include "Tarvo/detail/Check.h"
 
 namespace Tarvo {
 
@@ -82,7 +82,7 @@ class ListImpl {
     /// in the list.
     Iterator(const ListImpl& list, LinkNode& node) : list_(&list), at_(Nodes::s_iterator_to(node)) {
       if (!node.isLinked()) [[unlikely]]
-        TARVO_ABORT("node.isLinked()");
+        TARVO_CHECK_FAILED("node.isLinked()");
       passBookmarks();
     }
 
@@ -121,7 +121,7 @@ class ListImpl {
 
   void push_back(T& element) {
     if ((element.*ptrToLinkNode).isLinked()) [[unlikely]] {
-      TARVO_ABORT("!( element.*ptrToLinkNode ).isLinked()");
+      TARVO_CHECK_FAILED("!( element.*ptrToLinkNode ).isLinked()");
     }
     nodes_.push_back(element.*ptrToLinkNode);
   }
@@ -134,7 +134,7 @@ class ListImpl {
   /// Puts a bookmark in front of an iterator's element, or at the end.
   void insertBefore(LinkNode& node, const Iterator& where) {
     if (node.isLinked()) [[unlikely]]
-      TARVO_ABORT("!node.isLinked()");
+      TARVO_CHECK_FAILED("!node.isLinked()");
     nodes_.insert(where.at_, node);
   }
 

@@ -31,12 +31,13 @@
 /// once, a huge one saturates and NaN fails an assertion. A delay counts from the moment of the
 /// call. Timers use the kernel's coarse clock, which has steps of some milliseconds.
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <cstdint>
 #include <iosfwd>
 #include <memory>
 
+#include "Tarvo/Exception.h"
 #include "Tarvo/Export.h"
 #include "Tarvo/String.h"
 
@@ -198,13 +199,9 @@ TARVO_EXPORT bool releaseMode();
 
 /// In messages a valid priority shows as its name.
 template <>
-struct fmt::formatter<Tarvo::Platform::EventPriority> : fmt::formatter<std::string> {
-  auto format(Tarvo::Platform::EventPriority priority, fmt::format_context& context) const {
-    const auto text = Tarvo::Platform::isEventPriorityValid(priority)
-                          ? Tarvo::Platform::eventPriorityToString(priority)
-                          : fmt::format("Invalid EventPriority={}", unsigned{priority});
-    return fmt::formatter<std::string>::format(text, context);
-  }
+struct fmt::formatter<Tarvo::Platform::EventPriority> : fmt::formatter<fmt::string_view> {
+  TARVO_EXPORT fmt::format_context::iterator format(Tarvo::Platform::EventPriority priority,
+                                                    fmt::format_context& context) const;
 };
 
 #endif

@@ -33,6 +33,7 @@
 #include "Tarvo/String.h"
 #include "Tarvo/TaskStat.h"
 #include "Tarvo/TaskTime.h"
+#include "Tarvo/detail/TaskFigures.h"
 
 namespace Tarvo {
 
@@ -164,14 +165,14 @@ class TARVO_EXPORT TaskImpl : public _TaskBase {
   /// destroyed before the root is. resetStats() sets the figures back to the start.
   TaskStat getStats() const;
   void resetStats();
-  unsigned int taskRunCount() const { return taskRunCount_; }
+  unsigned int taskRunCount() const { return figures_.runCount; }
   /// Runs that ended by an exception.
-  unsigned int taskThrewCount() const { return taskThrewCount_; }
-  unsigned long long taskWorkCountTotal() const { return taskWorkCountTotal_; }
-  float taskWorkCountDecayAvg() const { return taskWorkCountDecayAvg_; }
-  unsigned int taskWorkCountHighWaterMark() const { return taskWorkCountHighWaterMark_; }
-  unsigned int taskWorkPending() const { return taskWorkPending_; }
-  unsigned int taskWorkPendingHighWaterMark() const { return taskWorkPendingHighWaterMark_; }
+  unsigned int taskThrewCount() const { return figures_.threwCount; }
+  unsigned long long taskWorkCountTotal() const { return figures_.workCountTotal; }
+  float taskWorkCountDecayAvg() const { return figures_.workCountDecayAvg; }
+  unsigned int taskWorkCountHighWaterMark() const { return figures_.workCountHighWaterMark; }
+  unsigned int taskWorkPending() const { return figures_.workPending; }
+  unsigned int taskWorkPendingHighWaterMark() const { return figures_.workPendingHighWaterMark; }
 
   /// Whether the figures are kept, under the statistics name, after the task is destroyed. Tasks
   /// with ever new names should share one statistics name, or have this off: the scheduler keeps a
@@ -226,23 +227,11 @@ class TARVO_EXPORT TaskImpl : public _TaskBase {
   unsigned char taskTestYieldRatio_ = 0;
   unsigned char taskTestYieldRatioEffective_ = 0;
   mutable unsigned char taskTestYieldCounter_ = 0;
-  float taskWorkCountDecayAvg_ = 0;
-  unsigned int taskWorkCountHighWaterMark_ = TaskStat::noMark;
-  unsigned int taskWorkPending_ = 0;
-  unsigned int taskWorkPendingHighWaterMark_ = TaskStat::noMark;
-  unsigned int taskQuantumViolation500_ = 0;
-  unsigned int taskQuantumViolation200_ = 0;
-  unsigned int taskRunCount_ = 0;
-  unsigned int taskThrewCount_ = 0;
   unsigned int taskMagicNumber_ = taskMagicNumberConstructed;
   TaskTimeDuration taskQuantum_;
   TaskClock::time_point taskScheduledTime_;
   TaskClock::time_point taskRunStartTime_;
-  TaskTimeDuration taskLastSchedulingLatency_ = 0;
-  TaskTimeDuration taskSchedulingLatencyHighWaterMark_ = 0;
-  TaskTimeDuration taskTotalRunTime_ = 0;
-  TaskTimeDuration taskRunTimeHighWaterMark_ = 0;
-  unsigned long long taskWorkCountTotal_ = 0;
+  Impl::TaskFigures figures_;
   TaskKey taskKey_;
   ListLinkNode taskSameNameLink_;  // linked while registered
   // Linked while registered. What follows stands in its padding.

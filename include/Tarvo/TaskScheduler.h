@@ -1,7 +1,8 @@
 #ifndef TARVO_TASKSCHEDULER_H
 #define TARVO_TASKSCHEDULER_H
 
-/// The task runtime: one header for all of it.
+/// The task runtime: one header for all of it, except the events of the history, which are in
+/// Tarvo/TaskSchedulerHistory.h.
 ///
 /// A thread that does many kinds of work makes a task with a priority for each. Its root scheduler
 /// runs on the thread's event loop, one task at a time, so that timers, descriptors and other
@@ -34,7 +35,7 @@
 /// 1. scheduleTask() appends the task to its scheduler's run queue for its priority. The first one
 ///    in an idle scheduler asks the event loop for a callback.
 /// 2. In that callback the root picks one task: the first of the most urgent queue, unless the
-///    starvation guard lets a less urgent one go first (TaskRunQueues.h).
+///    starvation guard lets a less urgent one go first (detail/TaskRunQueues.h).
 /// 3. It runs the task's body and measures: the wait, the run, whether it took twice or five times
 ///    the task's quantum.
 /// 4. It continues with the next task within the same callback, until its slice ends, as described
@@ -52,7 +53,7 @@
 ///   polls the kernel before every run. A timer that the program itself adds to the thread's base
 ///   belongs to the second kind.
 /// - A more urgent task, for a less urgent one: the present run, and the runs that the starvation
-///   guard lets through (TaskRunQueues.h says how many).
+///   guard lets through (detail/TaskRunQueues.h says how many).
 /// - Tasks of one priority run in the order in which they were scheduled.
 /// - All others, for a task group: its quantum and one member's run.
 /// With fast forward or virtual time on there are no slices: one task runs per callback.
@@ -71,13 +72,12 @@
 /// or calls leFree(), or until its last task is destroyed, whichever is later. So destroy tasks,
 /// and roots of your own, before leFree().
 
-#include "Tarvo/FileDescriptorTask.h"    // IWYU pragma: export
-#include "Tarvo/Platform.h"              // IWYU pragma: export
-#include "Tarvo/Task.h"                  // IWYU pragma: export
-#include "Tarvo/TaskGroup.h"             // IWYU pragma: export
-#include "Tarvo/TaskSchedulerCore.h"     // IWYU pragma: export
-#include "Tarvo/TaskSchedulerHistory.h"  // IWYU pragma: export
-#include "Tarvo/TaskSchedulerRoot.h"     // IWYU pragma: export
-#include "Tarvo/TimerTask.h"             // IWYU pragma: export
+#include "Tarvo/FileDescriptorTask.h"  // IWYU pragma: export
+#include "Tarvo/Platform.h"            // IWYU pragma: export
+#include "Tarvo/Task.h"                // IWYU pragma: export
+#include "Tarvo/TaskGroup.h"           // IWYU pragma: export
+#include "Tarvo/TaskSchedulerCore.h"   // IWYU pragma: export
+#include "Tarvo/TaskSchedulerRoot.h"   // IWYU pragma: export
+#include "Tarvo/TimerTask.h"           // IWYU pragma: export
 
 #endif

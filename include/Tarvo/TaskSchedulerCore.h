@@ -8,22 +8,23 @@
 #include <memory>
 #include <optional>
 #include <set>
-#include <thread>
+
+#include <pthread.h>
 
 #include "Tarvo/Export.h"
 #include "Tarvo/List.h"
 #include "Tarvo/Locking.h"
 #include "Tarvo/String.h"
 #include "Tarvo/Task.h"
-#include "Tarvo/TaskRunQueues.h"
-#include "Tarvo/TaskSchedulerHistory.h"
 #include "Tarvo/TaskStat.h"
 #include "Tarvo/TaskTime.h"
 #include "Tarvo/detail/KeptObject.h"
+#include "Tarvo/detail/TaskRunQueues.h"
 
 namespace Tarvo {
 
 class TaskNameIndex;
+class TaskSchedulerHistory;
 class TaskSchedulerRoot;
 
 /// A scheduler: it knows its tasks and runs them, one per step.
@@ -74,8 +75,7 @@ class TARVO_EXPORT TaskScheduler : public std::enable_shared_from_this<TaskSched
 
   /// Ends the process unless it is called on the thread of the root, or the check is off.
   TARVO_EXPORT void sanityCheckCurrentRunningThread() const {
-    if (threadCheck_->owner != std::thread::id(Locking::Impl::self()) && !threadCheck_->disabled)
-        [[unlikely]] {
+    if (threadCheck_->owner != Locking::Impl::self() && !threadCheck_->disabled) [[unlikely]] {
       failThreadCheckOfRoot();
     }
   }
@@ -147,7 +147,7 @@ class TARVO_EXPORT TaskScheduler : public std::enable_shared_from_this<TaskSched
  protected:
   /// The thread of the root. All schedulers of a root point to the root's copy.
   struct ThreadCheck {
-    std::thread::id owner;
+    pthread_t owner;
     bool disabled = false;
   };
 
@@ -165,9 +165,7 @@ class TARVO_EXPORT TaskScheduler : public std::enable_shared_from_this<TaskSched
   bool hasTaskToRun(unsigned priority) const { return runQueues_.runnableCountUpTo(priority) != 0; }
   /// Requests a run step and records when.
   void requestNextRun(TaskClock::time_point now);
-  void recordEvent(TaskClock::time_point now, TaskSchedulerEventType type) const {
-    history_->insert(now, type, this);
-  }
+  void recordEvent(TaskClock::time_point now, TaskSchedulerEventType type) const;
 
  private:
   [[noreturn]] void failThreadCheckOfRoot() const;

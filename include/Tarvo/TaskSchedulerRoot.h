@@ -8,7 +8,6 @@
 #include <iosfwd>
 #include <memory>
 #include <set>
-#include <thread>
 
 #include <sys/types.h>
 
@@ -90,7 +89,7 @@ class TARVO_EXPORT TaskSchedulerRoot : public TaskScheduler, private Platform::C
   /// The thread check, on at first.
   bool threadSanityDisabled() const { return threadCheck_.disabled; }
   void threadSanityDisabledIs(bool disabled);
-  bool onOwnThread() const { return std::thread::id(Locking::Impl::self()) == threadCheck_.owner; }
+  bool onOwnThread() const { return Locking::Impl::self() == threadCheck_.owner; }
   /// Ends the process with a message that names both threads.
   [[noreturn]] void failThreadCheck() const;
 
@@ -150,8 +149,8 @@ class TARVO_EXPORT TaskSchedulerRoot : public TaskScheduler, private Platform::C
 
   /// The capacity of the history. Changing it keeps the newest events; above 0xfffffff it throws
   /// std::length_error.
-  unsigned int historyEntryCount() const { return history().capacity(); }
-  void historyEntryCountIs(unsigned int count) { history().capacityIs(count); }
+  unsigned int historyEntryCount() const;
+  void historyEntryCountIs(unsigned int count);
   void clearHistory() noexcept;
   void historyRenderTextForDebug(std::ostream& out) const;
   /// The descriptor stays open.

@@ -15,6 +15,7 @@
 #include "Tarvo/Export.h"
 #include "Tarvo/String.h"
 #include "Tarvo/TaskTime.h"
+#include "Tarvo/detail/TaskFigures.h"
 
 namespace Tarvo {
 
@@ -69,7 +70,7 @@ TARVO_EXPORT std::ostream& operator<<(std::ostream& out, TaskKey key);
 class TARVO_EXPORT TaskStat {
  public:
   /// The mark of work counts that were never reported.
-  static constexpr unsigned int noMark = 0xFFFFFFFF;
+  static constexpr unsigned int noMark = Impl::TaskFigures::noMark;
 
   /// The kind and the state of a task at one moment, as a set of bits.
   class TARVO_EXPORT TaskStatus {
@@ -109,8 +110,8 @@ class TARVO_EXPORT TaskStat {
     std::uint8_t bits_ = 0;
   };
 
-  /// All zero.
-  TaskStat() = default;
+  /// All zero, the marks too.
+  TaskStat();
   TaskStat(ConstStringRef taskName, TaskKey taskKey, TaskPriority taskPriority,
            unsigned int taskRunCount, TaskTimeDuration taskTotalRunTime,
            unsigned long long taskWorkCountTotal = 0, float taskWorkCountDecayAvg = 0,
@@ -141,39 +142,39 @@ class TARVO_EXPORT TaskStat {
   TaskStatus taskStatus() const { return taskStatus_; }
   void taskStatusIs(TaskStatus status) { taskStatus_ = status; }
 
-  unsigned int taskRunCount() const { return taskRunCount_; }
-  void taskRunInc(unsigned int n) { taskRunCount_ += n; }
-  TaskTimeDuration taskTotalRunTime() const { return taskTotalRunTime_; }
-  void taskTotalRunTimeInc(TaskTimeDuration duration) { taskTotalRunTime_ += duration; }
+  unsigned int taskRunCount() const { return figures_.runCount; }
+  void taskRunInc(unsigned int n) { figures_.runCount += n; }
+  TaskTimeDuration taskTotalRunTime() const { return figures_.totalRunTime; }
+  void taskTotalRunTimeInc(TaskTimeDuration duration) { figures_.totalRunTime += duration; }
   /// The longest single run.
-  TaskTimeDuration taskRunTimeHighWaterMark() const { return taskRunTimeHighWaterMark_; }
-  void taskRunTimeHighWaterMarkIs(TaskTimeDuration mark) { taskRunTimeHighWaterMark_ = mark; }
+  TaskTimeDuration taskRunTimeHighWaterMark() const { return figures_.runTimeHighWaterMark; }
+  void taskRunTimeHighWaterMarkIs(TaskTimeDuration mark) { figures_.runTimeHighWaterMark = mark; }
 
   /// The work that the task reported: the total, a decaying average of the reports, and the largest
   /// report, or noMark.
-  unsigned long long taskWorkCountTotal() const { return taskWorkCountTotal_; }
-  void taskWorkCountTotalInc(unsigned long long n) { taskWorkCountTotal_ += n; }
-  float taskWorkCountDecayAvg() const { return taskWorkCountDecayAvg_; }
-  unsigned int taskWorkCountHighWaterMark() const { return taskWorkCountHighWaterMark_; }
+  unsigned long long taskWorkCountTotal() const { return figures_.workCountTotal; }
+  void taskWorkCountTotalInc(unsigned long long n) { figures_.workCountTotal += n; }
+  float taskWorkCountDecayAvg() const { return figures_.workCountDecayAvg; }
+  unsigned int taskWorkCountHighWaterMark() const { return figures_.workCountHighWaterMark; }
   /// The backlog that the task reported last, and the largest one, or noMark.
-  unsigned int taskWorkPending() const { return taskWorkPending_; }
-  unsigned int taskWorkPendingHighWaterMark() const { return taskWorkPendingHighWaterMark_; }
+  unsigned int taskWorkPending() const { return figures_.workPending; }
+  unsigned int taskWorkPendingHighWaterMark() const { return figures_.workPendingHighWaterMark; }
 
   /// Runs of at least five times the quantum.
-  unsigned int taskQuantumViolation500() const { return taskQuantumViolation500_; }
-  void taskQuantumViolation500Inc(unsigned int n) { taskQuantumViolation500_ += n; }
+  unsigned int taskQuantumViolation500() const { return figures_.quantumViolation500; }
+  void taskQuantumViolation500Inc(unsigned int n) { figures_.quantumViolation500 += n; }
   /// Runs of at least twice, but less than five times the quantum.
-  unsigned int taskQuantumViolation200() const { return taskQuantumViolation200_; }
-  void taskQuantumViolation200Inc(unsigned int n) { taskQuantumViolation200_ += n; }
+  unsigned int taskQuantumViolation200() const { return figures_.quantumViolation200; }
+  void taskQuantumViolation200Inc(unsigned int n) { figures_.quantumViolation200 += n; }
 
   /// How long the task last waited on a run queue, and the longest such wait.
-  TaskTimeDuration taskLastSchedulingLatency() const { return taskLastSchedulingLatency_; }
-  void taskLastSchedulingLatencyIs(TaskTimeDuration wait) { taskLastSchedulingLatency_ = wait; }
+  TaskTimeDuration taskLastSchedulingLatency() const { return figures_.lastSchedulingLatency; }
+  void taskLastSchedulingLatencyIs(TaskTimeDuration wait) { figures_.lastSchedulingLatency = wait; }
   TaskTimeDuration taskSchedulingLatencyHighWaterMark() const {
-    return taskSchedulingLatencyHighWaterMark_;
+    return figures_.schedulingLatencyHighWaterMark;
   }
   void taskSchedulingLatencyHighWaterMarkIs(TaskTimeDuration mark) {
-    taskSchedulingLatencyHighWaterMark_ = mark;
+    figures_.schedulingLatencyHighWaterMark = mark;
   }
 
   /// How many finished tasks are merged in this.
@@ -182,28 +183,21 @@ class TARVO_EXPORT TaskStat {
   void taskCompletedCountInc(unsigned int n) { taskCompletedCount_ += n; }
 
   /// Runs that ended by an exception.
-  unsigned int taskThrewCount() const { return taskThrewCount_; }
-  void taskThrewCountInc(unsigned int n) { taskThrewCount_ += n; }
+  unsigned int taskThrewCount() const { return figures_.threwCount; }
+  void taskThrewCountInc(unsigned int n) { figures_.threwCount += n; }
 
  private:
+  friend class TaskImpl;  // copies its figures
+
+  TaskStat(ConstStringRef taskName, TaskKey taskKey, TaskPriority taskPriority,
+           const Impl::TaskFigures& figures);
+
   ConstStringRef taskName_;
   TaskKey taskKey_;
   TaskPriority taskPriority_;
   TaskStatus taskStatus_;
-  unsigned int taskRunCount_ = 0;
-  TaskTimeDuration taskTotalRunTime_ = 0;
-  unsigned long long taskWorkCountTotal_ = 0;
-  float taskWorkCountDecayAvg_ = 0;
-  unsigned int taskWorkCountHighWaterMark_ = 0;
-  unsigned int taskWorkPending_ = 0;
-  unsigned int taskWorkPendingHighWaterMark_ = 0;
-  unsigned int taskQuantumViolation500_ = 0;
-  unsigned int taskQuantumViolation200_ = 0;
-  TaskTimeDuration taskRunTimeHighWaterMark_ = 0;
-  TaskTimeDuration taskLastSchedulingLatency_ = 0;
-  TaskTimeDuration taskSchedulingLatencyHighWaterMark_ = 0;
+  Impl::TaskFigures figures_;
   unsigned int taskCompletedCount_ = 0;
-  unsigned int taskThrewCount_ = 0;
 };
 
 /// The key by which reports connect a group with its members: the name and the key of the group's

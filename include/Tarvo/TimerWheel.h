@@ -41,7 +41,7 @@
 #include "Tarvo/Export.h"
 #include "Tarvo/Platform.h"
 #include "Tarvo/String.h"
-#include "Tarvo/TimeoutRecord.h"
+#include "Tarvo/detail/TimeoutRecord.h"
 
 namespace Tarvo {
 

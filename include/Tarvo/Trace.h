@@ -11,8 +11,8 @@
 /// shared pointer to one; with null nothing is traced. The arguments are evaluated only when the
 /// level is on. They must not destroy the handle. TARVO_ASSERT_STREAM traces its text when the
 /// level is on and then takes the assertion path; the other assertions are in Tarvo/Assert.h. Each
-/// message begins with "Scope::function() ", as Tarvo/FunctionScope.h describes. When formatting an
-/// argument throws, the message ends with a remark about it.
+/// message begins with "Scope::function() ", as Tarvo/detail/FunctionScope.h describes. When
+/// formatting an argument throws, the message ends with a remark about it.
 
 #include <memory>
 
@@ -20,7 +20,7 @@
 #include "Tarvo/Debug.h"
 #include "Tarvo/Export.h"
 #include "Tarvo/Fmt.h"
-#include "Tarvo/FunctionScope.h"
+#include "Tarvo/detail/FunctionScope.h"
 
 namespace Tarvo::Impl {
 

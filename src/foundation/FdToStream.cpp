@@ -1,40 +1,15 @@
 #include "Tarvo/FdToStream.h"
 
 #include <poll.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
 
+#include "foundation/WithoutSigpipe.h"
+
 namespace Tarvo {
 
 namespace {
-
-/// Keeps a reader that is gone from killing the process: the thread does not see the signal that
-/// its write raises.
-class WithoutSigpipe {
- public:
-  WithoutSigpipe() {
-    sigemptyset(&sigpipe_);
-    sigaddset(&sigpipe_, SIGPIPE);
-    sigset_t pending;
-    sigpending(&pending);
-    wasPending_ = sigismember(&pending, SIGPIPE) == 1;
-    pthread_sigmask(SIG_BLOCK, &sigpipe_, &before_);
-  }
-  WithoutSigpipe(const WithoutSigpipe&) = delete;
-  WithoutSigpipe& operator=(const WithoutSigpipe&) = delete;
-  ~WithoutSigpipe() {
-    constexpr timespec now{0, 0};
-    if (!wasPending_) sigtimedwait(&sigpipe_, nullptr, &now);
-    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-  }
-
- private:
-  sigset_t sigpipe_;
-  sigset_t before_;
-  bool wasPending_;
-};
 
 constexpr int longestWait = 1000;  // milliseconds
 
@@ -44,8 +19,10 @@ bool isWritableSoon(int fd) {
   return ready > 0 || (ready < 0 && errno == EINTR);
 }
 
+// The descriptor may be non-blocking. A slow reader must not hold up the thread for ever, so one
+// write waits for a limited time only.
 bool writeAll(int fd, const char* data, std::size_t size) {
-  const WithoutSigpipe guard;
+  const Impl::WithoutSigpipe guard;
   while (size > 0) {
     const ssize_t written = write(fd, data, size);
     if (written >= 0) {

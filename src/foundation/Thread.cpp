@@ -30,6 +30,7 @@ pid_t gettid() {
   return cachedTid;
 }
 
+// The first thread of a process has the number of the process, also in a forked child.
 bool isMainThread() { return Tarvo::gettid() == getpid(); }
 
 String threadName() {

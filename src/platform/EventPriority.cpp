@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include <ostream>
 
 #include "Tarvo/Platform.h"
@@ -21,3 +23,11 @@ std::ostream& operator<<(std::ostream& out, EventPriority priority) {
 }
 
 }  // namespace Tarvo::Platform
+
+fmt::format_context::iterator fmt::formatter<Tarvo::Platform::EventPriority>::format(
+    Tarvo::Platform::EventPriority priority, fmt::format_context& context) const {
+  const auto text = Tarvo::Platform::isEventPriorityValid(priority)
+                        ? Tarvo::Platform::eventPriorityToString(priority)
+                        : fmt::format("Invalid EventPriority={}", unsigned{priority});
+  return fmt::formatter<fmt::string_view>::format(text, context);
+}

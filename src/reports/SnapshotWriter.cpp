@@ -3,14 +3,13 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
-#include <ctime>
 #include <memory>
 #include <new>
 #include <utility>
 
 #include "Tarvo/Allocator.h"
 #include "foundation/Uncancelled.h"
+#include "foundation/WithoutSigpipe.h"
 #include "reports/StatsJson.h"
 #include "reports/StatsPrometheus.h"
 
@@ -21,24 +20,9 @@ namespace {
 constexpr std::size_t pieceBytes = 65536;
 constexpr TaskTimeDuration snapshotQuantum = 1'000'000;
 
-/// write(), without the signal that a pipe or socket without a reader would send.
 ssize_t writeQuietly(int fd, std::string_view bytes) {
-  sigset_t pipe;
-  sigset_t before;
-  sigset_t pending;
-  sigemptyset(&pipe);
-  sigaddset(&pipe, SIGPIPE);
-  sigpending(&pending);
-  pthread_sigmask(SIG_BLOCK, &pipe, &before);
-  const ssize_t count = write(fd, bytes.data(), bytes.size());
-  const int error = errno;
-  if (count < 0 && error == EPIPE && sigismember(&pending, SIGPIPE) == 0) {
-    const timespec now{0, 0};
-    sigtimedwait(&pipe, nullptr, &now);
-  }
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  errno = error;
-  return count;
+  const Impl::WithoutSigpipe guard;
+  return write(fd, bytes.data(), bytes.size());
 }
 
 /// The task that renders a report and writes it. It renders the next piece only when the last one

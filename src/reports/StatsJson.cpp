@@ -39,6 +39,8 @@ void StatsJson::number(const char* key, Integer value) {
 
 bool StatsJson::step() {
   const auto at = walk_.next();
+  // A scheduler's tasks come first, then its records: the first step that is not at a task ends the
+  // array of tasks.
   if (inScheduler_ && !inCompleted_ && at != StatsWalk::At::task) {
     writer_.EndArray();
     writer_.Key("completed");

@@ -24,6 +24,7 @@ class TaskSchedulerRoot::StatsReset final : public Task {
     scheduleTask();  // here, so that the reset goes on when a hook throws
     while (true) {
       if (walk_.next() == StatsWalk::At::end) break;
+      // Not this task itself: its present run is not over.
       if (walk_.at() != StatsWalk::At::task || &walk_.task() != this) walk_.reset();
       if (taskShouldYield()) return;
     }

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "Tarvo/TaskSchedulerHistory.h"
 #include "foundation/JsonWriter.h"
 #include "foundation/Utf8.h"
 #include "reports/StatsWalk.h"

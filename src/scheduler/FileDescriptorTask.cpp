@@ -3,7 +3,9 @@
 #include <utility>
 
 #include "Tarvo/Allocator.h"
+#include "Tarvo/Assert.h"
 #include "Tarvo/TaskScheduler.h"
+#include "Tarvo/TaskSchedulerHistory.h"
 #include "platform/libevent/DeferredFdControl.h"
 
 namespace Tarvo {

@@ -4,7 +4,9 @@
 #include <utility>
 
 #include "Tarvo/Allocator.h"
+#include "Tarvo/Assert.h"
 #include "Tarvo/TaskScheduler.h"
+#include "Tarvo/TaskSchedulerHistory.h"
 
 namespace Tarvo {
 

@@ -4,6 +4,7 @@
 
 #include "Tarvo/Platform.h"
 #include "Tarvo/TaskScheduler.h"
+#include "Tarvo/TaskSchedulerHistory.h"
 #include "Tarvo/TimerWheel.h"
 #include "scheduler/SchedulerTrace.h"
 #include "scheduler/WorkMark.h"
@@ -22,6 +23,7 @@ TaskImpl::TaskImpl(std::shared_ptr<TaskScheduler> scheduler, TaskPriority priori
     taskShouldYieldModeReevaluate();
     handleInitialized();
   } catch (...) {
+    // The destructor will not run, so leave the scheduler's set of tasks with a test yield ratio.
     taskTestYieldRatioEffectiveIs(0);
     throw;
   }
@@ -44,6 +46,8 @@ void TaskImpl::checkLayout() const {
 
 void TaskImpl::handleInitialized() { taskScheduler()->taskRegister(this); }
 
+// Runs once per class of the hierarchy. The magic number tells whether it has unregistered the task
+// already; it also catches a scheduleTask() from a hook after that.
 void TaskImpl::handleDestroy() {
   TaskImpl::unscheduleTask();
   taskTestYieldRatioEffectiveIs(0);
@@ -103,11 +107,13 @@ void TaskImpl::unscheduleTaskPrivate(TaskClock::time_point now) {
 void TaskImpl::schedulingLatencyIs(TaskClock::time_point now) {
   // A step starts with the time at which the last run ended. A task may have been scheduled after
   // that, so the difference may be negative.
-  taskLastSchedulingLatency_ = std::max(TaskTimeDuration{0}, nanoseconds(now - taskScheduledTime_));
-  taskSchedulingLatencyHighWaterMark_ =
-      std::max(taskSchedulingLatencyHighWaterMark_, taskLastSchedulingLatency_);
+  figures_.lastSchedulingLatency =
+      std::max(TaskTimeDuration{0}, nanoseconds(now - taskScheduledTime_));
+  figures_.schedulingLatencyHighWaterMark =
+      std::max(figures_.schedulingLatencyHighWaterMark, figures_.lastSchedulingLatency);
 }
 
+// handleTaskBusy() comes last, here and in the callers, because it may destroy the task.
 void TaskImpl::taskBusyIs(bool busy, TaskClock::time_point now) {
   if (busy == taskBusy_) return;
   taskBusy_ = busy;
@@ -135,6 +141,8 @@ void TaskImpl::taskSuspendedIs(bool suspended) {
   }
 }
 
+// The body may do anything, also schedule or suspend its own task. Every way out leads through
+// closeRun(), so that figures and history stay complete when the body throws.
 TaskClock::time_point TaskImpl::taskDoRun(TaskClock::time_point now) {
   now = std::max(now, taskScheduledTime_);  // see schedulingLatencyIs()
   recordEvent(now, TaskSchedulerEventType::runStart);
@@ -145,7 +153,7 @@ TaskClock::time_point TaskImpl::taskDoRun(TaskClock::time_point now) {
   if (taskShouldYieldMode_ == TaskShouldYieldMode::virtualTime) {
     taskScheduler()->virtualRunStartIs(time());
   }
-  ++taskRunCount_;
+  ++figures_.runCount;
   taskCurrentlyRunning_ = true;
   try {
     taskExecute();
@@ -165,6 +173,7 @@ TaskClock::time_point TaskImpl::taskDoRun(TaskClock::time_point now) {
   return closeRun();
 }
 
+// Reads the clock once: the time at which a run ends is also the time of the next step.
 TaskClock::time_point TaskImpl::closeRun(bool threw) {
   taskCurrentlyRunning_ = false;
   const auto end = TaskClock::now();
@@ -175,8 +184,8 @@ TaskClock::time_point TaskImpl::closeRun(bool threw) {
   } else {
     TARVO_TRACE(taskSchedulerTrace, 7, "Ran {} used {}", *this, static_cast<Time>(used) / 1e9);
   }
-  taskRunTimeHighWaterMark_ = std::max(taskRunTimeHighWaterMark_, used);
-  taskTotalRunTime_ += used;
+  figures_.runTimeHighWaterMark = std::max(figures_.runTimeHighWaterMark, used);
+  figures_.totalRunTime += used;
   recordEvent(end, TaskSchedulerEventType::runEnd);
   if (threw) [[unlikely]]
     noteThrow(used);
@@ -185,7 +194,7 @@ TaskClock::time_point TaskImpl::closeRun(bool threw) {
 }
 
 void TaskImpl::noteThrow(TaskTimeDuration used) {
-  ++taskThrewCount_;
+  ++figures_.threwCount;
   taskScheduler()->history().newestThrew();
   // The names are cut so that the line fits its stack buffer: the exception may be std::bad_alloc.
   TARVO_TRACE(taskSchedulerTrace, 0, "{} {:.78} of scheduler {:.30} threw after {:.6f} s",
@@ -198,7 +207,7 @@ void TaskImpl::countViolation(TaskTimeDuration used) {
               static_cast<Time>(used) / 1e9,
               static_cast<std::int64_t>(static_cast<double>(used) /
                                         static_cast<double>(taskQuantum_) * 100));
-  ++(used / 5 >= taskQuantum_ ? taskQuantumViolation500_ : taskQuantumViolation200_);
+  ++(used / 5 >= taskQuantum_ ? figures_.quantumViolation500 : figures_.quantumViolation200);
 }
 
 bool TaskImpl::taskShouldYield() const {
@@ -208,8 +217,9 @@ bool TaskImpl::taskShouldYield() const {
 
 bool TaskImpl::taskShouldYieldAt(TaskClock::time_point now) const {
   taskScheduler()->sanityCheckCurrentRunningThread();
-  TARVO_ASSERT(taskCurrentlyRunning_ || taskRunCount_ == 0,
-               "taskCurrentlyRunning: {} taskRunCount: {}", taskCurrentlyRunning_, taskRunCount_);
+  TARVO_ASSERT(taskCurrentlyRunning_ || figures_.runCount == 0,
+               "taskCurrentlyRunning: {} taskRunCount: {}", taskCurrentlyRunning_,
+               figures_.runCount);
   switch (taskShouldYieldMode_) {
     case TaskShouldYieldMode::steadyClock:
       return now < taskRunStartTime_ || nanoseconds(now - taskRunStartTime_) >= taskQuantum_;
@@ -287,18 +297,18 @@ TaskTimeDuration TaskImpl::taskCurrentRunTime() const {
 
 void TaskImpl::taskWorkCountInc(unsigned long long n) {
   taskScheduler()->sanityCheckCurrentRunningThread();
-  taskWorkCountTotal_ += n;
+  figures_.workCountTotal += n;
   const auto report = static_cast<float>(n);
-  taskWorkCountDecayAvg_ = taskWorkCountHighWaterMark_ == TaskStat::noMark
-                               ? report
-                               : (9.0F * taskWorkCountDecayAvg_ + report) / 10.0F;
-  Impl::raiseMark(taskWorkCountHighWaterMark_, n);
+  figures_.workCountDecayAvg = figures_.workCountHighWaterMark == TaskStat::noMark
+                                   ? report
+                                   : (9.0F * figures_.workCountDecayAvg + report) / 10.0F;
+  Impl::raiseMark(figures_.workCountHighWaterMark, n);
 }
 
 void TaskImpl::taskWorkPendingIs(unsigned int n) {
   taskScheduler()->sanityCheckCurrentRunningThread();
-  taskWorkPending_ = n;
-  Impl::raiseMark(taskWorkPendingHighWaterMark_, n);
+  figures_.workPending = n;
+  Impl::raiseMark(figures_.workPendingHighWaterMark, n);
 }
 
 TaskStat::TaskStatus TaskImpl::taskStatus() const {
@@ -312,30 +322,14 @@ TaskStat::TaskStatus TaskImpl::taskStatus() const {
 
 TaskStat TaskImpl::getStats() const {
   taskScheduler()->sanityCheckCurrentRunningThread();
-  TaskStat stat(taskStatsNameRef(), taskKey_, taskPriority_, taskRunCount_, taskTotalRunTime_,
-                taskWorkCountTotal_, taskWorkCountDecayAvg_, taskWorkCountHighWaterMark_,
-                taskWorkPending_, taskWorkPendingHighWaterMark_, taskQuantumViolation500_,
-                taskQuantumViolation200_, taskRunTimeHighWaterMark_, taskLastSchedulingLatency_,
-                taskSchedulingLatencyHighWaterMark_, 0, taskThrewCount_);
+  TaskStat stat(taskStatsNameRef(), taskKey_, taskPriority_, figures_);
   stat.taskStatusIs(taskStatus());
   return stat;
 }
 
 void TaskImpl::resetStats() {
   taskScheduler()->sanityCheckCurrentRunningThread();
-  taskLastSchedulingLatency_ = 0;
-  taskSchedulingLatencyHighWaterMark_ = 0;
-  taskTotalRunTime_ = 0;
-  taskRunTimeHighWaterMark_ = 0;
-  taskWorkCountTotal_ = 0;
-  taskWorkCountDecayAvg_ = 0;
-  taskWorkCountHighWaterMark_ = TaskStat::noMark;
-  taskWorkPending_ = 0;
-  taskWorkPendingHighWaterMark_ = TaskStat::noMark;
-  taskQuantumViolation500_ = 0;
-  taskQuantumViolation200_ = 0;
-  taskRunCount_ = 0;
-  taskThrewCount_ = 0;
+  figures_ = {};
   handleResetStats();
 }
 

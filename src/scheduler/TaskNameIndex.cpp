@@ -18,6 +18,7 @@ bool TaskNameIndex::addCompleted(const TaskStat& finished) {
   if (isNew) record = &make(isOther ? others_ : finished.taskNameRef(), finished);
   TaskStat figures = finished;
   figures.taskNameIs(record->stat.taskNameRef());
+  // Before the merge: a watcher may want the record as it was.
   for (Watcher& watcher : watchers_) watcher.completing(*record, figures);
   merge(record->stat, figures);
   return isNew;
@@ -69,7 +70,7 @@ void TaskNameIndex::completedMaxIs(unsigned int most) {
     TaskStat figures = stat;
     figures.taskNameIs(others_);
     merge(sum->stat, figures);
-    sum->stat.taskCompletedCountInc(stat.taskCompletedCount() - 1);
+    sum->stat.taskCompletedCountInc(stat.taskCompletedCount() - 1);  // merge() has counted one
     eraseCompleted(record);
   }
 }

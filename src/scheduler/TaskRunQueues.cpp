@@ -1,4 +1,4 @@
-#include "Tarvo/TaskRunQueues.h"
+#include "Tarvo/detail/TaskRunQueues.h"
 
 #include "Tarvo/Assert.h"
 
@@ -28,6 +28,7 @@ TaskImpl* TaskRunQueues::pickOneTask(unsigned from) {
       queue.consecutivePicksReset();
       continue;
     }
+    // The starvation guard. The recursion applies it again among the less urgent queues.
     if (attemptLowerPriorityBump(priority, queue.consecutivePicks())) {
       if (TaskImpl* lower = pickOneTask(priority + 1)) {
         queue.consecutivePicksReset();

@@ -4,6 +4,7 @@
 #include <ostream>
 #include <utility>
 
+#include "Tarvo/TaskSchedulerHistory.h"
 #include "platform/libevent/DeferredFdControl.h"
 #include "platform/libevent/ThreadLoop.h"
 #include "scheduler/SchedulerTrace.h"
@@ -39,6 +40,10 @@ TaskScheduler::TaskScheduler(const String& name, const TaskScheduler& parent)
 
 TaskScheduler::~TaskScheduler() = default;
 
+void TaskScheduler::recordEvent(TaskClock::time_point now, TaskSchedulerEventType type) const {
+  history_->insert(now, type, this);
+}
+
 bool TaskScheduler::resetStatsInProgress() const { return root_->resetStatsInProgress(); }
 
 void TaskScheduler::taskRegister(TaskImpl* task) {
@@ -49,7 +54,7 @@ void TaskScheduler::taskRegister(TaskImpl* task) {
   TARVO_TRACE(taskSchedulerTrace, 3, "{} Register {}", *this, *task);
   if (task->taskScheduler().get() != this) TARVO_ABORT("Task: {} has another scheduler", *task);
   if (task->taskRegisteredLink_.isLinked()) TARVO_ABORT("Task: {} already registered", *task);
-  nameIndex_->add(*task);
+  nameIndex_->add(*task);  // first, as nothing after it throws
   task->recordEvent(TaskClock::now(), TaskSchedulerEventType::create);
   registeredTasks_.push_back(*task);
   tasksPerPriorityInc(task->taskPriority());
@@ -123,6 +128,9 @@ void TaskScheduler::requestNextRun(TaskClock::time_point now) {
   }
 }
 
+// Invariant: while hasRunnableTasks_ is true, a run step has been requested or is in progress. So
+// only the first scheduleTask() after an idle time requests one; each step requests the next, and
+// the step that finds no task clears the flag.
 void TaskScheduler::schedulerHasRunnableTasksIs(bool runnable, TaskClock::time_point now) {
   if (runnable == hasRunnableTasks_) return;
   hasRunnableTasks_ = runnable;

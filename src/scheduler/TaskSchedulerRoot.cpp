@@ -10,6 +10,7 @@
 
 #include "Tarvo/Allocator.h"
 #include "Tarvo/FdToStream.h"
+#include "Tarvo/TaskSchedulerHistory.h"
 #include "Tarvo/Thread.h"
 #include "foundation/PassCancellation.h"
 #include "platform/libevent/Notification.h"
@@ -25,7 +26,7 @@ TaskSchedulerRoot::TaskSchedulerRoot(const String& name)
     : TaskScheduler(name, this, threadCheck_,
                     std::make_shared<TaskSchedulerHistory>(historyEntryCountDefault)),
       callbackControl_(Impl::getSchedulerCallback(this)),
-      threadCheck_{std::this_thread::get_id()},
+      threadCheck_{Locking::Impl::self()},
       threadName_(Tarvo::threadName()),
       pid_(getpid()),
       randomState_(static_cast<unsigned int>(TaskClock::now().time_since_epoch().count()) ^
@@ -46,7 +47,7 @@ void TaskSchedulerRoot::requestSchedulerRun() {
     return;
   }
   if (inSlice_) {
-    stepWanted_ = true;
+    stepWanted_ = true;  // takeSteps() goes on, or callback() requests a callback at its end
   } else if (runSlice_ == 0) {
     callbackControl_->requestCallback();
   } else {
@@ -85,6 +86,8 @@ void TaskSchedulerRoot::callback() {
   if (stepWanted_) requestNextRun(now);
 }
 
+// Each step requests the next one through stepWanted_. The time at which a step ends is passed to
+// the next, which saves a reading of the clock.
 TaskClock::time_point TaskSchedulerRoot::takeSteps(TaskClock::time_point now) {
   const Impl::SchedulerCallback::Slice slice(*callbackControl_, now,
                                              std::chrono::nanoseconds(runSlice_));
@@ -203,10 +206,13 @@ void TaskScheduler::failThreadCheckOfRoot() const { root_->failThreadCheck(); }
 void TaskSchedulerRoot::failThreadCheck() const {
   TARVO_ABORT("Executing in wrong thread {}({}) pid {} scheduler belongs to thread {}({}) pid {}",
               toThreadIdString(std::this_thread::get_id()), Tarvo::threadName(), getpid(),
-              toThreadIdString(threadCheck_.owner), threadName_, pid_);
+              toThreadIdString(std::thread::id(threadCheck_.owner)), threadName_, pid_);
 }
 
 int TaskSchedulerRoot::randomPercent() { return rand_r(&randomState_) / 21474836; }
+
+unsigned int TaskSchedulerRoot::historyEntryCount() const { return history().capacity(); }
+void TaskSchedulerRoot::historyEntryCountIs(unsigned int count) { history().capacityIs(count); }
 
 void TaskSchedulerRoot::clearHistory() noexcept {
   TARVO_TRACE(taskSchedulerTrace, 2, "{} history cleared", *this);

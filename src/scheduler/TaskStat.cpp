@@ -46,6 +46,18 @@ String TaskKey::toStrep() const { return fmt::format("@{}", number_); }
 
 std::ostream& operator<<(std::ostream& out, TaskKey key) { return out << key.toStrep(); }
 
+TaskStat::TaskStat() {
+  figures_.workCountHighWaterMark = 0;
+  figures_.workPendingHighWaterMark = 0;
+}
+
+TaskStat::TaskStat(ConstStringRef taskName, TaskKey taskKey, TaskPriority taskPriority,
+                   const Impl::TaskFigures& figures)
+    : taskName_(std::move(taskName)),
+      taskKey_(taskKey),
+      taskPriority_(taskPriority),
+      figures_(figures) {}
+
 TaskStat::TaskStat(ConstStringRef taskName, TaskKey taskKey, TaskPriority taskPriority,
                    unsigned int taskRunCount, TaskTimeDuration taskTotalRunTime,
                    unsigned long long taskWorkCountTotal, float taskWorkCountDecayAvg,
@@ -55,42 +67,42 @@ TaskStat::TaskStat(ConstStringRef taskName, TaskKey taskKey, TaskPriority taskPr
                    TaskTimeDuration taskLastSchedulingLatency,
                    TaskTimeDuration taskSchedulingLatencyHighWaterMark,
                    unsigned int taskCompletedCount, unsigned int taskThrewCount)
-    : taskName_(std::move(taskName)),
-      taskKey_(taskKey),
-      taskPriority_(taskPriority),
-      taskRunCount_(taskRunCount),
-      taskTotalRunTime_(taskTotalRunTime),
-      taskWorkCountTotal_(taskWorkCountTotal),
-      taskWorkCountDecayAvg_(taskWorkCountDecayAvg),
-      taskWorkCountHighWaterMark_(taskWorkCountHighWaterMark),
-      taskWorkPending_(taskWorkPending),
-      taskWorkPendingHighWaterMark_(taskWorkPendingHighWaterMark),
-      taskQuantumViolation500_(taskQuantumViolation500),
-      taskQuantumViolation200_(taskQuantumViolation200),
-      taskRunTimeHighWaterMark_(taskRunTimeHighWaterMark),
-      taskLastSchedulingLatency_(taskLastSchedulingLatency),
-      taskSchedulingLatencyHighWaterMark_(taskSchedulingLatencyHighWaterMark),
-      taskCompletedCount_(taskCompletedCount),
-      taskThrewCount_(taskThrewCount) {}
+    : TaskStat(std::move(taskName), taskKey, taskPriority,
+               {.lastSchedulingLatency = taskLastSchedulingLatency,
+                .schedulingLatencyHighWaterMark = taskSchedulingLatencyHighWaterMark,
+                .totalRunTime = taskTotalRunTime,
+                .runTimeHighWaterMark = taskRunTimeHighWaterMark,
+                .workCountTotal = taskWorkCountTotal,
+                .workCountDecayAvg = taskWorkCountDecayAvg,
+                .workCountHighWaterMark = taskWorkCountHighWaterMark,
+                .workPending = taskWorkPending,
+                .workPendingHighWaterMark = taskWorkPendingHighWaterMark,
+                .quantumViolation500 = taskQuantumViolation500,
+                .quantumViolation200 = taskQuantumViolation200,
+                .runCount = taskRunCount,
+                .threwCount = taskThrewCount}) {
+  taskCompletedCount_ = taskCompletedCount;
+}
 
 TaskStat& TaskStat::operator+=(const TaskStat& finished) {
   TARVO_ASSERT(taskName() == finished.taskName(), "{} != {}", taskName(), finished.taskName());
-  taskRunCount_ += finished.taskRunCount_;
-  taskTotalRunTime_ += finished.taskTotalRunTime_;
-  taskWorkCountTotal_ += finished.taskWorkCountTotal_;
-  taskWorkCountDecayAvg_ = finished.taskWorkCountDecayAvg_;
-  taskWorkPending_ = finished.taskWorkPending_;
-  Impl::mergeMark(taskWorkCountHighWaterMark_, finished.taskWorkCountHighWaterMark_);
-  Impl::mergeMark(taskWorkPendingHighWaterMark_, finished.taskWorkPendingHighWaterMark_);
-  taskQuantumViolation500_ += finished.taskQuantumViolation500_;
-  taskQuantumViolation200_ += finished.taskQuantumViolation200_;
-  taskRunTimeHighWaterMark_ =
-      std::max(taskRunTimeHighWaterMark_, finished.taskRunTimeHighWaterMark_);
-  taskSchedulingLatencyHighWaterMark_ =
-      std::max(taskSchedulingLatencyHighWaterMark_, finished.taskSchedulingLatencyHighWaterMark_);
-  taskLastSchedulingLatency_ = finished.taskLastSchedulingLatency_;
+  const Impl::TaskFigures& added = finished.figures_;
+  figures_.runCount += added.runCount;
+  figures_.threwCount += added.threwCount;
+  figures_.totalRunTime += added.totalRunTime;
+  figures_.runTimeHighWaterMark =
+      std::max(figures_.runTimeHighWaterMark, added.runTimeHighWaterMark);
+  figures_.quantumViolation500 += added.quantumViolation500;
+  figures_.quantumViolation200 += added.quantumViolation200;
+  figures_.lastSchedulingLatency = added.lastSchedulingLatency;
+  figures_.schedulingLatencyHighWaterMark =
+      std::max(figures_.schedulingLatencyHighWaterMark, added.schedulingLatencyHighWaterMark);
+  figures_.workCountTotal += added.workCountTotal;
+  figures_.workCountDecayAvg = added.workCountDecayAvg;
+  Impl::mergeMark(figures_.workCountHighWaterMark, added.workCountHighWaterMark);
+  figures_.workPending = added.workPending;
+  Impl::mergeMark(figures_.workPendingHighWaterMark, added.workPendingHighWaterMark);
   ++taskCompletedCount_;
-  taskThrewCount_ += finished.taskThrewCount_;
   taskStatus_ = finished.taskStatus_;
   return *this;
 }

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "Tarvo/TaskScheduler.h"
+#include "Tarvo/TaskSchedulerHistory.h"
 #include "platform/LibraryTime.h"
 #include "scheduler/SchedulerTrace.h"
 

@@ -149,6 +149,8 @@ void DebugControl::setExact(const String& name, std::uint16_t bits) {
   }
 }
 
+// A new wildcard starts with the levels of the shorter one that matched so far: otherwise adding a
+// level for a longer prefix would switch off those that the shorter one has switched on.
 void DebugControl::setWildcard(const String& prefix, std::uint16_t bits) {
   const auto known = wildCardDebugsMap_->find(prefix);
   DebugControl* record = known != wildCardDebugsMap_->end()

@@ -171,6 +171,8 @@ void Metric::leave(const char* thrown) {
               name_, thrown);
 }
 
+// The thread has no block for this metric yet. Without memory for one, or while the thread ends,
+// the metric's own number is used: it is shared and slower, but counts.
 void Metric::addFirst(std::uint64_t by) {
   auto* tally = Impl::Tally::own();
   auto* block = tally != nullptr ? tally->makeBlock(number_) : nullptr;

@@ -48,6 +48,7 @@ void DescriptorWalk::enter(pid_t pid) {
   if (!folder_) return;
   OwnedFd descriptors(openat(folder_.get(), "fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!descriptors && isRefused(errno)) {
+    // Zombies and kernel threads refuse too, but have no descriptors that could be missed.
     const auto stat = processStat(folder_.get());
     if (stat && !stat->ended() && !stat->kernelThread()) refused_.push_back(pid);
     return;

@@ -79,7 +79,7 @@ int socketInNamespace(const String& name, int domain, int type, int protocol) {
 }
 
 int sendBufferSize(int fd, std::error_code& error) {
-  int twice = 0;
+  int twice = 0;  // the kernel returns the size with its bookkeeping: twice what was set
   socklen_t length = sizeof twice;
   const int result = getsockopt(fd, SOL_SOCKET, SO_SNDBUF, &twice, &length);
   return answer(result, twice / 2, error);
@@ -95,6 +95,7 @@ int sendBufferSize(int fd) {
 int sendBufferSizeIs(int fd, int bytes, std::error_code& error) {
   error = Impl::errorCode(EINVAL);
   if (bytes < 0) return -1;
+  // SO_SNDBUFFORCE may exceed the system's maximum, but needs CAP_NET_ADMIN.
   int result = setsockopt(fd, SOL_SOCKET, SO_SNDBUFFORCE, &bytes, sizeof bytes);
   if (result != 0 && errno == EPERM) {
     result = setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &bytes, sizeof bytes);

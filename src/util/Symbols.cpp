@@ -113,6 +113,8 @@ class Module {
   }
   void open() {
     String file = path_;
+    // The file was removed or replaced. While the module is mapped, the kernel still gives access
+    // to the mapped file; after that its symbols are lost.
     if (!identity_ || identityOf(file) != identity_) {
       if (closed_ != 0) return;
       file = fmt::format("/proc/self/map_files/{:x}-{:x}", begin_, firstEnd_);

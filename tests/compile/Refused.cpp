@@ -1,5 +1,6 @@
 /// Compiles as it is, and with one of the words below defined is refused with a plain reason.
 
+#include "Tarvo/DebugControl.h"
 #include "Tarvo/Trace.h"
 #include "Tarvo/Util.h"
 

@@ -2,6 +2,7 @@
 #define TARVO_TESTS_SUPPORT_SCHEDULERFIXTURE_H
 
 #include "Tarvo/TaskScheduler.h"
+#include "Tarvo/TaskSchedulerHistory.h"
 #include "support/LoopFixture.h"
 
 namespace testsupport {

@@ -1,3 +1,4 @@
+#include "Tarvo/DebugControl.h"
 #include "Tarvo/Loco.h"
 #include "support/Test.h"
 

@@ -1,4 +1,4 @@
-#include "Tarvo/FunctionScope.h"
+#include "Tarvo/detail/FunctionScope.h"
 
 #include "support/Test.h"
 

@@ -4,7 +4,7 @@
 #include <array>
 #include <cstdint>
 
-#include "Tarvo/TimeoutRecord.h"
+#include "Tarvo/detail/TimeoutRecord.h"
 
 namespace Tarvo::Impl {
 

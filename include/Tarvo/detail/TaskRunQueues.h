@@ -1,5 +1,5 @@
-#ifndef TARVO_TASKRUNQUEUES_H
-#define TARVO_TASKRUNQUEUES_H
+#ifndef TARVO_DETAIL_TASKRUNQUEUES_H
+#define TARVO_DETAIL_TASKRUNQUEUES_H
 
 /// The run queues of one scheduler and the choice of the next task.
 ///
@@ -13,11 +13,11 @@
 #include <array>
 #include <cstdint>
 
-#include "Tarvo/Assert.h"
 #include "Tarvo/Export.h"
 #include "Tarvo/List.h"
 #include "Tarvo/Task.h"
 #include "Tarvo/TaskStat.h"
+#include "Tarvo/detail/Check.h"
 
 namespace Tarvo {
 
@@ -113,7 +113,7 @@ inline void TaskRunQueue::dequeue(TaskImpl& task) {
   ++consecutivePicks_;
   ++dequeuedCount_;
   if (dequeuedCount_ > queuedCount_) [[unlikely]]
-    TARVO_ABORT("taskSchedulerUnlinkTask");
+    TARVO_CHECK_FAILED("taskSchedulerUnlinkTask");
   TaskList::unlink(task);
 }
 

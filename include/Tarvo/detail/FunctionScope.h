@@ -1,5 +1,5 @@
-#ifndef TARVO_FUNCTIONSCOPE_H
-#define TARVO_FUNCTIONSCOPE_H
+#ifndef TARVO_DETAIL_FUNCTIONSCOPE_H
+#define TARVO_DETAIL_FUNCTIONSCOPE_H
 
 /// Names for trace and assertion statements, taken from the compiler at compile time.
 ///
