@@ -61,6 +61,7 @@ class StopSignals : public Tarvo::FileDescriptorTask {
 /// Returns when it was told to stop.
 void serve(double idleSeconds, const std::string& directory, int port) {
   kv::Service service;
+  service.root->runSliceIs(100'000);  // whom the kernel reports may wait so long: 100 us
   const auto signals = std::make_shared<StopSignals>(service.root);
   auto listener = std::make_shared<kv::Listener>(service, idleSeconds, port);
   if (!directory.empty()) service.root->historyEntryCountIs(20'000);  // the last second, about

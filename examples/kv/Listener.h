@@ -16,8 +16,6 @@
 
 namespace kv {
 
-using namespace std::chrono_literals;
-
 /// Accepts clients on a port, any free one for port 0, and owns their connections.
 class Listener : public Tarvo::FileDescriptorTask, Tarvo::Debuggable {
  public:
