@@ -111,13 +111,11 @@ bool TimerWheel::mayStay(const TimerWheelEvent& event, Tick tick) const {
          timeouts_->holds(event) && !Platform::fastForward();
 }
 
-Impl::TimingWheel& TimerWheel::wheelOf(const TimerWheelEvent& event) const {
-  const TimerWheel* wheel = this;
-  if (!timeouts_->holds(event) && loop_ != nullptr) {
-    wheel = loop_->wheels();
-    while (wheel != nullptr && !wheel->timeouts_->holds(event)) wheel = wheel->nextOfThread_;
-  }
-  return wheel != nullptr ? *wheel->timeouts_ : *timeouts_;
+Impl::TimingWheel& TimerWheel::otherWheelOf(const TimerWheelEvent& event) const {
+  const TimerWheel* wheel = loop_ != nullptr ? loop_->wheels() : nullptr;
+  while (wheel != nullptr && !wheel->timeouts_->holds(event)) wheel = wheel->nextOfThread_;
+  TARVO_CHECK(wheel != nullptr && "the timer runs on a wheel of another thread");
+  return *wheel->timeouts_;
 }
 
 void TimerWheel::timerStop(TimerWheelEvent* event) {
@@ -128,7 +126,7 @@ void TimerWheel::timerStop(TimerWheelEvent* event) {
   TARVO_TRACE(timerWheelTrace, 9, "timer {} del timeout", event);
   switch (event->state()) {
     case inTimerWheel:
-      wheelOf(*event).remove(*event);
+      (timeouts_->holds(*event) ? *timeouts_ : otherWheelOf(*event)).remove(*event);
       break;
     case inTimersExpiryingSoon:
       timersExpiryingSoon_->remove(*event);

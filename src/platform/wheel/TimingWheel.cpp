@@ -4,8 +4,6 @@
 #include <atomic>
 #include <bit>
 
-#include "Tarvo/Assert.h"
-
 namespace Tarvo::Impl {
 
 std::uint32_t TimingWheel::newNumber() {
@@ -40,13 +38,12 @@ void TimingWheel::link(TimeoutRecord& record) {
 }
 
 void TimingWheel::remove(TimeoutRecord& record) {
-  TARVO_CHECK(holds(record) && "the timer runs on another wheel");
   TimeoutList::remove(record);
-  if (record.expires_ <= now_) return;  // it was among the expired ones
+  const bool last = record.next_ == record.previous_;
+  if (!last || record.expires_ <= now_) return;  // the slot has others, or it was an expired timer
   // Its slot follows from its expiry: the present has not moved past a higher digit since.
   const unsigned level = levelOf(record.expires_ ^ now_);
-  const unsigned slot = digit(record.expires_, level);
-  if (levels_[level].slots[slot].empty()) vacate(level, slot);
+  vacate(level, digit(record.expires_, level));
 }
 
 void TimingWheel::vacate(unsigned level, unsigned slot) {

@@ -35,7 +35,7 @@ class TimingWheel {
 
   /// Due at `expires`; at once when that is not later than now(). REQUIRES: in no list.
   void add(TimeoutRecord& record, Tick expires);
-  /// Aborts when the record is in another wheel. REQUIRES: in a wheel.
+  /// REQUIRES: in this wheel.
   void remove(TimeoutRecord& record);
 
   /// Whether it is this wheel that the record is in. REQUIRES: in a wheel.
