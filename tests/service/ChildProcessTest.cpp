@@ -1,7 +1,6 @@
 #include "Tarvo/ChildProcess.h"
 
 #include <dlfcn.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 
 #include <csignal>
@@ -42,6 +41,9 @@ struct TestChild : Tarvo::ChildProcess {
 
 ChildCommand shell(const String& script) { return {.argv = {"sh", "-c", script}}; }
 
+/// Runs until its input ends.
+ChildCommand reader() { return {.argv = {"cat"}, .in = ChildStream::pipe()}; }
+
 /// Reads up to the end of the pipe, which it closes.
 String all(int fd) {
   fcntl(fd, F_SETFL, 0);
@@ -78,9 +80,7 @@ TEST_F(ChildProcessTest, EachEndIsARunAndMayStartTheNext) {
       child->start(shell("kill -9 $$"));
       EXPECT_THAT(failureOf([&] { child->start(shell("")); }), HasSubstr("has not ended"));
     } else if (log.size() == 2) {
-      auto third = shell("exec cat");
-      third.in = ChildStream::pipe();  // whose end nobody takes
-      child->start(third);
+      child->start(reader());
       child->scheduleTask();
       EXPECT_GT(child->pid(), 0);
       EXPECT_TRUE(child->kill(SIGTERM));
@@ -108,33 +108,23 @@ TEST_F(ChildProcessTest, HasTheStreamsAndTheSurroundingsOfItsCommandAndNothingEl
   command.folder = folder;
   command.in = command.out = ChildStream::pipe();
   command.newProcessGroup = true;
-  const String path = folder + "/errors";
-  for (const auto opening : {ChildStream::append, ChildStream::append, ChildStream::truncate}) {
-    command.err = ChildStream::file(path, opening);
-    child->start(command);
-    EXPECT_EQ(getpgid(child->pid()), child->pid());
-    const int in = child->takeIn(), out = child->takeOut();
-    EXPECT_EQ(child->takeIn(), -1);
-    EXPECT_EQ(child->takeErr(), -1);
-    EXPECT_EQ(fcntl(out, F_GETFD), FD_CLOEXEC);
-    char none;
-    EXPECT_EQ(read(out, &none, 1) + errno, EAGAIN - 1);
-    EXPECT_EQ(write(in, "in\n", 3), 3);
-    close(in);
-    EXPECT_EQ(all(out), "in\nvalue " + folder + "\n4\n2\n");
-    runLoop();
-    EXPECT_EQ(std::filesystem::file_size(path),
-              opening == ChildStream::append ? 5 * log.size() : 5);
-  }
+  command.err = ChildStream::file(folder + "/errors");
+  child->start(command);
+  EXPECT_EQ(getpgid(child->pid()), child->pid());
+  const int in = child->takeIn(), out = child->takeOut();
+  EXPECT_EQ(child->takeIn(), -1);
+  char none;
+  EXPECT_EQ(read(out, &none, 1) + errno, EAGAIN - 1);
+  EXPECT_EQ(write(in, "in\n", 3), 3);
+  close(in);
+  EXPECT_EQ(all(out), "in\nvalue " + folder + "\n4\n2\n");
+  runLoop();
   signal(SIGINT, before);
   pthread_sigmask(SIG_UNBLOCK, &usr1, nullptr);
   close(leaked);
-  command = shell("cat; exit 5");
-  command.in = ChildStream::file(path);
-  command.out = ChildStream::null();
-  child->start(command);
+  child->start({.argv = {"grep", "-q", "oops"}, .in = ChildStream::file(folder + "/errors")});
   runLoop();
-  EXPECT_EQ(log.back(), "exited with 5");
+  EXPECT_EQ(log.back(), "exited with 0");
 }
 
 TEST_F(ChildProcessTest, StandardDescriptorsThatTheParentLacksDisturbNothing) {
@@ -173,43 +163,18 @@ TEST_F(ChildProcessTest, WhatCannotBeHadIsToldAndLeavesNothing) {
   command.out = ChildStream::descriptor(-1);
   EXPECT_EQ(refused(command), "cannot copy descriptor -1: Bad file descriptor");
   EXPECT_EQ(refused(shell("a\0b"s)), "cannot pass on a\\0b: Invalid argument");
-  EXPECT_EQ(refused({}), "cannot start a program without a name: Invalid argument");
-  command = shell("exec cat");
-  command.in = command.out = ChildStream::pipe();
+  EXPECT_THAT(refused({}), StartsWith("cannot start a program without a name"));
   for (const int which : {1, 2}) {
     processesRefused = which;
-    EXPECT_THAT(refused(command), EndsWith("Too many open files"));
-    EXPECT_TRUE(noChildren());
-    EXPECT_EQ(openDescriptors(), opened);
+    EXPECT_THAT(refused(reader()), EndsWith("Too many open files"));
   }
-  command.err = ChildStream::null();
-  rlimit limit;
-  getrlimit(RLIMIT_NOFILE, &limit);
-  int wants = 0;
-  for (auto most = limit; !child->running() && wants < 20; ++wants) {
-    most.rlim_cur = static_cast<rlim_t>(opened - 1 + wants);  // one reads the folder of them
-    setrlimit(RLIMIT_NOFILE, &most);
-    const auto error = refused(command);
-    setrlimit(RLIMIT_NOFILE, &limit);
-    if (child->running()) break;
-    EXPECT_THAT(error, EndsWith("Too many open files"));
-    EXPECT_EQ(openDescriptors(), opened);
-  }
-  EXPECT_EQ(wants, 5);
-  close(child->takeIn());
-  runLoop();
-  EXPECT_THAT(log, ElementsAre("exited with 0"));
 }
 
 TEST_F(ChildProcessTest, WhoeverDropsItLeavesNoZombie) {
-  auto command = shell("exec cat");
-  command.in = ChildStream::pipe();
-  child->start(command);
+  child->start(reader());
   const pid_t pid = child->pid();
   const int in = child->takeIn();
-  std::weak_ptr<TestChild> task = child;
   child.reset();
-  EXPECT_TRUE(task.expired());
   EXPECT_EQ(::kill(pid, 0), 0);
   close(in);
   while (::kill(pid, 0) == 0) std::this_thread::yield();  // until it is waited for
@@ -239,9 +204,7 @@ TEST_F(ChildProcessTest, AnEndThatOthersWaitedForIsUnknown) {
 }
 
 TEST_F(ChildProcessTest, AForkLeavesItToTheParent) {
-  auto command = shell("exec cat");
-  command.in = ChildStream::pipe();
-  child->start(command);
+  child->start(reader());
   EXPECT_EQ(runForked([&] {
               if (child->running() || child->kill(SIGKILL)) return 1;
               runTurns(3);
