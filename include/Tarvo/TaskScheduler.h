@@ -60,7 +60,8 @@
 ///
 /// The thread rule: a root, and everything registered with it, is used on the thread that made it.
 /// Every operation compares std::this_thread::get_id() with the root's thread, and ends the process
-/// when they differ. Other threads wake a root through a descriptor that one of its tasks watches.
+/// when they differ. Other threads reach its tasks through wakers (Tarvo/TaskWaker.h) and inboxes
+/// (Tarvo/Inbox.h).
 ///
 /// In a child made by fork(), the thread that forked may continue with its root, once
 /// leForkReinit() has given it an event base of its own. (Its std::thread::id is unchanged;
