@@ -1,6 +1,7 @@
 // A descriptor task serves one end of a connection and sends back what it reads, however slowly the
 // other end takes it.
 
+#include <Tarvo/MakeTask.h>
 #include <Tarvo/TaskScheduler.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -45,37 +46,25 @@ struct Echo : Tarvo::FileDescriptorTask {
   std::string pending;
 };
 
-/// The other end: sends its lines and prints what comes back.
-struct Client : Tarvo::FileDescriptorTask {
-  Client(std::shared_ptr<Tarvo::TaskScheduler> scheduler, int fd)
-      : FileDescriptorTask(std::move(scheduler), Tarvo::TaskPriority::low, "client") {
-    taskWatchFdIs(fd);
-    taskWatchWritableIs(true);
-  }
-  void taskExecuteWritable() override {
-    constexpr std::string_view lines = "one\ntwo\nthree\n";
-    left = lines.size();
-    if (write(taskWatchFd(), lines.data(), lines.size()) < 0) std::perror("write");
-  }
-  void taskExecuteReadable() override {
-    std::array<char, 4096> bytes;
-    const auto count = read(taskWatchFd(), bytes.data(), bytes.size());
-    if (count <= 0) return;
-    std::fwrite(bytes.data(), 1, static_cast<std::size_t>(count), stdout);
-    left -= static_cast<std::size_t>(count);
-    if (left == 0) taskWatchFdDel();  // nothing more to wait for
-  }
-  std::size_t left = 0;
-};
-
 int main() {
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) return 1;
-  const auto scheduler = Tarvo::schedulerRootTarvo();
-  const auto echo = std::make_shared<Echo>(scheduler, ends[0]);
+  const auto root = Tarvo::schedulerRootTarvo();
+  const auto echo = std::make_shared<Echo>(root, ends[0]);
+  constexpr std::string_view lines = "one\ntwo\nthree\n";
+  if (write(ends[1], lines.data(), lines.size()) < 0) std::perror("write");
   {
-    const auto client = std::make_shared<Client>(scheduler, ends[1]);
-    while (client->taskWatchFd() >= 0) Tarvo::Platform::doEventLoop(0.1);
+    const auto client = Tarvo::makeDescriptorTask(
+        root, Tarvo::TaskPriority::low, "client", ends[1],
+        [left = lines.size()](Tarvo::FileDescriptorTask& self) mutable {
+          std::array<char, 4096> bytes;
+          const auto count = read(self.taskWatchFd(), bytes.data(), bytes.size());
+          if (count <= 0) return;
+          std::fwrite(bytes.data(), 1, static_cast<std::size_t>(count), stdout);
+          left -= static_cast<std::size_t>(count);
+          if (left == 0) Tarvo::Platform::stopEventLoop();
+        });
+    Tarvo::Platform::doEventLoop();
   }
   close(ends[1]);
   std::printf("echoed %llu bytes in %u runs\n", echo->taskWorkCountReadableTotal(),

@@ -19,29 +19,23 @@ constexpr double hour = 60 * minute;
 constexpr double day = 24 * hour;
 
 /// Something that happens again and again, from a first time on.
-class Job : public Tarvo::TimerWheelEvent {
- public:
-  Job(std::shared_ptr<Tarvo::TimerWheel> wheel, std::string name, double first, double every)
-      : wheel_(std::move(wheel)), name_(std::move(name)), every_(every) {
-    setTimeout(wheel_, first);
+struct Job : Tarvo::TimerWheelEvent {
+  Job(std::shared_ptr<Tarvo::TimerWheel> itsWheel, std::string itsName, double first, double again)
+      : wheel(std::move(itsWheel)), name(std::move(itsName)), every(again) {
+    setTimeout(wheel, first);
   }
-  ~Job() override { delTimeout(wheel_); }
+  ~Job() override { delTimeout(wheel); }
 
   void timeout() override {
-    times_.push_back(Tarvo::time() - midnight_);
-    setTimeout(wheel_, every_);
+    times.push_back(Tarvo::time() - midnight);
+    setTimeout(wheel, every);
   }
 
-  const std::string& name() const { return name_; }
-  /// When it ran, in seconds since the start.
-  const std::vector<double>& times() const { return times_; }
-
- private:
-  std::shared_ptr<Tarvo::TimerWheel> wheel_;
-  std::string name_;
-  double every_;
-  double midnight_ = Tarvo::time();
-  std::vector<double> times_;
+  const std::shared_ptr<Tarvo::TimerWheel> wheel;
+  const std::string name;
+  const double every;
+  const double midnight = Tarvo::time();
+  std::vector<double> times;  // when it ran, in seconds since the start
 };
 
 std::string clockText(double seconds) {
@@ -68,13 +62,13 @@ int main() {
 
   std::multimap<double, std::string> schedule;
   for (const Job* job : {&backup, &report, &rotate}) {
-    for (const double when : job->times()) schedule.emplace(when, job->name());
+    for (const double when : job->times) schedule.emplace(when, job->name);
   }
   for (const auto& [when, name] : schedule) {
     std::printf("%s  %s\n", clockText(when).c_str(), name.c_str());
   }
-  std::printf("%zu heartbeats, the last at %s\n", heartbeat.times().size(),
-              clockText(heartbeat.times().back()).c_str());
+  std::printf("%zu heartbeats, the last at %s\n", heartbeat.times.size(),
+              clockText(heartbeat.times.back()).c_str());
   const std::chrono::duration<double> real = std::chrono::steady_clock::now() - realBegin;
   std::printf("a day in %.3f s\n", real.count());
 }
