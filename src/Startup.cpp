@@ -13,6 +13,7 @@
 #include "platform/TraceHandles.h"
 #include "platform/libevent/LibeventBase.h"
 #include "scheduler/SchedulerTrace.h"
+#include "service/SignalWatch.h"
 #include "trace/Backtrace.h"
 #include "trace/LocalTime.h"
 #include "util/UtilTrace.h"
@@ -30,6 +31,12 @@ Platform::DebugHandler* makeHandle(const char* name) {
 void beforeFork() {
   Impl::keepOffsetForChild();
   Impl::holdChanges();
+  Impl::holdSignals();
+}
+
+void afterFork() {
+  Impl::releaseSignals();
+  Impl::releaseChanges();
 }
 
 void reviveForkedChild() {
@@ -38,6 +45,7 @@ void reviveForkedChild() {
   Impl::reviveLoco();
   Impl::keepOffsetInChild();
   Impl::markBaseShared();
+  Impl::forgetSignalsInChild();
 }
 
 void startUp() {
@@ -53,7 +61,7 @@ void startUp() {
   Impl::installTerminateHandler();
   // 4. The hooks of fork(): AtFork.h says why. setupHandler() comes last, so that isForkedChild()
   //    is true only when the child is repaired.
-  const int error = pthread_atfork(beforeFork, Impl::releaseChanges, reviveForkedChild);
+  const int error = pthread_atfork(beforeFork, afterFork, reviveForkedChild);
   TARVO_CHECK(error == 0);
   Platform::setupHandler();
   // 5. The modules' handles.

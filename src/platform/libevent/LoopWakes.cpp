@@ -184,6 +184,10 @@ void LoopWakes::renew() {
   event_del(&event_);
   if (!keepers_.empty()) event_del(&keeping_);
   ::close(ofParent);
+  for (auto keeper = keepers_.begin(); keeper != keepers_.end();) {
+    LoopKeeping& each = *keeper++;
+    if (!each.inForkedChildToo()) each.link_.unlink();
+  }
   try {
     fd_.store(makeEventfd(), std::memory_order_relaxed);
     listen();

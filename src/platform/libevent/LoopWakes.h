@@ -55,6 +55,8 @@ class LoopKeeping {
   friend class LoopWakes;
   /// Called on the thread before its loop is destroyed: no request will be served from then on.
   virtual void loopEnds() noexcept = 0;
+  /// Whether the loop of a forked child waits for it as well.
+  virtual bool inForkedChildToo() const noexcept { return true; }
 
   const std::shared_ptr<LoopWakes> loop_;
   ListLinkNode link_;
