@@ -25,70 +25,76 @@ Lines listing(const String& prefix) {
   return lines;
 }
 
-/// The same configuration by brute force: three kinds of entries, each a name and its levels.
+String withLevels(String name, unsigned levels) {
+  if (levels == 1023) return name + "/*";
+  name += '/';
+  for (int level = 0; level < 10; ++level)
+    if (levels & (1U << level)) name += std::to_string(level);
+  return name;
+}
+
+/// The same configuration by brute force: a list of entries of all three kinds.
 class Model {
  public:
-  using Entries = std::multimap<String, unsigned>;
-
-  void set(const String& name, unsigned bits, bool wildcard) {
-    Entries& records = wildcard ? wildcards_ : exact_;
-    auto record = records.find(name);
-    if (record == records.end()) record = records.emplace(name, shortestPrefix(name).second);
-    const unsigned all = record->second |= bits;
-    forEach(name, wildcard, [all](unsigned& levels) { levels |= all; });
+  void set(const String& name, unsigned levels, bool wildcard) {
+    const String& kind = wildcard ? wild : exact;
+    if (!find(kind, name)) entries_.push_back({kind, name, inherited(name).value_or(0)});
+    const unsigned all = find(kind, name)->levels |= levels;
+    for (auto& entry : entries_)
+      if (entry.isHit(name, wildcard)) entry.levels |= all;
   }
 
-  void clear(const String& name, unsigned bits, bool wildcard) {
-    const bool masked = !wildcard && exact_.count(name) == 0 && shortestPrefix(name).first;
-    if (masked) handlers_.emplace(name, shortestPrefix(name).second);
-    forEach(name, wildcard, [bits](unsigned& levels) { levels &= ~bits; });
-    if (wildcard) std::erase_if(wildcards_, [](const auto& record) { return record.second == 0; });
-    std::erase_if(exact_, [&](const auto& record) {
-      return record.second == 0 && hit(record.first, name, wildcard) &&
-             !shortestPrefix(record.first).first;
+  void clear(const String& name, unsigned levels, bool wildcard) {
+    if (!wildcard && !find(exact, name) && inherited(name)) get(name);
+    for (auto& entry : entries_)
+      if (entry.isHit(name, wildcard)) entry.levels &= ~levels;
+    const auto eraseEmpty = [&](const String& kind, auto condition) {
+      std::erase_if(entries_, [&](const Entry& entry) {
+        return entry.kind == kind && entry.levels == 0 && condition(entry);
+      });
+    };
+    eraseEmpty(wild, [&](const Entry&) { return wildcard; });
+    eraseEmpty(exact, [&](const Entry& entry) {
+      return entry.isHit(name, wildcard) && !inherited(entry.name);
     });
   }
 
   void get(const String& name) {
-    const auto record = exact_.find(name);
-    handlers_.emplace(name, record != exact_.end() ? record->second : shortestPrefix(name).second);
+    const Entry* record = find(exact, name);
+    const unsigned levels = record ? record->levels : inherited(name).value_or(0);
+    entries_.push_back({"Handlers:", name, levels});
   }
 
   Lines listing() const {
     Lines lines;
-    const auto add = [&](const char* section, const Entries& entries, const char* star) {
-      for (const auto& [name, levels] : entries) {
-        lines.push_back(section + name + star + '/' + (levels == 1023 ? "*" : ""));
-        for (int i = 0; i < 10 && levels != 1023; ++i)
-          if (levels & (1U << i)) lines.back() += std::to_string(i);
-      }
-    };
-    add("Handlers:", handlers_, "");
-    add("Specific:", exact_, "");
-    add("Wildcard:", wildcards_, "*");
+    for (const auto& [kind, name, levels] : entries_)
+      lines.push_back(kind + withLevels(name + (kind == wild ? "*" : ""), levels));
     std::sort(lines.begin(), lines.end());
     return lines;
   }
 
  private:
-  static bool hit(const String& other, const String& name, bool wildcard) {
-    return wildcard ? other.starts_with(name) : other == name;
-  }
-  template <typename Change>
-  void forEach(const String& name, bool wildcard, Change change) {
-    for (Entries* entries : {&wildcards_, &exact_, &handlers_})
-      for (auto& [other, levels] : *entries)
-        if (hit(other, name, wildcard) && (wildcard || entries != &wildcards_)) change(levels);
-  }
-  std::pair<bool, unsigned> shortestPrefix(const String& name) const {
-    for (size_t size = 0; size <= name.size(); ++size) {
-      const auto found = wildcards_.find(name.substr(0, size));
-      if (found != wildcards_.end()) return {true, found->second};
+  static inline const String exact = "Specific:", wild = "Wildcard:";
+  struct Entry {
+    String kind, name;
+    unsigned levels;
+    bool isHit(const String& wanted, bool wildcard) const {
+      return wildcard ? name.starts_with(wanted) : name == wanted && kind != wild;
     }
-    return {false, 0};
+  };
+  Entry* find(const String& kind, const String& name) {
+    for (auto& entry : entries_)
+      if (entry.kind == kind && entry.name == name) return &entry;
+    return nullptr;
+  }
+  /// From the shortest wildcard that matches.
+  std::optional<unsigned> inherited(const String& name) {
+    for (std::size_t size = 0; size <= name.size(); ++size)
+      if (const auto* entry = find(wild, name.substr(0, size))) return entry->levels;
+    return {};
   }
 
-  Entries exact_, wildcards_, handlers_;
+  std::list<Entry> entries_;
 };
 
 TEST(DebugConfigTest, AgreesWithANaiveMatcher) {
@@ -103,17 +109,15 @@ TEST(DebugConfigTest, AgreesWithANaiveMatcher) {
     for (int step = 0; step < 150; ++step) {
       const String name = root + tails[random() % tails.size()];
       const bool wildcard = random() % 3 == 0;
-      const unsigned bits = random() % 12 == 0 ? 1023 : random() & random() & 1023;
-      String spec = name + (wildcard ? "*/" : "/") + (bits == 1023 ? "*" : "");
-      for (int level = 0; level < 10; ++level)
-        if (bits & (1U << level)) spec += std::to_string(level);
+      const unsigned levels = random() % 12 == 0 ? 1023 : random() & random() & 1023;
+      const auto spec = withLevels(name + (wildcard ? "*" : ""), levels);
       const auto what = random() % 4;
       if (what == 0) {
         kept.push_back(getDebugHandler(name));
         model.get(name);
       } else {
         what == 1 ? setupTarvoDebug(spec.c_str()) : clearTarvoDebug(spec.c_str());
-        what == 1 ? model.set(name, bits, wildcard) : model.clear(name, bits, wildcard);
+        what == 1 ? model.set(name, levels, wildcard) : model.clear(name, levels, wildcard);
       }
       ASSERT_EQ(listing(root), model.listing()) << "step " << step << " " << spec;
     }
