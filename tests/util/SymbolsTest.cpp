@@ -9,24 +9,17 @@
 
 namespace {
 
+using namespace testsupport;
 using Tarvo::Symbols;
-using testing::EndsWith;
-using testing::HasSubstr;
 
 void run(const std::string& command) { ASSERT_EQ(std::system(command.c_str()), 0) << command; }
 
-class SymbolsTest : public testing::Test {
- protected:
-  SymbolsTest() : folder(testing::TempDir() + "symbols" + std::to_string(getpid()) + "/") {
-    std::filesystem::create_directories(folder + ".debug");
-    std::filesystem::copy_file(SYMBOLS_MODULE, module);
-  }
-  ~SymbolsTest() override { std::filesystem::remove_all(folder); }
+struct SymbolsTest : TempFolder {
+  SymbolsTest() { std::filesystem::copy_file(SYMBOLS_MODULE, module); }
 
   void open() {
     library = dlopen(module.c_str(), RTLD_NOW);
-    const auto find = reinterpret_cast<void* (*)()>(dlsym(library, "knownPlace"));
-    place = find();
+    place = reinterpret_cast<void* (*)()>(dlsym(library, "knownPlace"))();
   }
   void expectKnown(const Tarvo::Symbol& symbol, int line = 3) const {
     EXPECT_EQ(symbol.function, "known::Place::here(int)");
@@ -35,8 +28,7 @@ class SymbolsTest : public testing::Test {
     EXPECT_EQ(symbol.module, module);
   }
 
-  const std::string folder;
-  const std::string module = folder + "module.so";
+  const std::string module = folder + "/module.so";
   void* library = nullptr;
   void* place = nullptr;
 };
@@ -48,11 +40,11 @@ TEST_F(SymbolsTest, NamesCodeFromTheModuleAndFromASeparateDebugFile) {
   expectKnown(symbols.of(static_cast<char*>(place) + 8), 4);
   EXPECT_EQ(symbols.of(reinterpret_cast<void*>(getauxval(AT_SYSINFO_EHDR))).module, "[vdso]");
   EXPECT_EQ(symbols.of(nullptr).text(), "0x0");
-  const auto text = symbols.of(place).text();
-  EXPECT_THAT(text, testing::ContainsRegex("^known::Place::here\\(int\\) at /.*Module.cpp:3 in "));
+  EXPECT_THAT(symbols.of(place).text(),
+              MatchesRegex("known::Place::here\\(int\\) at /.*Module.cpp:3 in .*"));
   dlclose(library);
 
-  const auto debug = folder + ".debug/module.debug";
+  const auto debug = folder + "/module.debug";
   run("objcopy --only-keep-debug --remove-section=.debug_aranges " + module + " " + debug +
       " && strip " + module + " && objcopy --add-gnu-debuglink=" + debug + " " + module);
   open();
@@ -65,9 +57,9 @@ TEST_F(SymbolsTest, NamesCodeFromTheModuleAndFromASeparateDebugFile) {
 TEST_F(SymbolsTest, ABacktraceNamesTheModuleThatIsLoadedNow) {
   static std::string text;
   for (const char* name : {"one.so", "two.so", "one.so"}) {
-    std::filesystem::copy_file(SYMBOLS_MODULE, folder + name,
+    std::filesystem::copy_file(SYMBOLS_MODULE, folder + '/' + name,
                                std::filesystem::copy_options::skip_existing);
-    library = dlopen((folder + name).c_str(), RTLD_NOW);
+    library = dlopen((folder + '/' + name).c_str(), RTLD_NOW);
     const auto call = reinterpret_cast<void (*)(void (*)())>(dlsym(library, "callBack"));
     for (int round = 0; round < 2; ++round) {  // looked up, then remembered
       call([] { text = Tarvo::Backtrace(true).pretty(); });
@@ -86,26 +78,24 @@ TEST_F(SymbolsTest, RemembersAClosedModuleButNoOtherFileUnderItsName) {
   EXPECT_FALSE(read.of(place).closed);
   dlclose(library);
   for (auto* symbols : {&read, &unread}) {
-    const auto symbol = symbols->of(place);
-    expectKnown(symbol);
-    EXPECT_TRUE(symbol.closed);
+    expectKnown(symbols->of(place));
+    EXPECT_TRUE(symbols->of(place).closed);
   }
   EXPECT_EQ(Symbols().of(place).module, "");
-  std::filesystem::rename(module, folder + "old");
+  std::filesystem::rename(module, folder + "/old");
   std::filesystem::copy_file(SYMBOLS_MODULE, module);  // equal, but who knows
-  const auto symbol = replaced.of(place);
-  EXPECT_EQ(symbol.module, module);
-  EXPECT_EQ(symbol.function, "");
+  EXPECT_EQ(replaced.of(place).module, module);
+  EXPECT_EQ(replaced.of(place).function, "");
   expectKnown(read.of(place));
-  std::filesystem::rename(folder + "old", module);
+  std::filesystem::rename(folder + "/old", module);
   open();
   EXPECT_FALSE(read.of(place).closed);
   dlclose(library);
 }
 
 TEST_F(SymbolsTest, IsLoadedWhenWantedAndMissingIsAnError) {
-  std::filesystem::copy_file(LIBRARY, folder + "libTarvo.so.0.1");
-  const auto alone = testsupport::runProgram("LD_LIBRARY_PATH=" + folder + " " STACK_REPORT);
+  std::filesystem::copy_file(LIBRARY, folder + "/libTarvo.so.0.1");
+  const auto alone = runProgram("LD_LIBRARY_PATH=" + folder + " " STACK_REPORT);
   EXPECT_EQ(alone.exitCode, 0);
   EXPECT_THAT(alone.out, HasSubstr("cannot load libTarvoSymbols.so.0.1, which reads symbols: lib"));
 }
