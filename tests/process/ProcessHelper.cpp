@@ -1,6 +1,5 @@
 /// Does one thing, named by its first argument, whose effect on the whole process a test looks at.
 
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <new>
@@ -15,12 +14,6 @@
 /// The C library's, in a process that may believe to have more rights than its caller.
 extern "C" [[gnu::visibility("default")]] char* secure_getenv(const char* name) noexcept {
   return std::getenv("PRIVILEGED") != nullptr ? nullptr : std::getenv(name);
-}
-
-/// Refuses to register what is to be done at a fork.
-extern "C" [[gnu::visibility("default")]] int __register_atfork(void (*prepare)(), void (*)(),
-                                                                void (*)(), void*) noexcept {
-  return prepare == nullptr && std::getenv("NOFORK") != nullptr ? ENOMEM : 0;
 }
 
 namespace {

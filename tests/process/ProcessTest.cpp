@@ -22,21 +22,14 @@ TEST(LoadTest, TheEnvironmentAddsToTheDefaultsWhichCoverTheLibraryOnly) {
 }
 
 TEST(LoadTest, TheLimitOfAWaitIsANumberOrNone) {
-  const std::string complaint = "Parsing the WAITFOR_DEFAULT env. variable failed";
-  for (const auto& [variable, limit, error] : {std::tuple("", "inf", ""),
-                                               {"WAITFOR_DEFAULT=2.5", "2.5", ""},
-                                               {"WAITFOR_DEFAULT=soon", "inf", complaint.c_str()},
-                                               {"WAITFOR_DEFAULT=nan", "inf", complaint.c_str()}}) {
+  const std::string complained = "infParsing the WAITFOR_DEFAULT env. variable failed";
+  for (const auto& [variable, shown] : {std::pair<const char*, std::string>("", "inf"),
+                                        {"WAITFOR_DEFAULT=2.5", "2.5"},
+                                        {"WAITFOR_DEFAULT=soon", complained},
+                                        {"WAITFOR_DEFAULT=nan", complained}}) {
     const auto child = helper("waitfor", variable);
-    EXPECT_EQ(child.out, limit);
-    EXPECT_EQ(child.err, error);
+    EXPECT_EQ(child.out + child.err, shown);
   }
-}
-
-TEST(LoadTest, AProcessThatCannotNoticeItsForksDoesNotBegin) {
-  const auto child = helper("list", "NOFORK=1");
-  EXPECT_EQ(child.signal, SIGABRT);
-  EXPECT_THAT(child.err, HasSubstr("register atfork handler, reason: Cannot allocate memory\n"));
 }
 
 TEST(LoadTest, AFileThatCannotBeOpenedIsReportedByBothSetUps) {
@@ -52,10 +45,13 @@ struct TraceFileTest : TempFolder {
     unsetenv("TRACEFILE");
     setupTarvoDebug("");
   }
+  static void trace(std::string_view text) {
+    Tarvo::Platform::dumpDebugMsg(text.data(), 3, 0, nullptr, nullptr, nullptr, 0);
+  }
   void open() const {
     setenv("TRACEFILE", path.c_str(), 1);
     setupTarvoDebug("");
-    Tarvo::Platform::dumpDebugMsg("own", 3, 0, nullptr, nullptr, nullptr, 0);
+    trace("own");
   }
   String contents() const {
     std::ostringstream text;
@@ -89,9 +85,6 @@ TEST_F(TraceFileTest, IsEmptiedByTheFirstToOpenIt) {
 }
 
 TEST_F(TraceFileTest, IsOpenedAgainUnderItsNameAndKeptWhereThatFails) {
-  const auto trace = [](std::string_view text) {
-    Tarvo::Platform::dumpDebugMsg(text.data(), 3, 0, nullptr, nullptr, nullptr, 0);
-  };
   Tarvo::Platform::clearTraceFormat();
   EXPECT_TRUE(Tarvo::Platform::reopenTraceFile()) << "there is none";
   open();
@@ -113,23 +106,22 @@ TEST_F(TraceFileTest, IsOpenedAgainUnderItsNameAndKeptWhereThatFails) {
 }
 
 TEST_F(TraceFileTest, IsNoStandardDescriptorAndNeitherIsALockFile) {
-  const auto trace = getDebugHandler("Daemon");
+  const auto handler = getDebugHandler("Daemon");
   const auto child = runForked([&] {
     for (const int fd : {0, 1, 2}) close(fd);
     open();
-    Tarvo::FileLock lock(*trace, folder, "lock");
+    Tarvo::FileLock lock(*handler, folder, "lock");
     if (!lock.lock(false)) return 4;
-    return static_cast<int>(std::ranges::count_if(std::array{0, 1, 2},
-                                                  [](int fd) { return fcntl(fd, F_GETFD) != -1; }));
+    for (const int fd : {0, 1, 2})
+      if (fcntl(fd, F_GETFD) != -1) return fd + 1;
+    return 0;
   });
   EXPECT_EQ(child.exitCode, 0);
   EXPECT_THAT(contents(), EndsWith("own\n"));
 }
 
 TEST(LastWordsTest, AnAssertionReportsAndClaimsNoException) {
-  const auto child = helper("assert");
-  EXPECT_EQ(child.signal, SIGABRT);
-  EXPECT_THAT(child.err,
+  EXPECT_THAT(helper("assert").err,
               MatchesRegex("Tarvo::Assert aborting because: tests/process/ProcessHelper.cpp:"
                            "[0-9]+: reason 5\nBacktrace:\n.*]\n\n"));
 }
