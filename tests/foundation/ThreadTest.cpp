@@ -18,15 +18,4 @@ TEST(ThreadTest, OnlyOtherThreadsAreNamed) {
   });
 }
 
-TEST(ThreadTest, TheThreadIdIsRightAfterFork) {
-  const auto right = [](bool main) {
-    return Tarvo::gettid() == ::gettid() && Tarvo::isMainThread() == main;
-  };
-  EXPECT_TRUE(right(true));
-  std::jthread([&] {
-    EXPECT_TRUE(right(false));
-    EXPECT_EQ(runForked([&] { return right(true) ? 0 : 1; }).exitCode, 0);
-  });
-}
-
 }  // namespace

@@ -1,4 +1,5 @@
 #include "Tarvo/ForkHandler.h"
+#include "Tarvo/Thread.h"
 #include "support/LoopFixture.h"
 
 namespace {
@@ -37,8 +38,9 @@ TEST_F(ForkTest, AChildRebuildsItsLoopWhileAThreadOfTheParentHeldTheGlobalLock) 
     done.wait();
   });
   held.wait();
+  EXPECT_TRUE(Tarvo::isMainThread());
   const auto child = runForked([&] {
-    if (!Platform::isForkedChild()) return 2;
+    if (!Platform::isForkedChild() || !Tarvo::isMainThread()) return 2;
     Tarvo::leForkReinit();
     Platform::setTraceFormat("pid,handle");
     Platform::dumpDebugMsg("traced", 6, 0, getDebugHandler("Child").get(), "", "", 0);
