@@ -1,10 +1,5 @@
 #include "Tarvo/TaskWaker.h"
 
-#include <csignal>
-#include <thread>
-
-#include "support/ChildProcess.h"
-#include "support/OpenDescriptors.h"
 #include "support/SchedulerFixture.h"
 
 namespace {
@@ -48,7 +43,7 @@ TEST_F(Waker, SchedulesAnyKindOfTaskOnceForAllWakes) {
   }
 }
 
-TEST_F(Waker, WakesTheThreadInTheKernelAndBetweenRuns) {
+TEST_F(Waker, WakesBetweenRuns) {
   const auto first = make("first", TaskPriority::low);
   const auto second = make("second", TaskPriority::high);
   const TaskWaker waker(*second);
@@ -57,20 +52,8 @@ TEST_F(Waker, WakesTheThreadInTheKernelAndBetweenRuns) {
     if (log.size() < 3) self.scheduleTask();
   };
   first->scheduleTask();
-  second->body = [&](TestTask&) {
-    if (log.size() == 4) Platform::stopEventLoop();
-  };
-  Platform::doEventLoop(60);
+  runLoop();
   EXPECT_EQ(log, (RunLog{"first", "second", "first", "second"}));
-
-  second->body = [](TestTask&) { Platform::stopEventLoop(); };
-  std::thread later([&] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    waker.wake();
-  });
-  EXPECT_LT((Platform::doEventLoop(60), log.size()), 6U);
-  later.join();
-  EXPECT_EQ(log.back(), "second");
 }
 
 TEST_F(Waker, IsHarmlessWhenTaskOrThreadAreGone) {
@@ -127,40 +110,6 @@ TEST_F(Waker, WhatThrowsLeavesTheOthersToBeServed) {
   EXPECT_THROW(Platform::doEventLoop(), int);
   Platform::doEventLoop();
   EXPECT_EQ(log, (RunLog{"first", "second"}));
-}
-
-TEST_F(Waker, OfAForkedChildAreItsOwn) {
-  const auto task = make("task");
-  const TaskWaker waker(*task);
-  TaskWaker ofOtherThread;
-  std::atomic<int> step{0};
-  std::thread other([&] {
-    const auto stays =
-        std::make_shared<TestTask>(Tarvo::schedulerRootTarvo(), TaskPriority::normal, "stays", log);
-    ofOtherThread = TaskWaker(*stays);
-    step = 1;
-    step.notify_one();
-    step.wait(1);
-  });
-  step.wait(0);
-  waker.wake();
-  const ChildResult child = runForked([&] {
-    ofOtherThread.wake();
-    waker.wake();
-    Tarvo::leForkReinit();
-    Platform::doEventLoop();
-    if (log != RunLog{"task"}) return 1;
-    task->body = [](TestTask&) { Platform::stopEventLoop(); };
-    std::thread([&] { waker.wake(); }).join();
-    Platform::doEventLoop(60);
-    return log.size() == 2 ? 0 : 2;
-  });
-  EXPECT_EQ(child.exitCode, 0) << child.signal << child.err;
-  Platform::doEventLoop();
-  EXPECT_EQ(log, RunLog{"task"});  // once, of before the fork
-  step = 2;
-  step.notify_one();
-  other.join();
 }
 
 }  // namespace
