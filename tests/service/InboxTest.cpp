@@ -181,7 +181,11 @@ TEST_F(InboxTest, OfAForkedChildGoOnWithCopies) {
   const auto child = runForked([&] {
     ints->post(2);
     Tarvo::leForkReinit();
-    std::thread([&] { ints->post(3), ints->postEnd(); }).join();
+    Platform::doEventLoop(0.0);
+    std::jthread later([to = ints->poster()] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+      to.post(3), to.postEnd();
+    });
     Platform::doEventLoop();
     return served == std::vector{1, 2, 3} ? 0 : 1;
   });
