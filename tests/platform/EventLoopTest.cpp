@@ -61,37 +61,20 @@ TEST_F(EventLoopTest, DescriptorsAreReportedOrRefused) {
   EXPECT_EQ(Platform::doEventLoop(), 1);  // nothing of the old descriptor is left
 }
 
-TEST_F(EventLoopTest, AnyHandlerMayDestroyItsControlAndThrow) {
+TEST_F(EventLoopTest, AnyHandlerMayDestroyItsControlAndThrowTwice) {
   const SocketPair pair;
   std::shared_ptr<void> control;
   Handler handler(log, "h", [&] {
     control.reset();
     throw 7;
   });
-  const auto arm = [&](std::size_t kind) {
-    const auto timer = Platform::getTimerControl(&handler);
-    const auto callback = Platform::getCallbackControl(&handler);
-    const auto descriptor = Platform::getFdControl(&handler);
-    control = std::array<std::shared_ptr<void>, 3>{timer, callback, descriptor}[kind];
-    if (kind == 0) timer->setTimeout(0);
-    if (kind == 1) callback->requestCallback();
-    descriptor->setWrites(true);
-    if (kind == 2) descriptor->setFd(pair.ends[0]);
-  };
-  for (std::size_t kind = 0; kind < 3; ++kind) {
-    handler.handles = handler.throwsAgain = false;
-    arm(kind);
+  handler.throwsAgain = true;
+  for (const unsigned kind : {0, 2, 3}) {
+    control = armed(kind, handler, pair.ends[0]);
     EXPECT_THROW(Platform::doEventLoop(30), int);
     // The end of the bounded loop went with it.
     EXPECT_EQ(event_base_get_num_events(Tarvo::leInit(), EVENT_BASE_COUNT_ADDED), 0);
-    handler.handles = true;
-    arm(kind);
-    EXPECT_EQ(Platform::doEventLoop(), 1);
-    handler.throwsAgain = true;
-    arm(kind);
-    EXPECT_THROW(Platform::doEventLoop(), int);
   }
-  EXPECT_EQ(log.size(), 18U);
   EXPECT_EQ(log.back(), "h fd -1 threw");
 }
 

@@ -110,15 +110,6 @@ TEST_F(TimerWheelTest, ACallbackMayDropTheWheel) {
   }
 }
 
-TEST_F(TimerWheelTest, ATimerMayMoveToAnotherWheel) {
-  const auto other = Tarvo::getTimerWheelForTaskScheduler(Platform::eventPriorityDefault);
-  a.start(wheel, 1);
-  a.start(other, 2);
-  wheel.reset();
-  Platform::doEventLoop(3);
-  EXPECT_THAT(log, ElementsAre("a"));
-}
-
 TEST_F(TimerWheelTest, DestroyingARunningEventEndsTheProcess) {
   EXPECT_DEATH(Event(log, "event").start(wheel, 1), "destroyed while inTimerWheel");
 }

@@ -6,6 +6,7 @@
 #include "Tarvo/LibeventFactory.h"
 #include "Tarvo/Loco.h"
 #include "Tarvo/Platform.h"
+#include "Tarvo/TimerWheel.h"
 #include "support/Test.h"
 #include "support/TestClock.h"
 
@@ -75,6 +76,20 @@ struct SocketPair {
   }
   int ends[2];
 };
+
+/// A control of the kind, which notifies at once: a timer, one on a wheel, a callback, a
+/// descriptor.
+inline std::shared_ptr<void> armed(unsigned kind, Handler& handler, int fd) {
+  const auto timer = kind == 1 ? Platform::getTimerControl(&handler, Tarvo::getTimerWheel())
+                               : Platform::getTimerControl(&handler);
+  const auto callback = Platform::getCallbackControl(&handler);
+  const auto descriptor = Platform::getFdControl(&handler);
+  if (kind < 2) timer->setTimeout(0);
+  if (kind == 2) callback->requestCallback();
+  descriptor->setWrites(true);
+  if (kind == 3) descriptor->setFd(fd);
+  return std::array<std::shared_ptr<void>, 4>{timer, timer, callback, descriptor}[kind];
+}
 
 /// Random numbers whose seed a failure tells.
 struct SeededRandom {
