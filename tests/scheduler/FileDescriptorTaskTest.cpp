@@ -243,20 +243,6 @@ TEST_F(FdTaskTest, ARefusalIsHeardAlsoWhenTheFileWasClosed) {
   EXPECT_EQ(task->taskWatchFd(), -1);
 }
 
-TEST_F(FdTaskTest, ManyWaitForEachOtherWithinASliceAndAreSeldomAskedFor) {
-  std::deque<SocketPair> pairs(40);
-  std::deque<std::shared_ptr<TestFd>> many;
-  for (const SocketPair& each : pairs) {
-    many.push_back(makeFd("many", each.ends[0]));
-    send(each, "ninebytes");
-  }
-  const TestClock clock;
-  polls = 0;
-  Platform::doEventLoop(0.001);
-  EXPECT_EQ(log.size(), 9 * many.size());
-  EXPECT_LT(polls, 180) << "for 360 reads";
-}
-
 TEST_F(FdTaskTest, WhoHadNothingLeftIsAskedForWhenTheSliceEnds) {
   const auto other = makeFd("other", second.ends[0]);
   task->taskWatchFdIs(fd);

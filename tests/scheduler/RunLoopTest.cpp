@@ -78,26 +78,8 @@ TEST_F(RunLoop, AThrowingTaskMayTakeItsSchedulerAlong) {
   }
 }
 
-TEST_F(RunLoop, ThreadsHaveRootsOfTheirOwn) {
-  EXPECT_EQ(Tarvo::schedulerRootTarvo(), Tarvo::schedulerRootTarvo());
-  EXPECT_EQ(Tarvo::schedulerRootTarvo()->schedulerName(), "main");
-  std::weak_ptr<Tarvo::TaskSchedulerRoot> ended;
-  std::thread([&] {
-    const auto its = Tarvo::schedulerRootTarvo();
-    ended = its;
-    EXPECT_EQ(its->schedulerName(), fmt::format("thread:{}", pthread_self()));
-  }).join();
-  EXPECT_TRUE(ended.expired());
-  root.reset();
-  Tarvo::leFree();  // takes the shared root with it
-  root = Tarvo::schedulerRootTarvoNonShared("root");
-}
-
 TEST_F(RunLoop, MisuseEndsTheProcessEvenWhenAssertionsThrow) {
   const auto task = make("t");
-  EXPECT_DEATH(root->taskRegister(task.get()), "Assertion `Task: N t already registered' failed.");
-  EXPECT_DEATH((task->scheduleTask(), root->taskUnregister(task.get())),
-               "`Task: N t scheduled on unregister'");
   EXPECT_DEATH(make("bad", TaskPriority(9)), "Task: bad has priority 9");
   EXPECT_DEATH(std::jthread([&] { task->scheduleTask(); }),
                "Executing in wrong thread [0-9]+\\(.*\\) pid [0-9]+ scheduler "

@@ -101,15 +101,6 @@ TEST_F(Slice, ABrokenOrLimitedLoopEndsIt) {
   EXPECT_EQ(log.size(), 5U);
 }
 
-TEST_F(Slice, AThrowEndsItAndTheNextLoopGoesOn) {
-  root->runSliceIs(1'000'000'000);
-  EXPECT_THROW(during([] { throw 1; }), int);
-  const auto last = make("last");
-  last->scheduleTask();
-  Platform::doEventLoop(0.01);
-  EXPECT_THAT(log, ElementsAre("busy", "busy", "last", "busy", "busy", "busy"));
-}
-
 TEST_F(Slice, NewsWakeAnIdleRootInTheSameTurnButTasksDoNot) {
   Handler second(log, "second");
   SocketPair more;
