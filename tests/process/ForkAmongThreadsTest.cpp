@@ -4,6 +4,7 @@
 #include "Tarvo/Plugin.h"
 #include "Tarvo/Thread.h"
 #include "Tarvo/Trace.h"
+#include "Tarvo/Util.h"
 #include "foundation/AtFork.h"
 #include "support/Test.h"
 
@@ -37,11 +38,8 @@ namespace {
 /// Waits until the thread sleeps, or `done`. Whether it came to sleep.
 bool sleeps(pid_t tid, const std::atomic<bool>& done) {
   const auto path = "/proc/self/task/" + std::to_string(tid) + "/stat";
-  for (int asleep = 0; asleep < 3 && !done; std::this_thread::yield()) {
-    std::string stat;
-    std::getline(std::ifstream(path), stat);
-    asleep = stat.find(") S ") != std::string::npos ? asleep + 1 : 0;
-  }
+  for (int asleep = 0; asleep < 3 && !done; std::this_thread::yield())
+    asleep = Tarvo::Util::fileRead(path).find(") S ") != String::npos ? asleep + 1 : 0;
   return !done;
 }
 

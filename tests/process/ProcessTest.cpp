@@ -1,4 +1,5 @@
 #include "Tarvo/FileLock.h"
+#include "Tarvo/Util.h"
 #include "support/Test.h"
 
 namespace {
@@ -53,14 +54,9 @@ struct TraceFileTest : TempFolder {
     setupTarvoDebug("");
     trace("own");
   }
-  String contents() const {
-    std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
-  }
+  String contents() const { return Tarvo::Util::fileRead(path); }
   String afterChild(const String& more = "") const {
-    EXPECT_EQ(helper("exit", "'TRACE=*/1' TRACEFORMAT=handle TRACEFILE=" + path + more).exitCode,
-              0);
+    helper("exit", "'TRACE=*/1' TRACEFORMAT=handle TRACEFILE=" + path + more);
     return contents();
   }
   const String path = folder + "/trace";
