@@ -1,6 +1,5 @@
 #include "Tarvo/FileLock.h"
 
-#include "Tarvo/Util.h"
 #include "support/Test.h"
 
 namespace {
@@ -26,7 +25,7 @@ struct FileLockTest : TempFolder {
   FileLockTest() { trace->enabledIs(1, true); }
 
   int tryInChild() {
-    return runForked([&] { return FileLock(*trace, sub, "lock").lock(true) ? 1 : 0; }).exitCode;
+    return runForked([&] { return FileLock(*trace, sub, "lock").lock(true); }).exitCode;
   }
   std::shared_ptr<Tarvo::Platform::DebugHandler> trace = getDebugHandler("Locks");
   std::string sub = folder + "//a/b/";

@@ -3,8 +3,6 @@
 #include <sys/auxv.h>
 
 #include "Tarvo/Backtrace.h"
-#include "Tarvo/Mappings.h"
-#include "Tarvo/Util.h"
 #include "support/Test.h"
 
 namespace {
