@@ -65,8 +65,7 @@ WaitingChild::WaitingChild(const std::function<void()>& body) {
 
 void WaitingChild::kill() const {
   ::kill(pid_, SIGKILL);
-  siginfo_t info;
-  waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOWAIT);
+  waitid(P_PID, static_cast<id_t>(pid_), nullptr, WEXITED | WNOWAIT);
 }
 
 void WaitingChild::end() {
