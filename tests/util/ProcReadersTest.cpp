@@ -65,8 +65,9 @@ TEST(MappingsTest, ParsesWhatTheKernelWritesAndRefusesTheRest) {
   EXPECT_TRUE(map.find(0x3000)->shared && map.find(0x3fff)->kind == MappingKind::anonymous);
   EXPECT_EQ(map.find(0x5000)->kind, MappingKind::other);
   for (const std::uintptr_t gap : {0xfffUL, 0x4000UL, 0x6000UL}) EXPECT_FALSE(map.find(gap));
-  EXPECT_THAT(errorOf([] { Mappings::parse("1000-2000 r-xp 0 fe:01\n"); }),
-              HasSubstr("the mapping \"1000-2000 r-xp 0 fe:01\""));
+  for (const String line : {"1000-2000 r-xp 0 fe:01 ", "1000-2000 r-xp 0 fe 01 42"})
+    EXPECT_THAT(errorOf([&] { Mappings::parse(line + "\n"); }),
+                HasSubstr("the mapping \"" + line + "\""));
 }
 
 TEST(MappingsTest, ShowTheProcessAsItIs) {
