@@ -7,15 +7,14 @@ using namespace testsupport;
 
 struct ReadingTask : Tarvo::FileDescriptorTask {
   using FileDescriptorTask::FileDescriptorTask;
-  void taskExecuteReadable() override { EXPECT_EQ(read(taskWatchFd(), &last, 1), 1); }
+  void taskExecuteReadable() override {
+    char byte;
+    EXPECT_EQ(read(taskWatchFd(), &byte, 1), 1);
+  }
   void taskExecuteWritable() override {}
-  char last = 0;
 };
 
 struct AllocationTest : SchedulerFixture {
-  std::shared_ptr<ReadingTask> makeReader() {
-    return std::make_shared<ReadingTask>(root, TaskPriority::normal, "reader");
-  }
   std::shared_ptr<Tarvo::TaskGroup> group =
       std::make_shared<Tarvo::TaskGroup>("g", TaskPriority::high, false, root);
   TestTaskPtr other = make("other");
@@ -27,7 +26,7 @@ TEST_F(AllocationTest, SteadyWorkOfEveryKindOfTaskDoesWithout) {
   const auto plain = make("plain"), member = make("member", TaskPriority::low, nullptr, group);
   const auto timer =
       std::make_shared<Logged<Tarvo::TimerTask>>(root, TaskPriority::normal, "timer", log);
-  const auto reader = makeReader();
+  const auto reader = std::make_shared<ReadingTask>(root, TaskPriority::normal, "reader");
   reader->taskWatchFdIs(pair.ends[0]);
   unsigned long counted = 0;
   for (int round = 0; round < 600; ++round) {
@@ -66,32 +65,6 @@ TEST_F(AllocationTest, ABodyThatThrowsNeedsNone) {
   }
   testing::internal::GetCapturedStderr();
   EXPECT_EQ(group->tasksPerPriority(TaskPriority::normal), 0U);
-}
-
-TEST_F(AllocationTest, ADescriptorThatFindsNoMemoryIsFreeForTheNextTry) {
-  for (const bool shared : {false, true}) {
-    bool refused = true;
-    for (unsigned long nth = 1; refused; ++nth) {
-      refused = false;
-      const SocketPair pair;
-      auto first = makeReader();
-      const auto second = makeReader();
-      if (shared) first->taskWatchFdIs(pair.ends[0]);
-      refusedAllocation = nth;
-      try {
-        second->taskWatchFdIs(pair.ends[0]);
-      } catch (const std::bad_alloc&) {
-        refused = true;
-        EXPECT_EQ(second->taskWatchFd(), -1);
-      }
-      refusedAllocation = 0;
-      second->taskWatchFdIs(pair.ends[0]);
-      first.reset();
-      ASSERT_EQ(write(pair.ends[1], "x", 1), 1);
-      runTurns(4);
-      EXPECT_EQ(second->last, 'x') << nth;
-    }
-  }
 }
 
 }  // namespace
