@@ -160,7 +160,7 @@ class TARVO_EXPORT TimerWheel : private Platform::TimeoutHandler,
   /// Whether the master timer is armed and no timer runs.
   bool armedForNothing() const;
   bool mayStay(const TimerWheelEvent& event, std::uint64_t tick) const;
-  [[gnu::cold]] Impl::TimingWheel& otherWheelOf(const TimerWheelEvent& event) const;
+  [[gnu::cold]] TimerWheel& otherWheelOf(const TimerWheelEvent& event) const;
   void setMasterTimer(double now);
   void armMasterTimer(double delay, double expiry);
   void serve();

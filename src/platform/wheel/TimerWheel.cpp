@@ -79,9 +79,9 @@ void TimerWheel::timerStart(TimerWheelEvent* event, double delay) {
 }
 
 void TimerWheel::timerStartFrom(TimerWheelEvent* event, double now, double delay) {
-  TARVO_ASSERT(!std::isnan(delay), "a delay of NaN seconds");
   if (delay == infinity) return timerStop(event);
   const double expiry = std::min(now + delay, std::numeric_limits<double>::max());
+  TARVO_ASSERT(!std::isnan(expiry), "a delay of {} seconds from {}", delay, now);
   if (expiry == event->expirationTime_) return;
   const auto tick = expiryTick(expiry);
   const bool stays = mayStay(*event, tick);
@@ -111,11 +111,11 @@ bool TimerWheel::mayStay(const TimerWheelEvent& event, Tick tick) const {
          timeouts_->holds(event) && !Platform::fastForward();
 }
 
-Impl::TimingWheel& TimerWheel::otherWheelOf(const TimerWheelEvent& event) const {
-  const TimerWheel* wheel = loop_ != nullptr ? loop_->wheels() : nullptr;
+TimerWheel& TimerWheel::otherWheelOf(const TimerWheelEvent& event) const {
+  TimerWheel* wheel = loop_ != nullptr ? loop_->wheels() : nullptr;
   while (wheel != nullptr && !wheel->timeouts_->holds(event)) wheel = wheel->nextOfThread_;
   TARVO_CHECK(wheel != nullptr && "the timer runs on a wheel of another thread");
-  return *wheel->timeouts_;
+  return *wheel;
 }
 
 void TimerWheel::timerStop(TimerWheelEvent* event) {
@@ -123,10 +123,12 @@ void TimerWheel::timerStop(TimerWheelEvent* event) {
     TARVO_TRACE(timerWheelTrace, 9, "timer {} del timeout, not running", event);
     return;
   }
+  if (!timeouts_->holds(*event)) [[unlikely]]
+    return otherWheelOf(*event).timerStop(event);
   TARVO_TRACE(timerWheelTrace, 9, "timer {} del timeout", event);
   switch (event->state()) {
     case inTimerWheel:
-      (timeouts_->holds(*event) ? *timeouts_ : otherWheelOf(*event)).remove(*event);
+      timeouts_->remove(*event);
       break;
     case inTimersExpiryingSoon:
       timersExpiryingSoon_->remove(*event);
