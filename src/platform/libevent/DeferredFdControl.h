@@ -20,9 +20,9 @@ namespace Tarvo::Impl {
 std::shared_ptr<DeferredFdControl> getDeferredFdControl(Platform::FdEventHandler* handler,
                                                         std::function<void()> forgotten);
 
-/// Whether controls of the thread may be waiting for a poll. Costs one load, so that the scheduler
+/// Whether controls of the thread are waiting for a poll. Costs one load, so that the scheduler
 /// can test it in every step.
-inline bool anyPollPending() noexcept { return threadWords->pollsPending; }
+inline bool anyPollPending() noexcept { return threadWords->pendingPolls != nullptr; }
 /// Call at the end of a step of the root while a poll is pending. `nextUrgency` is the urgency of
 /// the task that runs next: controls more urgent than that are polled now.
 void endRootStep(unsigned nextUrgency) noexcept;

@@ -18,11 +18,9 @@ DescriptorTable& descriptorTable() {
   return *static_cast<DescriptorTable*>(table.get());
 }
 
-void endRootStep(unsigned nextUrgency) noexcept {
-  descriptorTable().pendingPolls().endStep(nextUrgency);
-}
+void endRootStep(unsigned nextUrgency) noexcept { threadWords->pendingPolls->endStep(nextUrgency); }
 
-void endSlice() noexcept { descriptorTable().pendingPolls().endSlice(); }
+void endSlice() noexcept { threadWords->pendingPolls->endSlice(); }
 
 FileIdentity FileIdentity::of(int fd) {
   struct stat status;

@@ -29,7 +29,7 @@ void PendingPolls::add(LibeventFdControl& control, std::size_t steps, unsigned u
   if (steps_ == 0) {
     pollAll();
   } else {
-    threadWords->pollsPending = true;
+    threadWords->pendingPolls = this;
   }
 }
 
@@ -41,17 +41,15 @@ void PendingPolls::remove(LibeventFdControl& control) noexcept {
   const auto end = controls_.begin() + count_;
   count_ =
       static_cast<std::size_t>(std::remove(controls_.begin(), end, &control) - controls_.begin());
-  if (!any()) clear();  // so that the next control's delay is not bounded by an earlier one's
+  if (count_ == 0) clear();  // so that the next control's delay is not bounded by an earlier one's
 }
 
 void PendingPolls::endStep(unsigned next) noexcept {
-  if (any() && (--steps_ == 0 || next > urgency_)) pollAll();
-  threadWords->pollsPending = any();
+  if (--steps_ == 0 || next > urgency_) pollAll();
 }
 
 void PendingPolls::endSlice() noexcept {
   if (untilSliceEnds_) pollAll();
-  threadWords->pollsPending = any();
 }
 
 void PendingPolls::pollAll() noexcept {
@@ -86,6 +84,8 @@ void PendingPolls::clear() noexcept {
   untilSliceEnds_ = false;
   steps_ = std::numeric_limits<std::size_t>::max();
   urgency_ = std::numeric_limits<unsigned>::max();
+  // These may be of another thread, which has perhaps ended.
+  if (threadWords->pendingPolls == this) threadWords->pendingPolls = nullptr;
 }
 
 }  // namespace Tarvo::Impl

@@ -22,9 +22,8 @@ class PendingPolls {
   void add(LibeventFdControl& control, std::size_t steps, unsigned urgency) noexcept;
   /// Call when a control was reported meanwhile, or is no longer watched.
   void remove(LibeventFdControl& control) noexcept;
-  bool any() const { return count_ != 0; }
-  /// Counts a step. Polls when the first delay has passed, or when the next task is less urgent
-  /// than a waiting control.
+  /// Counts a step. REQUIRES, as endSlice(): a control waits. Polls when the first delay has
+  /// passed, or when the next task is less urgent than a waiting control.
   void endStep(unsigned next) noexcept;
   /// Polls when a control waits for this.
   void endSlice() noexcept;

@@ -21,6 +21,7 @@ class TimerWheel;
 namespace Impl {
 
 class LoopWakes;
+class PendingPolls;
 class VirtualTimers;
 
 /// The members that hot paths read and write. They are reached through one thread-local pointer
@@ -34,8 +35,8 @@ struct LoopWords {
   bool dispatching = false;
   std::uint8_t attention = nothing;
 
-  /// Whether PendingPolls may hold controls.
-  bool pollsPending = false;
+  /// Those of this thread while they hold controls, otherwise null.
+  PendingPolls* pendingPolls = nullptr;
   /// Whether a root takes several steps, at whose end it polls.
   bool inSlice = false;
   /// Whether the running notification came from the kernel or from a timer. The number of those in
