@@ -189,13 +189,12 @@ void TimerTask::scheduleTaskDelayedPrivate(Delay delay, bool restart) {
   // call, and the last reading of a run that is under way is older by what the body has done since.
   // From that the timer would expire too early.
   const auto now = TaskClock::now();
-  if (restart) {
-    unscheduleTaskPrivate(now);
-  } else if (taskOnRunQueue()) {
+  if (!restart && taskOnRunQueue()) {
     TARVO_TRACE(taskSchedulerTrace, 8, "Already on runQueue {}", *this);
     return;
   }
   if (startTimer(delaySeconds, restart, Impl::libraryTime(now))) {
+    unscheduleTaskPrivate(now);  // now that the start cannot fail, which would lose the run
     TARVO_TRACE(taskSchedulerTrace, 8, "Timer started {} delay {}", *this, delaySeconds);
     recordEvent(now, TaskSchedulerEventType::timerStart);
     taskBusyIs(taskScheduled(), now);

@@ -103,8 +103,13 @@ class FrameLines {
 }  // namespace
 
 void appendFrames(String& text, void* const* addresses, unsigned count) {
-  static FrameLines* const lines = FrameLines::make();
-  if (lines == nullptr || forkedAmongThreads()) {  // the locks may be locked for ever
+  const auto kept = [] {
+    static FrameLines* const lines = FrameLines::make();
+    return lines;
+  };
+  // After such a fork locks may be locked for ever, also that of the first call of kept().
+  FrameLines* const lines = forkedAmongThreads() ? nullptr : kept();
+  if (lines == nullptr) {
     for (unsigned i = 0; i < count; ++i) look(text, addresses[i]);
     return;
   }
