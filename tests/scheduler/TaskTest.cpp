@@ -95,6 +95,8 @@ TEST_F(TaskTest, HandlersOfTheLoopAreRunByTasks) {
   for (const char* name : {"timer", "callback", "fd:write"}) {
     EXPECT_EQ(root->taskForTest(name)->taskRunCount(), 1U) << name;
   }
+  descriptor->clearEvents();
+  EXPECT_EQ(descriptor->getFd(), -1);
 }
 
 TEST_F(TaskTest, QuantumHasLimitsAndCountsItsViolations) {
