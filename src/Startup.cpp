@@ -30,6 +30,7 @@ Platform::DebugHandler* makeHandle(const char* name) {
 
 void beforeFork() {
   Impl::keepOffsetForChild();
+  Impl::holdPosts();
   Impl::holdChanges();
   Impl::holdSignals();
 }
@@ -37,11 +38,13 @@ void beforeFork() {
 void afterFork() {
   Impl::releaseSignals();
   Impl::releaseChanges();
+  Impl::releasePosts();
 }
 
 void reviveForkedChild() {
   Impl::forgetThreadId();
   Impl::releaseChangesInChild();
+  Impl::releasePosts();
   Impl::reviveLoco();
   Impl::keepOffsetInChild();
   Impl::markBaseShared();

@@ -3,8 +3,9 @@
 
 /// A task that other threads send items to.
 ///
-/// 1. Any thread posts an item. It is moved into the inbox's queue, without a lock; an item is not
-///    copied, and once the queue has grown to its usual length nothing is allocated.
+/// 1. Any thread posts an item. It is moved into the inbox's queue, under a lock that is held for
+///    that only; an item is not copied, and once the queue has grown to its usual length nothing is
+///    allocated.
 /// 2. The inbox is scheduled on its own thread and has its turn like any other task. (A thread that
 ///    sleeps in the kernel is woken up for that; one that is busy is not disturbed.)
 /// 3. Its body, taskExecuteItem(), is given one item after the other, until there is none left or
@@ -72,17 +73,18 @@ class TARVO_EXPORT InboxTask : public Task {
   void postEnd() const { queue_->end(); }
 
  protected:
+  using MakeQueue = std::shared_ptr<InboxQueueBase>(TaskImpl& inbox, std::size_t capacity);
   InboxTask(std::shared_ptr<TaskScheduler> scheduler, TaskPriority priority, const String& name,
-            const InboxItemKind& kind, std::size_t capacity);
-  const std::shared_ptr<InboxQueue>& queue() const { return queue_; }
+            MakeQueue* makeQueue, std::size_t capacity);
+  const std::shared_ptr<InboxQueueBase>& queue() const { return queue_; }
 
  private:
-  virtual void serve(void* item) = 0;
-  void serveItems(unsigned long long& served);
-  void runEnds(unsigned long long served);
+  /// Takes an item, of which there is one, and serves it.
+  virtual void serveNext() = 0;
+  bool serveItems(unsigned long long& served);
+  void rests(unsigned long long served, std::size_t waiting);
 
-  const std::shared_ptr<InboxQueue> queue_;
-  const InboxItemKind kind_;
+  const std::shared_ptr<InboxQueueBase> queue_;
   bool endServed_ = false;
 };
 
@@ -105,38 +107,23 @@ class InboxPoster {
 
   /// Posts, whatever the capacity. False when the inbox accepts nothing any more; the item is then
   /// gone. Throws std::bad_alloc.
-  bool post(T item) const { return put(item, false); }
+  bool post(T item) const { return queue_ != nullptr && queue_->post(item, false); }
   /// Posts unless as many items wait as the capacity says. When it is false, that or the end, the
   /// item stays the caller's, as it was.
-  bool tryPost(T&& item) const { return put(item, true); }
+  bool tryPost(T&& item) const { return queue_ != nullptr && queue_->post(item, true); }
   /// Ends the posts, of all posters.
   void postEnd() const {
     if (queue_ != nullptr) queue_->end();
   }
 
  protected:
-  explicit InboxPoster(std::shared_ptr<Impl::InboxQueue> queue) : queue_(std::move(queue)) {}
-  const std::shared_ptr<Impl::InboxQueue>& queue() const { return queue_; }
+  explicit InboxPoster(std::shared_ptr<Impl::InboxQueue<T>> queue) : queue_(std::move(queue)) {}
+  const std::shared_ptr<Impl::InboxQueue<T>>& queue() const { return queue_; }
 
  private:
   friend class Inbox<T>;
-  using Posted = Impl::InboxQueue::Posted;
 
-  static bool put(Impl::InboxQueue& queue, T& item, bool limited) {
-    void* place = queue.takePlace(limited);
-    if (place == nullptr) return false;
-    T* posted = new (place) T(std::move(item));
-    if (queue.post(place, limited) == Posted::accepted) return true;
-    // It has filled up, or ended, this very moment.
-    std::destroy_at(&item);
-    new (&item) T(std::move(*posted));
-    std::destroy_at(posted);
-    queue.giveBack(place);
-    return false;
-  }
-  bool put(T& item, bool limited) const { return queue_ != nullptr && put(*queue_, item, limited); }
-
-  std::shared_ptr<Impl::InboxQueue> queue_;
+  std::shared_ptr<Impl::InboxQueue<T>> queue_;
 };
 
 /// The task. Made with std::make_shared, as all are.
@@ -149,19 +136,29 @@ class Inbox : public Impl::InboxTask {
   /// thread needs a descriptor to be woken up by, and there is none.
   Inbox(std::shared_ptr<TaskScheduler> scheduler, TaskPriority priority, const String& name,
         std::size_t capacity = 0)
-      : InboxTask(std::move(scheduler), priority, name, {sizeof(T), alignof(T), destroy},
-                  capacity) {}
+      : InboxTask(std::move(scheduler), priority, name, makeQueue, capacity) {}
 
   /// The work: one item, which may be moved from.
   virtual void taskExecuteItem(T& item) = 0;
 
   Poster poster() const { return Poster(queue()); }
-  bool post(T item) const { return Poster::put(*queue(), item, false); }
-  bool tryPost(T&& item) const { return Poster::put(*queue(), item, true); }
+  bool post(T item) const { return queue()->post(item, false); }
+  bool tryPost(T&& item) const { return queue()->post(item, true); }
+
+ protected:
+  using Queue = Impl::InboxQueue<T>;
+  std::shared_ptr<Queue> queue() const {
+    return std::static_pointer_cast<Queue>(InboxTask::queue());
+  }
 
  private:
-  static void destroy(void* item) noexcept { std::destroy_at(static_cast<T*>(item)); }
-  void serve(void* item) final { taskExecuteItem(*static_cast<T*>(item)); }
+  static std::shared_ptr<Impl::InboxQueueBase> makeQueue(TaskImpl& inbox, std::size_t capacity) {
+    return std::make_shared<Queue>(inbox, capacity);
+  }
+  void serveNext() final {
+    T item = static_cast<Queue&>(*InboxTask::queue()).take();
+    taskExecuteItem(item);
+  }
 };
 
 /// An inbox without a class: `body` takes an item.

@@ -9,10 +9,8 @@ namespace Tarvo {
 namespace Impl {
 
 InboxTask::InboxTask(std::shared_ptr<TaskScheduler> scheduler, TaskPriority priority,
-                     const String& name, const InboxItemKind& kind, std::size_t capacity)
-    : Task(std::move(scheduler), priority, name),
-      queue_(std::make_shared<InboxQueue>(*this, kind, capacity)),
-      kind_(kind) {}
+                     const String& name, MakeQueue* makeQueue, std::size_t capacity)
+    : Task(std::move(scheduler), priority, name), queue_(makeQueue(*this, capacity)) {}
 
 InboxTask::~InboxTask() {
   taskScheduler()->sanityCheckCurrentRunningThread();
@@ -25,57 +23,44 @@ void InboxTask::taskExecuteEnd() {}
 
 void InboxTask::taskExecute() {
   unsigned long long served = 0;
-  queue_->serves();
   try {
-    serveItems(served);
+    const bool all = serveItems(served);
+    rests(served, all ? 0 : queue_->rests());
   } catch (...) {
-    runEnds(served);
+    rests(served, queue_->rests());
+    if (queue_->allServed()) scheduleTask();
     throw;
   }
-  runEnds(served);
-  if (endServed_ || !queue_->ended() || queue_->waiting() > 0) return;
+  if (endServed_ || !queue_->allServed()) return;
   endServed_ = true;
   queue_->letLoopGo();
   taskExecuteEnd();
 }
 
-void InboxTask::serveItems(unsigned long long& served) {
-  struct Item {
-    ~Item() {
-      task.kind_.destroy(item);
-      task.queue_->served(item);
-    }
-    InboxTask& task;
-    void* item;
-  };
+/// False when it stops with items left, perhaps.
+bool InboxTask::serveItems(unsigned long long& served) {
   // Reading the clock takes as long as many an item; so for quick ones it is read less often.
   constexpr int together = 4;
   constexpr auto quick = together * std::chrono::microseconds(1);
   int untilLook = 1;
   auto lastLook = TaskClock::now();
-  do {
-    while (void* next = queue_->next()) {
-      ++served;
-      {
-        const Item item{*this, next};
-        serve(next);
-      }
-      if (taskSuspended()) return;
-      if (--untilLook > 0 && taskTestYieldRatioEffective() == 0) continue;
-      const auto now = TaskClock::now();
-      if (taskShouldYieldAt(now)) return;
-      untilLook = now - lastLook < quick ? together : 1;
-      lastLook = now;
-    }
-  } while (!queue_->rests());
+  while (queue_->any()) {
+    ++served;
+    serveNext();
+    if (taskSuspended()) return false;
+    if (--untilLook > 0 && taskTestYieldRatioEffective() == 0) continue;
+    const auto now = TaskClock::now();
+    if (taskShouldYieldAt(now)) return false;
+    untilLook = now - lastLook < quick ? together : 1;
+    lastLook = now;
+  }
+  return true;
 }
 
-void InboxTask::runEnds(unsigned long long served) {
-  queue_->restsAnyway();
-  const std::size_t left = queue_->waiting();
+void InboxTask::rests(unsigned long long served, std::size_t waiting) {
   taskWorkCountInc(served);
-  taskWorkPendingIs(static_cast<unsigned int>(left));
-  if (left > 0) scheduleTask();
+  taskWorkPendingIs(static_cast<unsigned int>(waiting));
+  if (waiting > 0) scheduleTask();
 }
 
 }  // namespace Impl

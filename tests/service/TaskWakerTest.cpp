@@ -78,9 +78,9 @@ TEST_F(Waker, MayBeUsedBySignalHandlers) {
       make("task", TaskPriority::normal, [](TestTask&) { Platform::stopEventLoop(); });
   signalled = TaskWaker(*task);
   const auto before = std::signal(SIGALRM, [](int) {
-    errno = 7;
+    const int own = std::exchange(errno, 7);
     signalled.wake();
-    if (errno != 7) std::abort();
+    if (std::exchange(errno, own) != 7) std::abort();
   });
   ualarm(2000, 0);
   Platform::doEventLoop(60);

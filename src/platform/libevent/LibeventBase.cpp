@@ -34,6 +34,14 @@ void markBaseShared() {
   loop->usableBase = nullptr;
 }
 
+void holdPosts() noexcept {
+  if (threadWords->wakes != nullptr) threadWords->wakes->holdPosts();
+}
+
+void releasePosts() noexcept {
+  if (threadWords->wakes != nullptr) threadWords->wakes->releasePosts();
+}
+
 void deleteEvent(event& ev) {
   leaveParentAlone();
   // event_del() locks the base, which is expensive. Skip it for an event that is in none of its

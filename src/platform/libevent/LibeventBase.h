@@ -16,6 +16,10 @@ namespace Tarvo::Impl {
 /// parent watches. The base is rebuilt before its next use.
 void markBaseShared();
 
+/// Called around a fork, on its thread: meanwhile no other thread posts to this one.
+void holdPosts() noexcept;
+void releasePosts() noexcept;
+
 /// Rebuilds a base that is still shared with the parent.
 inline void leaveParentAlone() {
   if ((threadWords->attention & LoopWords::sharedWithParent) != 0) [[unlikely]] {

@@ -12,6 +12,7 @@
 #include "platform/libevent/LoopWakes.h"
 
 #include "Tarvo/LibeventFactory.h"
+#include "foundation/Uncancelled.h"
 #include "platform/libevent/LibeventBase.h"
 #include "platform/libevent/Notification.h"
 
@@ -45,14 +46,20 @@ bool LoopWake::ofParentProcess() const noexcept {
   return loop_->era_.load(std::memory_order_relaxed) != era.load(std::memory_order_relaxed);
 }
 
-void LoopWake::wake() noexcept {
-  if (ofParentProcess() || !WakeList<>::claim(*this, era.load(std::memory_order_relaxed))) return;
+std::mutex& LoopWake::postLock() const noexcept { return loop_->posts_; }
+
+bool LoopWake::note() noexcept {
+  if (ofParentProcess() || !WakeList<>::claim(*this, era.load(std::memory_order_relaxed))) {
+    return false;
+  }
   self_ = shared_from_this();
   const auto how = loop_->list_.join(*this);
   // Now it is the thread's, which may have served it already; the caller still holds it.
-  if (how == WakeList<>::Joined::ownerSleeps) loop_->wakeUp();
   if (how == WakeList<>::Joined::ownerIsGone) self_.reset();
+  return how == WakeList<>::Joined::ownerSleeps;
 }
+
+void LoopWake::wakeUp() const noexcept { loop_->wakeUp(); }
 
 LoopWakes::LoopWakes(event_base* base)
     : era_(era.load(std::memory_order_relaxed)), fd_(makeEventfd()), base_(base) {
@@ -69,6 +76,7 @@ LoopWakes::~LoopWakes() {
 }
 
 void LoopWakes::wakeUp() const noexcept {
+  const Uncancelled whole;  // also what wakes must not unwind
   const int before = errno;
   const std::uint64_t one = 1;
   // It fails in a forked child that has not renewed it yet, and looks then.
@@ -188,6 +196,7 @@ void LoopWakes::renew() {
     LoopKeeping& each = *keeper++;
     if (!each.inForkedChildToo()) each.link_.unlink();
   }
+  event_assign(&event_, base_, -1, 0, handleWake, this);  // also when there is no other
   try {
     fd_.store(makeEventfd(), std::memory_order_relaxed);
     listen();

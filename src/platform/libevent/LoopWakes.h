@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 
 #include "Tarvo/List.h"
 #include "platform/libevent/WakeList.h"
@@ -27,9 +28,17 @@ class LoopWake : public WakeList<>::Link, public std::enable_shared_from_this<Lo
   /// Makes woken() run soon on the thread; calls made before it runs are one. Does nothing when the
   /// thread has ended or freed its loop. May be called from any thread and from a signal handler,
   /// and preserves errno.
-  void wake() noexcept;
+  void wake() noexcept {
+    if (note()) wakeUp();
+  }
+  /// The two steps of wake(): the first tells whether the second is wanted.
+  bool note() noexcept;
+  void wakeUp() const noexcept;
   /// Whether the loop belongs to a thread of the parent process that does not exist in this one.
   bool ofParentProcess() const noexcept;
+  /// A lock that a fork of the loop's thread holds, so that it is free in the child. It may be held
+  /// for moments only. In a child of another thread it may be locked for ever.
+  std::mutex& postLock() const noexcept;
 
  protected:
   /// Called on the thread, inside its loop or just before it runs. An exception leaves the loop.
@@ -89,6 +98,9 @@ class LoopWakes {
   void add(LoopKeeping& keeper);
   void remove(LoopKeeping& keeper) noexcept;
 
+  /// Called around a fork, for the loop of the thread that forks.
+  void holdPosts() noexcept { posts_.lock(); }
+  void releasePosts() noexcept { posts_.unlock(); }
   /// Called in a forked child at once: the list of its thread stays in use, and the parent's
   /// eventfd is no longer written.
   static void eraBegins(LoopWakes* ofOnlyThread) noexcept;
@@ -107,6 +119,7 @@ class LoopWakes {
   void serve(WakeList<>::Link* first);
   void wakeUp() const noexcept;
 
+  std::mutex posts_;
   WakeList<> list_;
   std::atomic<unsigned> era_;
   std::atomic<int> fd_;
