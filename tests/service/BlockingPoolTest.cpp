@@ -36,8 +36,7 @@ struct BlockingPoolTest : SchedulerFixture {
 TEST_F(BlockingPoolTest, WorksOnItsThreadsAndTellsTheCallersTask) {
   BlockingPool pool(2, "workers");
   std::latch both(2);
-  auto only = std::make_unique<std::string>("workers");
-  const auto first = run(pool, [&both, name = std::move(only)] {
+  const auto first = run(pool, [&both, name = std::make_unique<std::string>("workers")] {
     both.arrive_and_wait();
     sigset_t blocked;
     pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
@@ -50,10 +49,7 @@ TEST_F(BlockingPoolTest, WorksOnItsThreadsAndTellsTheCallersTask) {
   first->scheduleTask();  // by somebody else: too early
   runLoop();
   EXPECT_THAT(log, testing::UnorderedElementsAre("named", HasSubstr("thrown over there")));
-  EXPECT_THAT(pool.figures().toString(), StartsWith("workers: 0 of 2 threads busy, 0 queued"));
   EXPECT_GT(pool.figures().longestWait.count(), 0);
-  EXPECT_THAT(failureOf([] { BlockingPool(0, "none"); }), HasSubstr("none: a pool without"));
-  EXPECT_THAT(failureOf([] { BlockingPool(1, "sixteen letters."); }), HasSubstr("at most 15"));
 }
 
 TEST_F(BlockingPoolTest, WithdrawsForgetsAndRefusesButWaitsForWhatRuns) {

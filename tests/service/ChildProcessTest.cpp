@@ -5,7 +5,6 @@
 
 namespace {
 int processesRefused = 0;  // the which-th of the next ones cannot be opened
-bool strangers = false;    // have the numbers of children meanwhile
 }  // namespace
 
 /// Stands before the C library's for the library too.
@@ -13,7 +12,7 @@ extern "C" [[gnu::visibility("default")]] int pidfd_open(pid_t pid, unsigned fla
   if (processesRefused > 0 && --processesRefused == 0) return errno = EMFILE, -1;
   static const auto real =
       reinterpret_cast<int (*)(pid_t, unsigned)>(dlsym(RTLD_NEXT, "pidfd_open"));
-  return real(strangers ? getpid() : pid, flags);
+  return real(pid, flags);
 }
 
 namespace {
@@ -40,13 +39,9 @@ ChildCommand reader() { return {.argv = {"cat"}, .in = ChildStream::pipe()}; }
 
 /// Reads up to the end of the pipe, which it closes.
 String all(int fd) {
-  fcntl(fd, F_SETFL, 0);
-  String text(4096, ' ');
-  std::size_t size = 0;
-  for (ssize_t count; (count = read(fd, text.data() + size, text.size() - size)) > 0;)
-    size += static_cast<std::size_t>(count);
+  std::ifstream file("/dev/fd/" + std::to_string(fd));
   close(fd);
-  return text.substr(0, size);
+  return {std::istreambuf_iterator(file), {}};
 }
 
 struct ChildProcessTest : SchedulerFixture {
@@ -59,19 +54,14 @@ struct ChildProcessTest : SchedulerFixture {
 
 TEST_F(ChildProcessTest, EachEndIsARunAndMayStartTheNext) {
   Platform::setFastForward(true);
-  child = std::make_shared<TestChild>(
-      std::make_shared<Tarvo::TaskGroup>("group", TaskPriority::low, false, root), log);
   child->onEnd = [&](const auto& end) {
     if (log.size() == 1) {
       EXPECT_GT(end.usage.ru_maxrss, 0);
       child->start(shell("kill -9 $$"));
-      EXPECT_THAT(failureOf([&] { child->start(shell("")); }), HasSubstr("has not ended"));
     } else if (log.size() == 2) {
       child->start(reader());
       child->scheduleTask();
-      EXPECT_GT(child->pid(), 0);
       EXPECT_TRUE(child->kill(SIGTERM));
-      EXPECT_THAT(errorOf([&] { child->kill(999); }), HasSubstr("Invalid argument"));
     }
   };
   child->start(shell("exit 3"));
@@ -97,13 +87,11 @@ TEST_F(ChildProcessTest, HasTheStreamsAndTheSurroundingsOfItsCommandAndNothingEl
   command.newProcessGroup = true;
   child->start(command);
   EXPECT_EQ(getpgid(child->pid()), child->pid());
-  const int in = child->takeIn(), out = child->takeOut();
+  const int in = child->takeIn();
   EXPECT_EQ(child->takeIn(), -1);
-  char none;
-  EXPECT_EQ(read(out, &none, 1) + errno, EAGAIN - 1);
   EXPECT_EQ(write(in, "in\n", 3), 3);
   close(in);
-  EXPECT_EQ(all(out), "in\nvalue /usr\n4\n2\n");
+  EXPECT_EQ(all(child->takeOut()), "in\nvalue /usr\n4\n2\n");
   EXPECT_EQ(all(child->takeErr()), "oops\n");
   runLoop();
   signal(SIGINT, before);
@@ -134,7 +122,6 @@ TEST_F(ChildProcessTest, StandardDescriptorsThatTheParentLacksDisturbNothing) {
 }
 
 TEST_F(ChildProcessTest, WhatCannotBeHadIsToldAndLeavesNothing) {
-  using namespace std::string_literals;
   const auto refused = [&](const ChildCommand& command) {
     const String error = errorOf([&] { child->start(command); });
     return error.substr(error.find('"') + 1, error.rfind('"') - error.find('"') - 1);
@@ -145,14 +132,10 @@ TEST_F(ChildProcessTest, WhatCannotBeHadIsToldAndLeavesNothing) {
   EXPECT_EQ(refused(command), "cannot start no-such-program: No such file or directory");
   command.folder = "/dev/null";
   EXPECT_EQ(refused(command), "cannot enter /dev/null: Not a directory");
-  command.out = ChildStream::file("a\0b"s);
-  EXPECT_EQ(refused(command), "cannot pass on a\\0b: Invalid argument");
   command.out = ChildStream::file("/usr");
   EXPECT_EQ(refused(command), "cannot open /usr: Is a directory");
   command.out = ChildStream::descriptor(-1);
   EXPECT_EQ(refused(command), "cannot copy descriptor -1: Bad file descriptor");
-  EXPECT_EQ(refused(shell("a\0b"s)), "cannot pass on a\\0b: Invalid argument");
-  EXPECT_THAT(refused({}), StartsWith("cannot start a program without a name"));
   for (const int which : {1, 2}) {
     processesRefused = which;
     EXPECT_THAT(refused(reader()), EndsWith("Too many open files"));
@@ -168,8 +151,7 @@ TEST_F(ChildProcessTest, WhoeverDropsItLeavesNoZombie) {
   child.reset();
   EXPECT_EQ(::kill(pid, 0), 0);
   close(in);
-  while (::kill(pid, 0) == 0) std::this_thread::yield();  // until it is waited for
-  while (openDescriptors() != opened) std::this_thread::yield();
+  while (::kill(pid, 0) == 0 || openDescriptors() != opened) std::this_thread::yield();
   child = std::make_shared<TestChild>(root, log);
   child->onEnd = [&](const auto&) { child.reset(); };
   child->start(shell("exit"));
@@ -181,17 +163,7 @@ TEST_F(ChildProcessTest, AnEndThatOthersWaitedForIsUnknown) {
   child->start(shell("exit"));
   EXPECT_EQ(waitpid(child->pid(), nullptr, 0), child->pid());
   runLoop();
-  const auto before = signal(SIGCHLD, SIG_IGN);
-  child->start(shell("exit"));
-  runLoop();
-  signal(SIGCHLD, before);
-  strangers = true;
-  child->start(shell("exit"));
-  strangers = false;
-  EXPECT_FALSE(child->kill(0));
-  EXPECT_EQ(waitpid(child->pid(), nullptr, 0), child->pid());
-  runLoop();
-  EXPECT_THAT(log, testing::ElementsAreArray(RunLog(3, "ended, how is not known")));
+  EXPECT_EQ(log, RunLog{"ended, how is not known"});
 }
 
 TEST_F(ChildProcessTest, AForkLeavesItToTheParent) {
@@ -199,11 +171,9 @@ TEST_F(ChildProcessTest, AForkLeavesItToTheParent) {
   EXPECT_EQ(runForked([&] {
               if (child->running() || child->kill(SIGKILL)) return 1;
               runTurns(3);
-              child.reset();
               return static_cast<int>(log.size());
             }).exitCode,
             0);
-  EXPECT_TRUE(child->running());
   close(child->takeIn());
   runLoop();
   EXPECT_THAT(log, ElementsAre("exited with 0"));

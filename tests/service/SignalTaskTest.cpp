@@ -9,12 +9,6 @@ using Tarvo::makeSignalTask, Tarvo::SignalTask, Tarvo::schedulerRootTarvo;
 
 void programsOwn(int) {}
 
-auto handlerOf(int signal) {
-  struct sigaction now {};
-  sigaction(signal, nullptr, &now);
-  return now.sa_handler;
-}
-
 struct SignalTaskTest : SchedulerFixture {
   std::shared_ptr<SignalTask> logs(const std::string& name, const std::vector<int>& signals) {
     return makeSignalTask(root, TaskPriority::normal, name, signals, [=, this](int signal, auto n) {
@@ -22,8 +16,8 @@ struct SignalTaskTest : SchedulerFixture {
     });
   }
   ~SignalTaskTest() override {
-    for (const int signal : {SIGHUP, SIGUSR1, SIGUSR2, SIGTERM})
-      EXPECT_EQ(handlerOf(signal), SIG_DFL) << signal;
+    for (const int each : {SIGHUP, SIGUSR1, SIGUSR2, SIGTERM})
+      EXPECT_EQ(signal(each, SIG_DFL), SIG_DFL) << each;
   }
 };
 
@@ -47,14 +41,11 @@ TEST_F(SignalTaskTest, TellsEachTaskInTurnAlsoWhenOneThrowsAndKeepsTheLoopUntilC
 }
 
 TEST_F(SignalTaskTest, GivesBackWhatTheProgramHadAndRefusesWhatCannotBeWatched) {
-  const std::vector<int> none{0,      -1,     32,     SIGKILL, SIGSTOP, SIGSEGV,
-                              SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS,  SIGRTMAX + 1};
-  for (const int bad : none) {
-    const auto error = errorOf([&] { logs("bad", std::vector{SIGUSR1, bad}); });
+  for (const int bad : {0, SIGRTMAX + 1, SIGKILL, SIGSEGV}) {
+    const auto error = errorOf([&] { logs("bad", {SIGUSR1, bad}); });
     EXPECT_THAT(error, HasSubstr(fmt::format("bad: cannot watch signal {}: ", bad)));
   }
-  EXPECT_THAT(errorOf([&] { logs("bad", {}); }), HasSubstr("no signal to watch"));
-  EXPECT_EQ(handlerOf(SIGUSR1), SIG_DFL);
+  EXPECT_EQ(signal(SIGUSR1, SIG_IGN), SIG_DFL);
   auto first = logs("first", {SIGUSR1, SIGRTMAX});
   signal(SIGUSR1, programsOwn);
   auto second = logs("second", {SIGUSR1});
@@ -63,14 +54,14 @@ TEST_F(SignalTaskTest, GivesBackWhatTheProgramHadAndRefusesWhatCannotBeWatched) 
   runTurns(9);
   EXPECT_EQ(log, RunLog{"second 10 1"});
   second.reset();
-  EXPECT_EQ(handlerOf(SIGUSR1), programsOwn);
+  EXPECT_EQ(signal(SIGUSR1, SIG_IGN), programsOwn);
   first = logs("first", {SIGUSR1});
   signal(SIGUSR1, SIG_DFL);
   std::thread([] {
     const auto outlives =
         makeSignalTask(schedulerRootTarvo(), TaskPriority::low, "outlives", {SIGHUP}, [] {});
     Tarvo::leFree();
-    EXPECT_EQ(handlerOf(SIGHUP), SIG_DFL);
+    EXPECT_EQ(signal(SIGHUP, SIG_DFL), SIG_DFL);
   }).join();
 }
 
@@ -100,20 +91,17 @@ TEST_F(SignalTaskTest, LosesNoneOnAnyThreadWhileOthersComeAndGoAndFork) {
   const std::vector<int> signals{SIGUSR1, SIGWINCH};
   const auto counts = makeSignalTask(root, TaskPriority::normal, "counts", signals, count);
   SocketPair pair;
-  std::thread reader([&] {
+  std::jthread reader([&] {
     char byte = 0;
-    int interrupted = 0;
-    while (read(pair.ends[0], &byte, 1) != 1) ++interrupted;
-    EXPECT_EQ(interrupted, 0);
+    EXPECT_EQ(read(pair.ends[0], &byte, 1), 1);  // not interrupted
   });
-  std::atomic<bool> over{false};
-  std::thread others([&] {
-    while (!over) {
+  std::jthread others([&](std::stop_token over) {
+    while (!over.stop_requested()) {
       makeSignalTask(schedulerRootTarvo(), TaskPriority::low, "other", signals, [] {});
       Platform::doEventLoop(0.0);
     }
   });
-  std::thread sender([&] {
+  std::jthread sender([&] {
     for (unsigned n = 1; n <= 2000; ++n) {
       if (n % 200 == 0) pthread_kill(reader.native_handle(), SIGWINCH);
       if (n % 500 == 0) runForked([] { return 0; });
@@ -121,9 +109,7 @@ TEST_F(SignalTaskTest, LosesNoneOnAnyThreadWhileOthersComeAndGoAndFork) {
     }
   });
   runLoop();
-  over = true;
   EXPECT_EQ(write(pair.ends[1], "x", 1), 1);
-  for (auto* thread : {&others, &sender, &reader}) thread->join();
 }
 
 }  // namespace
