@@ -39,7 +39,10 @@ struct Random {
 struct Allocations {
   explicit Allocations(bool on) : before(std::exchange(counted, on)) {}
   ~Allocations() { counted = before; }
-  static bool fails() { return counted && untilFailure != 0 && --untilFailure == 0; }
+  static void* resize(void* memory, std::size_t size) {
+    const bool fails = counted && untilFailure != 0 && --untilFailure == 0;
+    return fails ? nullptr : std::realloc(memory, size);
+  }
   const bool before;
   static inline bool counted = false;
   static inline long untilFailure = 0;
@@ -50,8 +53,6 @@ struct Channel {
   Channel() {
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends) != 0) std::abort();
   }
-  Channel(const Channel&) = delete;
-  Channel& operator=(const Channel&) = delete;
   ~Channel() {
     for (const int end : ends) close(end);
   }
@@ -155,13 +156,8 @@ struct Actor final : Platform::TimeoutHandler, Platform::CallbackHandler, Platfo
       expect(0, 0, 0);
     }
     require(armed() == (due < infinity), "a timer is armed");
-    if (task != nullptr) {
-      const bool queued = task->taskStatus().taskOnRunQueue();
-      require(queued == wanted, "a task is queued when it is wanted");
-      require(task->taskRunCount() == runCount, "each run is counted");
-    }
-    const bool pending = callbackControl != nullptr && callbackControl->pendingCallback();
-    require(!callbackControl || pending == wanted, "a callback is pending when wanted");
+    require(queued() == wanted, "a task is queued, or a callback pending, when it is wanted");
+    require(task == nullptr || task->taskRunCount() == runCount, "each run is counted");
     if (descriptor != nullptr) {
       require(descriptor->taskWatchWritable() == watchesWrites, "writes are watched as told");
       require(!suspended || !descriptor->taskScheduled(), "a suspended task is not queued");
@@ -270,9 +266,8 @@ struct Actor final : Platform::TimeoutHandler, Platform::CallbackHandler, Platfo
   void attempt(Call call) {
     if (stage.library(call)) return;
     if (!armed()) due = latest = infinity;
-    if (task != nullptr) wanted = task->taskStatus().taskOnRunQueue();
+    wanted = queued();
     if (task != nullptr) suspended = task->taskSuspended();
-    if (callbackControl != nullptr) wanted = callbackControl->pendingCallback();
     if (fdControl != nullptr && fdControl->getFd() < 0) channel.reset();
     if (descriptor == nullptr) return;
     suspended = descriptor->taskSuspended();
@@ -284,6 +279,10 @@ struct Actor final : Platform::TimeoutHandler, Platform::CallbackHandler, Platfo
   bool armed() const {
     if (timer != nullptr) return timer->timerRunning();
     return timerControl != nullptr && timerControl->remainingTimeout() < infinity;
+  }
+  bool queued() const {
+    if (task != nullptr) return task->taskStatus().taskOnRunQueue();
+    return callbackControl != nullptr && callbackControl->pendingCallback();
   }
   /// In seconds: at once, soon, late, hardly ever, never.
   double delay() {

@@ -21,21 +21,16 @@
 using namespace randomtest;
 
 [[gnu::noinline]] void* operator new(std::size_t size) {
-  void* memory = Allocations::fails() ? nullptr : std::malloc(size);
-  if (memory == nullptr) throw std::bad_alloc();
-  return memory;
+  if (void* memory = Allocations::resize(nullptr, size)) return memory;
+  throw std::bad_alloc();
 }
 [[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return Allocations::fails() ? nullptr : std::malloc(size);
+  return Allocations::resize(nullptr, size);
 }
 [[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
 [[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace {
-
-struct Thrown {
-  unsigned long number;
-};
 
 /// One thread's whole runtime under random operations, beside a small model of what must happen:
 /// what is scheduled and not suspended runs; nothing else runs; no timer is early or lost; every
@@ -115,8 +110,8 @@ struct World final : Stage {
   void catchThrown(Loop loop) {
     try {
       library(loop);
-    } catch (const Thrown& exception) {
-      require(exception.number == thrown, "the exception is the last one");
+    } catch (unsigned long number) {
+      require(number == thrown, "the exception is the last one");
       ++caught;
     }
     require(caught == thrown, "each exception leaves the loop");
@@ -127,7 +122,7 @@ struct World final : Stage {
     for (unsigned n = random.below(4); n > 0 && fuel > 0; --n, --fuel) operation(&self);
     if (fuel == 0 || !random.oneIn(30)) return;
     if (!self.swallows()) ++thrown;
-    throw Thrown{thrown};
+    throw thrown;
   }
 
   void operation(Actor* self) {
@@ -252,11 +247,8 @@ int main(int argc, char** argv) {
   const double seconds = std::stod(argv[1]);
   const std::uint64_t seed = argc > 2 ? std::stoull(argv[2]) : std::random_device{}();
   const unsigned long limit = argc > 3 ? std::stoul(argv[3]) : 2000;
-  const auto allocate = [](void* memory, std::size_t size) {
-    return Allocations::fails() ? nullptr : std::realloc(memory, size);
-  };
-  event_set_mem_functions([](std::size_t size) { return decltype(allocate)()(nullptr, size); },
-                          allocate, std::free);
+  event_set_mem_functions([](std::size_t size) { return Allocations::resize(nullptr, size); },
+                          Allocations::resize, std::free);
   Tarvo::throwOnAssertFailIs(true);
   Tarvo::Platform::clearTarvoDebug("TaskScheduler/0");  // each body that throws
   const Tarvo::Backtrace first(true);                   // the unwinder keeps a pipe of its own

@@ -168,24 +168,4 @@ TEST_F(InboxTest, OfAForkedChildGoOnWithCopies) {
   EXPECT_EQ(served, std::vector{1});
 }
 
-TEST_F(InboxTest, TasksWithoutAClassHoldTheirCapturesAsLongAsTheyLive) {
-  const SocketPair sockets;
-  const auto held = std::make_shared<int>(0);
-  auto task = Tarvo::makeTask(root, TaskPriority::normal, "task",
-                              [held](Tarvo::Task& self) { *held += self.taskCurrentlyRunning(); });
-  auto descriptor = Tarvo::makeDescriptorTask(
-      root, TaskPriority::normal, "descriptor", sockets.ends[0],
-      [held](Tarvo::FileDescriptorTask& self) {
-        char byte;
-        *held += static_cast<int>(read(self.taskWatchFd(), &byte, 1));
-      },
-      [held] { ++*held; });
-  task->scheduleTask();
-  descriptor->taskWatchWritableIs(true);
-  EXPECT_EQ(write(sockets.ends[1], "x", 1), 1);
-  runUntil([&] { return *held == 3; });
-  task.reset(), descriptor.reset();
-  EXPECT_EQ(held.use_count(), 1);
-}
-
 }  // namespace

@@ -20,20 +20,16 @@ struct Explorer {
     ucontext_t context{};
     std::vector<char> stack = std::vector<char>(1 << 16);
   };
-  static inline Explorer* present = nullptr;
-
   static void enter() {
-    present->running->body();
-    present->running->ended = true;
+    running->body();
+    running->ended = true;
   }
   /// False when somebody waits for ever.
   bool run() {
-    present = this;
     for (Fiber& fiber : fibers) {
       fiber.ended = fiber.waits = false;
       getcontext(&fiber.context);
-      fiber.context.uc_stack.ss_sp = fiber.stack.data();
-      fiber.context.uc_stack.ss_size = fiber.stack.size();
+      fiber.context.uc_stack = {fiber.stack.data(), 0, fiber.stack.size()};
       fiber.context.uc_link = &main;
       makecontext(&fiber.context, enter, 0);
     }
@@ -59,15 +55,14 @@ struct Explorer {
     return ++choices.back().first, true;
   }
   static void step(bool waits = false) {
-    Fiber& self = *present->running;
-    self.waits = waits;
-    swapcontext(&self.context, &present->main);
+    running->waits = waits;
+    swapcontext(&running->context, &main);
   }
 
   std::array<Fiber, 3> fibers;
   std::vector<std::pair<std::size_t, std::size_t>> choices;  // and among how many
-  Fiber* running = nullptr;
-  ucontext_t main{};
+  static inline Fiber* running = nullptr;
+  static inline ucontext_t main{};
   bool signalled = false;  // what the kernel would wake the thread for
 };
 

@@ -1,5 +1,6 @@
 #include "Tarvo/TaskWaker.h"
 
+#include "Tarvo/MakeTask.h"
 #include "support/SchedulerFixture.h"
 
 namespace {
@@ -12,32 +13,24 @@ struct Waker : SchedulerFixture {
 };
 
 TEST_F(Waker, SchedulesAnyKindOfTaskOnceForAllWakes) {
-  struct Reads : Tarvo::FileDescriptorTask {
-    using FileDescriptorTask::FileDescriptorTask;
-    void taskExecuteReadable() override { ran += 'r'; }
-    void taskExecuteWritable() override { ran += 'w'; }
-    std::string ran;
-  };
-  const auto task = make("task");
-  const auto timer =
-      std::make_shared<Logged<Tarvo::TimerTask>>(root, TaskPriority::high, "timer", log);
-  const auto reads = std::make_shared<Reads>(root, TaskPriority::low, "descriptor");
+  const auto logs = [&](const char* what) { return [=, this] { log.push_back(what); }; };
+  const auto task = makeTask(root, TaskPriority::normal, "task", logs("task"));
+  const auto timer = makeTimerTask(root, TaskPriority::high, "timer", logs("timer"));
+  const auto both = makeDescriptorTask(root, TaskPriority::low, "both", -1, logs("r"), logs("w"));
   const TaskWaker wakers[] = {TaskWaker(*task), TaskWaker(*timer),
-                              TaskWaker(*reads, TaskWaker::Direction::read),
-                              TaskWaker(*reads, TaskWaker::Direction::write), TaskWaker()};
+                              TaskWaker(*both, TaskWaker::Direction::read),
+                              TaskWaker(*both, TaskWaker::Direction::write), TaskWaker()};
   for (const bool inVirtualTime : {false, true}) {
     Platform::setFastForward(inVirtualTime);
     for (const bool elsewhereFirst : {false, true}) {
       log.clear();
-      reads->ran.clear();
       timer->scheduleTaskDelay(1e9);
       const auto wakeAll = [&] {
         for (const TaskWaker& waker : wakers) waker.wake(), waker.wake();
       };
       elsewhereFirst ? elsewhere(wakeAll) : wakeAll();
       Platform::doEventLoop();  // the timer did not wait
-      EXPECT_EQ(log, (RunLog{"timer", "task"}));
-      EXPECT_EQ(reads->ran, "rw");
+      EXPECT_EQ(log, (RunLog{"timer", "task", "r", "w"}));
       EXPECT_LT(Tarvo::time(), 1e8);
     }
   }
@@ -61,8 +54,8 @@ TEST_F(Waker, IsHarmlessWhenTaskOrThreadAreGone) {
   ofTask = TaskWaker(*make("short"));
   ofTask.wake();
   elsewhere([&] {
-    const auto task = std::make_shared<TestTask>(Tarvo::schedulerRootTarvo(), TaskPriority::normal,
-                                                 "elsewhere", log);
+    const auto task =
+        makeTask(Tarvo::schedulerRootTarvo(), TaskPriority::normal, "elsewhere", [] { FAIL(); });
     ofThread = TaskWaker(*task);
     ofThread.wake();
   });
@@ -74,8 +67,8 @@ TEST_F(Waker, IsHarmlessWhenTaskOrThreadAreGone) {
 TaskWaker signalled;
 
 TEST_F(Waker, MayBeUsedBySignalHandlers) {
-  const auto task =
-      make("task", TaskPriority::normal, [](TestTask&) { Platform::stopEventLoop(); });
+  const auto task = make("task");
+  task->body = [](TestTask&) { Platform::stopEventLoop(); };
   signalled = TaskWaker(*task);
   const auto before = std::signal(SIGALRM, [](int) {
     const int own = std::exchange(errno, 7);
