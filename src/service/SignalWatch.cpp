@@ -32,7 +32,8 @@ struct Signal {
 };
 
 // Changed under the global lock, and as a whole for a forked child.
-constinit std::array<Signal, NSIG> signals{};
+constinit std::array<Signal, NSIG> signals{};  // by number
+Signal& signalOf(int number) { return signals[static_cast<std::size_t>(number)]; }
 unsigned allWatches = 0;
 // Of a thread that forks; fork hooks run one at a time.
 bool held = false;
@@ -43,7 +44,7 @@ static_assert(std::atomic<LoopWake*>::is_always_lock_free &&
 
 /// In a signal handler nothing is allocated, locked or waited for.
 void handle(int number) {
-  Slot* slot = signals[number].slots.load(std::memory_order_acquire);
+  Slot* slot = signalOf(number).slots.load(std::memory_order_acquire);
   for (; slot != nullptr; slot = slot->next) {
     // Whoever takes the watch away either sees this handler or is seen by it.
     slot->handlers.fetch_add(1, std::memory_order_seq_cst);
@@ -62,18 +63,18 @@ void install(int number) {
   sigfillset(&ours.sa_mask);  // so that nothing keeps it from its end
   ours.sa_flags = SA_RESTART | SA_ONSTACK;
   sigaction(number, &ours, &before);
-  if (before.sa_handler != handle) signals[number].before = before;
+  if (before.sa_handler != handle) signalOf(number).before = before;
 }
 
 /// What the program has set meanwhile stays.
 void restore(int number) {
   struct sigaction now {};
   sigaction(number, nullptr, &now);
-  if (now.sa_handler == handle) sigaction(number, &signals[number].before, nullptr);
+  if (now.sa_handler == handle) sigaction(number, &signalOf(number).before, nullptr);
 }
 
 Slot* freeSlot(int number) {
-  Slot* slot = signals[number].slots.load(std::memory_order_relaxed);
+  Slot* slot = signalOf(number).slots.load(std::memory_order_relaxed);
   while (slot != nullptr && slot->wake.load(std::memory_order_relaxed) != nullptr)
     slot = slot->next;
   return slot;
@@ -83,7 +84,7 @@ Slot* freeSlot(int number) {
 
 SignalWatch::SignalWatch(int signal, LoopWake& wake) : signal_(signal), wake_(wake) {
   const Platform::LocoGuard guard;
-  Signal& own = signals[signal];
+  Signal& own = signalOf(signal);
   slot_ = freeSlot(signal);
   std::unique_ptr<Slot> made;
   if (slot_ == nullptr) made = std::make_unique<Slot>();
@@ -108,7 +109,7 @@ SignalWatch::~SignalWatch() {
     if (slot_->wake.load(std::memory_order_relaxed) != &wake_) return;
     slot_->wake.store(nullptr, std::memory_order_seq_cst);
     --allWatches;
-    if (--signals[signal_].watches == 0) restore(signal_);
+    if (--signalOf(signal_).watches == 0) restore(signal_);
   }
   while (slot_->handlers.load(std::memory_order_seq_cst) != 0) std::this_thread::yield();
 }
@@ -137,7 +138,7 @@ void releaseSignals() {
 
 void forgetSignalsInChild() {
   for (int number = 1; number < NSIG; ++number) {
-    Signal& each = signals[number];
+    Signal& each = signalOf(number);
     if (each.watches > 0) restore(number);
     each.watches = 0;
     Slot* slot = each.slots.load(std::memory_order_relaxed);

@@ -69,7 +69,7 @@ TEST_F(EventLoopTest, AnyHandlerMayDestroyItsControlAndThrowTwice) {
     throw 7;
   });
   handler.throwsAgain = true;
-  for (const unsigned kind : {0, 2, 3}) {
+  for (const unsigned kind : {0U, 2U, 3U}) {
     control = armed(kind, handler, pair.ends[0]);
     EXPECT_THROW(Platform::doEventLoop(30), int);
     // The end of the bounded loop went with it.

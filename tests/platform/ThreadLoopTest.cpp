@@ -119,7 +119,7 @@ TEST_F(ThreadLoopTest, DoesNotWaitForTheTimersOfEmptyWheels) {
 }
 
 TEST_F(ThreadLoopTest, ACancellationPassesWhateverTheThreadIsNotifiedOf) {
-  for (const unsigned kind : {0, 1, 2, 3}) {
+  for (const unsigned kind : {0U, 1U, 2U, 3U}) {
     std::jthread([&] {
       Tarvo::useThreadLocalSingletons();
       Handler handler(log, "h", [] {
