@@ -171,8 +171,14 @@ void FileDescriptorTask::scheduleTaskReadable() { readTask_->scheduleTask(); }
 void FileDescriptorTask::scheduleTaskWritable() {
   taskScheduler()->sanityCheckCurrentRunningThread();
   checkCreateWriteTask();
-  writeRunWanted_ = true;
-  writeTask_->scheduleTask();
+  const auto self = weak_from_this().lock();  // handleTaskBusy() may drop the last reference
+  const bool wanted = std::exchange(writeRunWanted_, true);
+  try {
+    writeTask_->scheduleTask();
+  } catch (...) {  // what was refused is not made up for at resumption
+    if (!writeTask_->taskScheduled()) writeRunWanted_ = wanted;
+    throw;
+  }
 }
 
 // From a report to a run: the loop reports a direction once; its task is scheduled; after the run
