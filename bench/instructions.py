@@ -52,7 +52,8 @@ def differences(before, now):
     fewer = []
     for path in sorted(now.keys() & before.keys()):
         change = now[path] / before[path] - 1
-        if abs(change) > TOLERANCE:
+        # Something that happens once in a program, in one of the two, is part of an instruction here.
+        if abs(change) > TOLERANCE and abs(now[path] - before[path]) >= 1:
             (faults if change > 0 else fewer).append(
                 f"{path}: {before[path]:.1f} instructions before, {now[path]:.1f} now "
                 f"({100 * change:+.1f} %)")
