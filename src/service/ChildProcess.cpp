@@ -86,8 +86,9 @@ void ChildProcess::watch(Child& child) {
 }
 
 void ChildProcess::readFdEvent(int) {
+  const auto self = weak_from_this().lock();  // handleTaskBusy() may drop the last reference
+  scheduleTask();                             // first: where it is refused, the loop reports again
   control_->setReads(false);
-  scheduleTask();
 }
 
 void ChildProcess::writeFdEvent(int) {}
