@@ -65,7 +65,8 @@ WaitingChild::WaitingChild(const std::function<void()>& body) {
 
 void WaitingChild::kill() const {
   ::kill(pid_, SIGKILL);
-  waitid(P_PID, static_cast<id_t>(pid_), nullptr, WEXITED | WNOWAIT);
+  siginfo_t end;
+  waitid(P_PID, static_cast<id_t>(pid_), &end, WEXITED | WNOWAIT);
 }
 
 void WaitingChild::end() {
