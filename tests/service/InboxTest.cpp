@@ -168,4 +168,14 @@ TEST_F(InboxTest, OfAForkedChildGoOnWithCopies) {
   EXPECT_EQ(served, std::vector{1});
 }
 
+TEST_F(InboxTest, OfAForkedChildAreNotLockedByAPosterThatItLacks) {
+  const auto inbox = Tarvo::makeInbox<int>(
+      root, TaskPriority::normal, "few", [](int) {}, 1000);
+  const std::jthread poster([to = inbox->poster()](const std::stop_token& stop) {
+    while (!stop.stop_requested()) to.tryPost(1);
+  });
+  for (int n = 0; n < 40; ++n)
+    ASSERT_EQ(runForked([&] { return alarm(5), inbox->post(2) ? 0 : 1; }).exitCode, 0);
+}
+
 }  // namespace
