@@ -89,6 +89,7 @@ const Path paths[] = {
     {"event of a descriptor task, drained", TarvoFdTaskDrained, {2, 1}},
     {"trace statement, disabled", TraceDisabled},
     {"trace statement, to /dev/null", TraceToNull},
+    {"trace channel among 1,000 of its name, made and dropped", ChannelAmongAlike},
     {"lock and unlock", LockAndUnlock<Tarvo::Locking::Lock>},
     {"lock and unlock, recursive", LockAndUnlock<Tarvo::Locking::RecursiveLock>},
     {"event of the history", HistoryInsert},

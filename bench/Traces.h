@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "State.h"
 #include "Tarvo/Platform.h"
@@ -51,6 +52,16 @@ void sendEachTime(State& state, const Object& object, Send send) {
 
 inline void TraceDisabled(State& state) {
   sendEachTime(state, Connection(), &Connection::tracedSend);
+}
+
+/// A channel per object is common: one of the oldest of many of a name goes, and a new one comes.
+inline void ChannelAmongAlike(State& state) {
+  std::vector<Connection> alike(1000);
+  std::size_t oldest = 0;
+  for (auto _ : state) {
+    alike[oldest] = Connection();
+    oldest = (oldest + 1) % alike.size();
+  }
 }
 
 inline void traceTo(State& state, bool file) {
